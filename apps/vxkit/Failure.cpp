@@ -1,0 +1,9 @@
+#include "apps/vxkit/Failure.h"
+
+namespace vxapp {
+
+UsageError::UsageError(const std::string& message) : std::runtime_error(message) {}
+
+EngineError::EngineError(const std::string& message) : std::runtime_error(message) {}
+
+}  // namespace vxapp

@@ -1,0 +1,18 @@
+include(CMakePackageConfigHelpers)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/VxKit)
+
+install(TARGETS vxkit EXPORT VxKitTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vxkit)
+install(EXPORT VxKitTargets NAMESPACE VxKit:: DESTINATION ${package_dir})
+
+configure_package_config_file(cmake/VxKitConfig.cmake.in VxKitConfig.cmake INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(VxKitConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/VxKitConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/VxKitConfigVersion.cmake
+  DESTINATION ${package_dir})
+
+configure_file(cmake/vxkit.pc.in vxkit.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vxkit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,29 @@
+#include "core/base/Exception.h"
+
+#include <iostream>
+
+namespace halvor::vx {
+
+std::string whereText(const CodeLocation& location, const std::string& function)
+{
+    return std::string(location.file) + ":" + std::to_string(location.line) + " : " + function + "(..)";
+}
+
+Exception::Exception(const std::string& message, const std::string& where) : message_(message), where_(where)
+{
+    std::cerr << "exception raised: \"" << message_ << "\"\n   at: " << where_ << std::endl;
+}
+
+Exception::~Exception() = default;
+
+const char* Exception::what() const noexcept
+{
+    return message_.c_str();
+}
+
+const std::string& Exception::where() const noexcept
+{
+    return where_;
+}
+
+}  // namespace halvor::vx

@@ -1,0 +1,8 @@
+#pragma once
+
+/// Displacement in pixels.
+struct PointF
+{
+    float x;
+    float y;
+};

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstdint>
+
+/// Whole-pixel displacement or position.
+struct PointI
+{
+    std::int32_t x;
+    std::int32_t y;
+};

@@ -1,0 +1,85 @@
+#include "core/diagnostics/DebugSingleton.h"
+
+#include <algorithm>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace halvor::vx {
+
+namespace {
+
+class ChannelRegistry : public DebugSingletonInterface
+{
+public:
+    void addDebugChannel(DebugChannel* channel) override
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        channels_.push_back(channel);
+        if (device_)
+            channel->setDebugDevice(*device_);
+        if (outputLevel_)
+            channel->setOutputLevel(*outputLevel_);
+        if (logLevel_)
+            channel->setLogLevel(*logLevel_);
+    }
+
+    void removeDebugChannel(DebugChannel* channel) override
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        std::erase(channels_, channel);
+    }
+
+    void setDebugDevice(std::shared_ptr<DebugDeviceBase> device) override
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        device_ = std::move(device);
+        for (DebugChannel* channel : channels_)
+            channel->setDebugDevice(*device_);
+    }
+
+    void setOutputLevel(int level) override
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        outputLevel_ = level;
+        for (DebugChannel* channel : channels_)
+            channel->setOutputLevel(level);
+    }
+
+    void setLogLevel(int level) override
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        logLevel_ = level;
+        for (DebugChannel* channel : channels_)
+            channel->setLogLevel(level);
+    }
+
+    int channelCount() const override
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return static_cast<int>(channels_.size());
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<DebugChannel*> channels_;
+    std::optional<std::shared_ptr<DebugDeviceBase>> device_;
+    std::optional<int> outputLevel_;
+    std::optional<int> logLevel_;
+};
+
+}  // namespace
+
+DebugSingletonInterface::~DebugSingletonInterface() = default;
+
+DebugSingletonInterface& DebugSingleton::getInstance(const std::string& name)
+{
+    static std::mutex mutex;
+    static std::map<std::string, ChannelRegistry> registries;
+    const std::lock_guard<std::mutex> lock(mutex);
+    return registries[name];
+}
+
+}  // namespace halvor::vx

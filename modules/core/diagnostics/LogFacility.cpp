@@ -1,0 +1,57 @@
+#include "core/diagnostics/LogFacility.h"
+
+#include <iostream>
+
+namespace halvor::vx {
+
+LogFacility& LogFacility::getInstance()
+{
+    static LogFacility instance;
+    return instance;
+}
+
+void LogFacility::setLogLevel(int level)
+{
+    level_ = level;
+}
+
+void LogFacility::openLogFile(const std::string& path, bool append)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    file_.close();
+    file_.clear();
+    file_.open(path, append ? std::ios::app : std::ios::trunc);
+    // Told once: hosts open the same file again with every context.
+    if (file_.is_open())
+        unwritablePath_.clear();
+    else if (unwritablePath_ != path) {
+        unwritablePath_ = path;
+        std::cerr << "can't open the log file \"" << path << "\"; logging to the standard error stream"
+                  << std::endl;
+    }
+}
+
+void LogFacility::resetStream()
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    file_.close();
+    file_.clear();
+}
+
+void LogFacility::logMessage(int level, std::string_view text)
+{
+    if (!isActive(level))
+        return;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::ostream& out = file_.is_open() ? static_cast<std::ostream&>(file_) : std::cerr;
+    out << text << std::endl;
+}
+
+std::string logPrefix(const CodeLocation& location)
+{
+    if (!LogFacility::getInstance().getShowCodeInfo())
+        return {};
+    return std::string(location.file) + ", " + std::to_string(location.line) + " : ";
+}
+
+}  // namespace halvor::vx

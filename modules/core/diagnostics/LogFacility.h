@@ -1,0 +1,73 @@
+#pragma once
+
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+#include "core/base/CodeLocation.h"
+#include "core/base/Export.h"
+
+namespace halvor::vx {
+
+/// The process-wide log. Lines go to the standard error stream until a file is opened; each line is flushed.
+class VXKIT_API LogFacility
+{
+public:
+    /// Levels in use: a line is written when its level is at most the log's.
+    static constexpr int off = 0;
+    static constexpr int problems = 2;
+    static constexpr int progress = 4;
+
+    static LogFacility& getInstance();
+
+    LogFacility(const LogFacility&) = delete;
+    LogFacility& operator=(const LogFacility&) = delete;
+
+    void setLogLevel(int level);
+    int getLogLevel() const { return level_; }
+
+    /// Sends the following lines to a file.
+    ///
+    /// @param append  false truncates an existing file
+    /// If the file can't be opened, that is told once on the standard error stream, and the log goes on
+    /// there.
+    void openLogFile(const std::string& path, bool append);
+
+    /// Closes the file, if one is open; the following lines go to the standard error stream.
+    void resetStream();
+
+    /// Whether lines begin with the source path and line of their origin; off at first.
+    bool getShowCodeInfo() const { return showCodeInfo_; }
+    void setShowCodeInfo(bool show) { showCodeInfo_ = show; }
+
+    bool isActive(int level) const { return level <= level_ && level > off; }
+
+    /// Writes one line if the level is active.
+    void logMessage(int level, std::string_view text);
+
+private:
+    LogFacility() = default;
+
+    std::mutex mutex_;
+    std::ofstream file_;
+    std::string unwritablePath_;
+    int level_ = off;
+    bool showCodeInfo_ = false;
+};
+
+/// What a log line begins with: "path, line : " if the log shows code information, else nothing.
+VXKIT_API std::string logPrefix(const CodeLocation& location);
+
+}  // namespace halvor::vx
+
+/// Composes and logs a line from a chain of << operands, but only when the level is active.
+#define VX_LOG(level, chain)                                                                               \
+    do {                                                                                                   \
+        if (halvor::vx::LogFacility::getInstance().isActive(level)) {                                      \
+            std::ostringstream vxLogLine;                                                                  \
+            vxLogLine << halvor::vx::logPrefix(VX_HERE) << chain; /* NOLINT(bugprone-macro-parentheses) */ \
+            halvor::vx::LogFacility::getInstance().logMessage(level, vxLogLine.str());                     \
+        }                                                                                                  \
+    } while (false)

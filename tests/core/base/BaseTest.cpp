@@ -1,0 +1,107 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "core/base/Exception.h"
+#include "core/base/ParallelExceptions.h"
+#include "core/base/RowSums.h"
+#include "core/base/WrapArithmetic.h"
+
+using namespace halvor::vx;
+
+TEST(Exception, ReportsOnceAndCopiesSilently)
+{
+    testing::internal::CaptureStderr();
+    const Exception original("no light", "modules/a.cpp:7 : halvor::vx::f(..)");
+    const Exception copy = original;  // NOLINT(performance-unnecessary-copy-initialization)
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "exception raised: \"no light\"\n   at: modules/a.cpp:7 : halvor::vx::f(..)\n");
+    EXPECT_STREQ(copy.what(), "no light");
+    EXPECT_EQ(copy.where(), original.where());
+}
+
+TEST(Exception, WhereTextNamesThePathBelowTheProject)
+{
+    const std::string text = VX_WHERE("halvor::vx::Some::member");
+    EXPECT_THAT(text, testing::MatchesRegex(
+                          "tests/core/base/BaseTest\\.cpp:[0-9]+ : halvor::vx::Some::member\\(\\.\\.\\)"));
+}
+
+TEST(WrapArithmetic, WrapsAtBothEndsOfTheRange)
+{
+    constexpr std::int32_t low = std::numeric_limits<std::int32_t>::min();
+    constexpr std::int32_t high = std::numeric_limits<std::int32_t>::max();
+    EXPECT_EQ(wrapAdd(high, 1), low);
+    EXPECT_EQ(wrapSub(low, 1), high);
+    EXPECT_EQ(wrapMul(high, high), 1);
+    EXPECT_EQ(wrapMul(65536, 65536), 0);
+    EXPECT_EQ(wrapNeg(low), low);
+    EXPECT_EQ(wrapAbs(low), low);
+    EXPECT_EQ(wrapAbs(-5), 5);
+    EXPECT_EQ(wrapAdd64(std::numeric_limits<std::int64_t>::max(), 1),
+              std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(lowSigned16(0x12348000), -32768);
+}
+
+TEST(RowSums, GivesTheSameBitsForAnyNumberOfThreads)
+{
+    constexpr int rows = 101;
+    constexpr int cols = 77;
+    std::mt19937 random(3);
+    std::uniform_real_distribution<float> values(-1e6F, 1e6F);
+    std::vector<float> image(rows * cols);
+    for (float& value : image)
+        value = values(random);
+
+    const auto sumWith = [&](int threads) {
+        RowSums<double> sums(rows);
+#pragma omp parallel for schedule(static) num_threads(threads)
+        for (int y = 0; y < rows; ++y)
+            sums[y] = laneSum(cols, [&](int x) { return image[static_cast<std::size_t>(y * cols + x)]; });
+        return sums.total();
+    };
+    const double one = sumWith(1);
+    EXPECT_EQ(one, sumWith(2));
+    EXPECT_EQ(one, sumWith(7));
+    EXPECT_NE(one, 0.0);
+}
+
+TEST(RowSums, LaneSumTakesEveryElementOnce)
+{
+    for (int n = 0; n < 20; ++n)
+        EXPECT_EQ(laneSum(n, [](int i) { return i + 1; }), n * (n + 1) / 2) << n;
+}
+
+TEST(ParallelExceptions, RaisesTheLowestIndexBehindTheLoopAndLosesNoOtherWork)
+{
+    ParallelExceptions failures;
+    std::atomic<int> done = 0;
+#pragma omp parallel for schedule(static) num_threads(4)
+    for (int i = 0; i < 100; ++i) {
+        failures.run(i, [&] {
+            if (i % 30 == 20)
+                throw i;
+            ++done;
+        });
+    }
+    EXPECT_EQ(done, 97);
+    try {
+        failures.rethrow();
+        FAIL() << "nothing was raised";
+    } catch (int index) {
+        EXPECT_EQ(index, 20);
+    }
+}
+
+TEST(ParallelExceptions, IsSilentWhenNothingFailed)
+{
+    ParallelExceptions failures;
+    failures.run(0, [] {});
+    EXPECT_NO_THROW(failures.rethrow());
+}

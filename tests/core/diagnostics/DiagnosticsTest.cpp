@@ -1,0 +1,237 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/diagnostics/DebugChannel.h"
+#include "core/diagnostics/DebugDeviceConsole.h"
+#include "core/diagnostics/DebugSingleton.h"
+#include "core/diagnostics/LogFacility.h"
+#include "core/diagnostics/StopWatch.h"
+#include "core/diagnostics/compareMat.h"
+
+using namespace halvor::vx;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+class RecordingDevice : public DebugDeviceBase
+{
+public:
+    void write(std::string_view channel, std::string_view text, int /*level*/) override
+    {
+        lines.push_back(std::string(channel) + "|" + std::string(text));
+    }
+
+    std::vector<std::string> lines;
+};
+
+// Counts how often it is formatted.
+struct Expensive
+{
+    int* formatted;
+    friend std::ostream& operator<<(std::ostream& out, const Expensive& value)
+    {
+        ++*value.formatted;
+        return out << "expensive";
+    }
+};
+
+std::string readFile(const std::filesystem::path& path)
+{
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+class LogFacilityTest : public testing::Test
+{
+protected:
+    void SetUp() override { std::filesystem::create_directories(folder); }
+
+    void TearDown() override
+    {
+        log.resetStream();
+        log.setLogLevel(LogFacility::off);
+        log.setShowCodeInfo(false);
+        std::filesystem::remove_all(folder);
+    }
+
+    LogFacility& log = LogFacility::getInstance();
+    std::filesystem::path folder =
+        std::filesystem::temp_directory_path() /
+        ("vxkit-log-" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
+};
+
+}  // namespace
+
+TEST_F(LogFacilityTest, WritesLinesUpToItsLevelAndFlushesEachOne)
+{
+    const auto path = folder / "a.log";
+    log.openLogFile(path.string(), false);
+    log.logMessage(LogFacility::problems, "off");
+    log.setLogLevel(LogFacility::problems);
+    log.logMessage(LogFacility::problems, "problem");
+    log.logMessage(LogFacility::progress, "progress");
+    EXPECT_EQ(readFile(path), "problem\n");
+    log.setLogLevel(LogFacility::progress);
+    VX_LOG(LogFacility::progress, "frame " << 3);
+    EXPECT_EQ(readFile(path), "problem\nframe 3\n");
+}
+
+TEST_F(LogFacilityTest, TruncatesUnlessToldToAppend)
+{
+    const auto path = folder / "b.log";
+    std::ofstream(path) << "before\n";
+    log.setLogLevel(LogFacility::progress);
+    log.openLogFile(path.string(), true);
+    log.logMessage(LogFacility::progress, "one");
+    EXPECT_EQ(readFile(path), "before\none\n");
+    log.openLogFile(path.string(), false);
+    log.logMessage(LogFacility::progress, "two");
+    EXPECT_EQ(readFile(path), "two\n");
+}
+
+TEST_F(LogFacilityTest, TellsAnUnwritableFileOnceAndGoesOnOnStandardError)
+{
+    const std::string path = (folder / "missing" / "c.log").string();
+    log.setLogLevel(LogFacility::progress);
+    testing::internal::CaptureStderr();
+    log.openLogFile(path, false);
+    log.openLogFile(path, false);
+    log.logMessage(LogFacility::progress, "still here");
+    const std::string text = testing::internal::GetCapturedStderr();
+    const std::size_t told = text.find(path);
+    ASSERT_NE(told, std::string::npos);
+    EXPECT_EQ(text.find(path, told + 1), std::string::npos);
+    EXPECT_THAT(text, HasSubstr("still here\n"));
+}
+
+TEST_F(LogFacilityTest, ShowsTheOriginOnlyWhenAsked)
+{
+    const auto path = folder / "d.log";
+    log.openLogFile(path.string(), false);
+    log.setLogLevel(LogFacility::progress);
+    log.setShowCodeInfo(true);
+    VX_LOG(LogFacility::progress, "here");
+    EXPECT_THAT(readFile(path),
+                testing::MatchesRegex("tests/core/diagnostics/DiagnosticsTest\\.cpp, [0-9]+ : here\n"));
+}
+
+TEST(DebugChannel, IsSilentAndFormatsNothingUntilALevelAndADeviceAreSet)
+{
+    DebugChannel channel("SR");
+    const auto device = std::make_shared<RecordingDevice>();
+    int formatted = 0;
+    channel.send("value ", Expensive{&formatted}, 11);
+    channel.setOutputLevel(11);
+    channel.send("value ", Expensive{&formatted}, 11);
+    EXPECT_FALSE(channel.isDebugActive(11));
+    channel.setDebugDevice(device);
+    EXPECT_TRUE(channel.isDebugActive(11));
+    EXPECT_EQ(formatted, 0);
+
+    channel.send("value ", Expensive{&formatted}, 11);
+    channel.send("detail", 12);
+    const DebugChannel copy = channel;  // NOLINT(performance-unnecessary-copy-initialization)
+    copy.send("from the copy", 2);
+    EXPECT_EQ(formatted, 1);
+    EXPECT_THAT(device->lines, ElementsAre("SR|value expensive", "SR|from the copy"));
+}
+
+TEST_F(LogFacilityTest, ReceivesChannelLinesUpToTheChannelsLogLevel)
+{
+    const auto path = folder / "e.log";
+    log.openLogFile(path.string(), false);
+    log.setLogLevel(LogFacility::problems);
+    DebugChannel channel("DBG");
+    channel.setLogLevel(11);
+    channel.send("a problem", 2);
+    channel.send("a step", 11);
+    EXPECT_EQ(readFile(path), "DBG: a problem\n");
+}
+
+TEST(DebugSingleton, ConfiguresChannelsThatAreThereAndThoseThatCome)
+{
+    DebugSingletonInterface& registry = DebugSingleton::getInstance("configures");
+    EXPECT_EQ(&registry, &DebugSingleton::getInstance("configures"));
+    EXPECT_NE(&registry, &DebugSingleton::getInstance(""));
+    const auto device = std::make_shared<RecordingDevice>();
+    DebugChannel before("before");
+    registry.addDebugChannel(&before);
+    registry.setDebugDevice(device);
+    registry.setOutputLevel(11);
+    DebugChannel after("after");
+    registry.addDebugChannel(&after);
+    before.send("1", 11);
+    after.send("2", 11);
+
+    registry.removeDebugChannel(&before);
+    registry.setOutputLevel(0);
+    EXPECT_TRUE(before.isDebugActive(11));
+    EXPECT_FALSE(after.isDebugActive(11));
+    EXPECT_EQ(registry.channelCount(), 1);
+    registry.removeDebugChannel(&after);
+    registry.removeDebugChannel(&after);
+    EXPECT_EQ(registry.channelCount(), 0);
+    EXPECT_THAT(device->lines, ElementsAre("before|1", "after|2"));
+}
+
+TEST(DebugDeviceConsole, NamesTheChannelOnStandardError)
+{
+    DebugDeviceConsole console;
+    testing::internal::CaptureStderr();
+    console.write("SrFloat", "start addFrame", 11);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[SrFloat] start addFrame\n");
+}
+
+TEST(StopWatch, MeasuresBetweenStartAndStop)
+{
+    StopWatch watch;
+    EXPECT_EQ(watch.timeElapsed(), 0.0);
+    watch.start();
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    watch.stop();
+    const double first = watch.timeElapsed();
+    EXPECT_GE(first, 0.005);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_EQ(watch.timeElapsed(), first);
+}
+
+TEST(CompareMat, ReportsOnlyDifferencesAboveTheTolerance)
+{
+    DebugChannel channel("SrInt");
+    const auto device = std::make_shared<RecordingDevice>();
+    channel.setDebugDevice(device);
+    channel.setOutputLevel(2);
+    cv::Mat_<short> a(3, 4, short{100});
+    cv::Mat_<short> b = a.clone();
+    b(1, 2) = 102;
+    EXPECT_TRUE(compareMat(&channel, a, b, "Org", "Linewise", 2.0F));
+    EXPECT_THAT(device->lines, IsEmpty());
+    EXPECT_FALSE(compareMat(&channel, a, b, "Org", "Linewise", 1.0F));
+    EXPECT_THAT(
+        device->lines,
+        ElementsAre("SrInt|Org and Linewise differ by more than 1 at 1 pixels, first at (2, 1), by up to 2"));
+    EXPECT_FALSE(compareMat(nullptr, a, cv::Mat_<short>(3, 3), "Org", "Linewise", 1.0F));
+}
+
+TEST(CompareMat, TellsANotANumberFromAValue)
+{
+    const cv::Mat_<float> plain(2, 2, 1.0F);
+    cv::Mat_<float> broken = plain.clone();
+    broken(0, 1) = std::nanf("");
+    EXPECT_FALSE(compareMat(nullptr, plain, broken, "a", "b", 1e30F));
+    EXPECT_TRUE(compareMat(nullptr, broken, broken.clone(), "a", "b", 0.0F));
+}
