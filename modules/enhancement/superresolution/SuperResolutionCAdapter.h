@@ -1,0 +1,123 @@
+#pragma once
+
+#include "core/base/Export.h"
+
+/**
+ * Flat interface of the float super-resolution engine, for C11 and C++.
+ *
+ * A context takes frames of one size and makes one image of twice the width and height from the latest five.
+ * A frame is an array of width * height single-precision values, row by row without gaps, in degrees Celsius;
+ * the result has the same unit. The frames of a burst must show the same scene, displaced against each other
+ * by a few pixels and by fractions of a pixel, as a hand-held camera does; the fractions are what the added
+ * resolution comes from. A pixel may hold one of the 32-bit patterns 0x81 (over range), 0x82 (under range),
+ * 0x84 or 0x85 (invalid) in place of a value: it is repaired.
+ *
+ * A typical run: init, setCameraAndLensType, five times addImage, queryOutputImageSize,
+ * getSuperresolutionImage, and release. More frames may follow the fifth: each replaces the oldest and
+ * computes the image anew.
+ *
+ * Return codes:
+ *
+ * |    0 | success
+ * |   -2 | a bad pixel had too few good neighbours and took a fallback value; the image was computed
+ * |   -3 | a frame has half or more of its pixels unregistered; the image was computed
+ * |   -4 | the frame has not enough structure: its values span less than 2 degrees; it was taken all the same
+ * |   -5 | fewer than five frames so far
+ * |   -9 | no corner of the reference frame could be tracked into a frame; the image is the one from before
+ * | -999 | a bad argument or an exception; SuperResolution_getErrorMessage tells which
+ *
+ * The codes -4, -5 and -999 leave a text for SuperResolution_getErrorMessage. Contexts, message and log are
+ * process-wide and not locked: call from one thread at a time.
+ *
+ * If the environment variable VXKIT_LOG_FILE names a file when a context is opened, calls are logged there,
+ * and frames and results are written to C:/temp/SrFloat.pfm and C:/temp/SrFloat-Result.pfm if that folder
+ * exists.
+ */
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * Opens a context for frames of the given size.
+ *
+ * The reference frame is the fourth newest (index 3), the point spread that of an unknown camera.
+ * Memory grows linearly with width * height; all of it is allocated here.
+ *
+ * @param width, height  size of a frame in pixels
+ * @return the context's number, 0 or more, or -1 after a failure that left a message. The number of a
+ *         released context is given out again.
+ */
+VXKIT_API int SuperResolution_init(int width, int height);
+
+/**
+ * Tells which camera and lens the frames come from, which sets the width of the sensor's point spread.
+ *
+ * @param context        an open context; with any other number nothing is set
+ * @param cameraAndLens  text with the three digits of a camera model (310, 315, 316, 320, 321, 322, 325, 330)
+ *                       and "FOV" followed by the lens's field of view, for example "k325 FOV25". Any other
+ *                       text sets the point spread of an unknown camera.
+ * @return 0
+ */
+VXKIT_API int SuperResolution_setCameraAndLensType(int context, const char* cameraAndLens);
+
+/**
+ * Adds a frame and, from the fifth one on, computes the large image from the latest five. This is the
+ * expensive call.
+ *
+ * @param irImage  width * height values; copied, so the caller may reuse the memory at once
+ * @return a return code, see above; of several findings the one furthest down this list: -4, -2, -3, -9.
+ * After an exception (-999) while the frame was taken in, it does not count; one while the image was computed
+ * leaves it counted.
+ */
+VXKIT_API int SuperResolution_addImage(int context, const float* irImage);
+
+/**
+ * Tells the size of the large image.
+ *
+ * Before the fifth frame the image is also computed from the frames that are there, so that
+ * SuperResolution_getSuperresolutionImage gives a preview.
+ *
+ * @param width, height  take the size in pixels, also with a negative code, unless the context is invalid;
+ *                       must not be null
+ * @return 0; -5 before the fifth frame; -999
+ */
+VXKIT_API int SuperResolution_queryOutputImageSize(int context, int* width, int* height);
+
+/**
+ * Copies the image that was computed last. Before the first computation its values are undefined.
+ *
+ * @param irMosaic  room for the large image, row by row without gaps; must not be null
+ * @return 0; -5 before the fifth frame, with the image copied nevertheless; -999
+ */
+VXKIT_API int SuperResolution_getSuperresolutionImage(int context, float* irMosaic);
+
+/**
+ * Chooses the frame that the large image is aligned with; takes effect with the next frame.
+ *
+ * @param index  0 (the newest frame) to 4 (the oldest). Any other index leaves this function as a C++
+ *               exception of type const char*: a host in C must not pass one.
+ * @return 0, or -999 for an invalid context
+ */
+VXKIT_API int SuperResolution_setReferenceFrame(int context, int index);
+
+/**
+ * Copies the text of the last failure of any context; a success does not clear it.
+ *
+ * @param buffer  takes up to size characters; zero-filled behind the text, but not terminated if the text
+ *                fills it
+ * @param size    room in the buffer; with 0 or less, nothing is written
+ * @return 0
+ */
+VXKIT_API int SuperResolution_getErrorMessage(char* buffer, int size);
+
+/**
+ * Closes a context and frees its memory.
+ *
+ * @return 0, or -999 for an invalid context
+ */
+VXKIT_API int SuperResolution_release(int context);
+
+#ifdef __cplusplus
+}
+#endif
