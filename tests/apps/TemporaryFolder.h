@@ -1,0 +1,45 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+/// Fixture with an empty folder of its own, removed after the test.
+class TemporaryFolder : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
+        folder = std::filesystem::temp_directory_path() /
+                 ("vxkit-" + std::string(test.test_suite_name()) + "-" + test.name());
+        std::filesystem::remove_all(folder);
+        std::filesystem::create_directories(folder);
+    }
+
+    void TearDown() override { std::filesystem::remove_all(folder); }
+
+    static void writeText(const std::filesystem::path& path, const std::string& text)
+    {
+        std::ofstream(path, std::ios::binary) << text;
+    }
+
+    static std::string textOf(const std::filesystem::path& path)
+    {
+        std::ifstream file(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    std::size_t fileCount() const
+    {
+        return static_cast<std::size_t>(
+            std::distance(std::filesystem::recursive_directory_iterator(folder), {}));
+    }
+
+    std::filesystem::path folder;
+};
