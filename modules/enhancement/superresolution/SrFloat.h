@@ -28,12 +28,12 @@ template <typename Registration>
 class VXKIT_API SrFloat : public DebugChannel
 {
 public:
-    /// @param width, height  size of a frame in pixels
-    /// @param windowSize     frames that one result is made from, at least 1
-    /// @param srFactor       enlargement in each direction
+    /// @param frameWidth, frameHeight  size of a frame in pixels
+    /// @param window  frames that one result is made from, at least 1
+    /// @param factor  enlargement in each direction
     /// @throws Exception     if a size is negative, or an image would have more pixels than an int counts
     /// @throws const char*   if the window is empty
-    SrFloat(int width, int height, int windowSize, float srFactor);
+    SrFloat(int frameWidth, int frameHeight, int window, float factor);
     ~SrFloat() override;
     SrFloat(const SrFloat&) = delete;
     SrFloat(SrFloat&&) = delete;
@@ -67,16 +67,16 @@ public:
 
     /// Whether the frame's maximum minus its minimum reaches the structure threshold. The engine takes frames
     /// that fail, too.
-    bool checkImageStructureQuality(const cv::Mat_<float>& frame);
+    bool checkImageStructureQuality(const cv::Mat_<float>& frame) const;
 
     /// The full displacement of each frame at the last computeSR(), in frame pixels; positive when the scene
     /// lies further right or lower than in the reference frame.
     void getCompleteShifts(std::vector<PointF>& out);
     /// For each frame of the window its mask of the last computeSR(): 1 where the frame was used, else 0.
-    void getMasks(std::vector<cv::Mat_<unsigned char>>& out);
+    void getMasks(std::vector<cv::Mat_<unsigned char>>& out) const;
 
     /// True if frames hold raw signed 16-bit counts, false (the default) if they hold degrees Celsius.
-    void setDataIsNUC(bool dataIsNUC);
+    void setDataIsNUC(bool isNUC);
 
     int getInputSize() const;
     int getOutputSize() const;
@@ -110,7 +110,7 @@ private:
     int loadFrame(const float* frame);
     void saveFrame(float* out) const;
     int warningFor(const std::vector<PointF>& completeShifts) const;
-    float achievedFactor(int maxUsable);
+    float achievedFactor(int maxUsable) const;
     cv::Mat_<float> frameView(int index);
 
     std::int32_t width;
@@ -122,22 +122,21 @@ private:
     std::int32_t fftSize;
     std::int32_t windowSize;
     float srFactor;
-    std::int32_t referenceIndex;
-    float minStructureThreshold;
+    std::int32_t referenceIndex = 0;
+    float minStructureThreshold = 2.0F;
     Registration registration;
     SrFloatMinimization minimization;
     SuperResolutionBadPixelHandling badPixelHandling;
+    // One allocation per kind of image, which the pointers behind them cut into one slice per frame.
+    std::vector<float> frameStorage_;
+    std::vector<float> registeredStorage_;
+    std::vector<char> maskStorage_;
     std::vector<float*> frames;
     std::vector<float*> registeredFrames;
     std::vector<float> outputImage;
     std::vector<PointF> shifts;
     std::vector<char*> masks;
-    std::int32_t frameCount;
-
-    // What the pointers above point into, one slice of inputSize values per frame.
-    std::vector<float> frameStorage_;
-    std::vector<float> registeredStorage_;
-    std::vector<char> maskStorage_;
+    std::int32_t frameCount = 0;
 };
 
 }  // namespace halvor::vx

@@ -24,8 +24,8 @@ namespace halvor::vx {
 class VXKIT_API SuperResolutionBadPixelHandling
 {
 public:
-    /// @param maxFrames  number of frames whose defects are remembered
-    explicit SuperResolutionBadPixelHandling(unsigned int maxFrames);
+    /// @param frameCount  number of frames whose defects are remembered
+    explicit SuperResolutionBadPixelHandling(unsigned int frameCount);
     // A copy would share the defect maps, which are reused from frame to frame.
     SuperResolutionBadPixelHandling(const SuperResolutionBadPixelHandling&) = delete;
     SuperResolutionBadPixelHandling(SuperResolutionBadPixelHandling&&) = default;
@@ -34,7 +34,7 @@ public:
     ~SuperResolutionBadPixelHandling() = default;
 
     /// Which limits are in force: those of raw counts, or (the default) those of temperatures.
-    void setDataIsNUC(bool dataIsNUC);
+    void setDataIsNUC(bool isNUC);
 
     /// Repairs the defect pixels of a frame in place and remembers them, in place of the oldest frame's when
     /// the window is full.
@@ -79,17 +79,26 @@ public:
                       cv::Point_<int>* minimumPlace, cv::Point_<int>* maximumPlace) const;
 
 private:
+    struct Repair
+    {
+        int unrepairable = 0;
+        bool usedFallback = false;
+    };
+
     bool isValid(float value) const;
     unsigned char defectCode(float value) const;
     bool getReplacementValue_(const cv::Mat_<float>& image, int x, int y, float& value) const;
     bool hasDefects(const cv::Mat_<float>& frame) const;
-    void repair(cv::Mat_<float>& frame, cv::Mat_<unsigned char>& map, int& unrepairable, int& result) const;
-    void appendMap(const cv::Size& size);
+    Repair repair(cv::Mat_<float>& frame, cv::Mat_<unsigned char>& map) const;
+    static float fallbackFor(unsigned char code, float smallest, float largest, Repair& outcome);
+    cv::Mat_<unsigned char> nextMap(const cv::Size& size);
+    void refill(float& pixel, int x, int y, const std::vector<PointF>& shifts,
+                const std::vector<cv::Mat_<float>>& frames) const;
 
     std::uint32_t maxFrames;
-    float minValue;
-    float maxValue;
-    bool dataIsNUC;
+    float minValue = 0.0F;
+    float maxValue = 0.0F;
+    bool dataIsNUC = false;
     std::array<PointI, 4> neighbours;
     std::vector<cv::Mat_<unsigned char>> defectMaps;
 };
