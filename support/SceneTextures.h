@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <opencv2/core/types.hpp>
+
+#include "support/SceneLayers.h"
+
+namespace vxsupport {
+
+// Smooth layers over the whole scene; arguments as in SceneLayout.
+std::unique_ptr<SceneLayer> makeFieldLayer(double spacing, std::function<double(cv::Point2d)> field);
+std::unique_ptr<SceneLayer> makeTextureLayer(std::uint64_t seed, double period, double deviation);
+
+}  // namespace vxsupport

@@ -1,0 +1,128 @@
+#include "support/Sensor.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+#include <vector>
+
+#include "core/base/Kernel.h"
+#include "support/PortableMath.h"
+
+namespace vxsupport {
+
+namespace {
+
+constexpr int cellsPerLargePixel = FineScene::cellsPerPixel / 2;
+
+// Weights of consecutive cells; sample i begins at cell first + i * stride.
+struct CellWeights
+{
+    int first;
+    int stride;
+    std::vector<double> taps;
+};
+
+int reachInLargePixels(double psfSigma)
+{
+    return static_cast<int>(std::ceil(5.0 * psfSigma)) + 1;
+}
+
+// Point spread over whole pixels of the doubled grid, laid over the cells at a place between them.
+CellWeights frameWeights(double shift, int margin, double psfSigma)
+{
+    const int reach = reachInLargePixels(psfSigma);
+    const double centre = FineScene::cellsPerPixel * (margin + 0.5 - shift);
+    const double left = centre - reach * cellsPerLargePixel;
+    const int first = static_cast<int>(std::floor(left));
+    const double fraction = left - first;
+
+    std::vector<double> taps(static_cast<std::size_t>(2 * reach * cellsPerLargePixel + 1));
+    double total = 0.0;
+    for (int pixel = -reach; pixel < reach; ++pixel) {
+        const double share = gaussianShare(pixel, pixel + 1, psfSigma) / cellsPerLargePixel;
+        total += share * cellsPerLargePixel;
+        for (int i = 0; i < cellsPerLargePixel; ++i) {
+            const auto at = static_cast<std::size_t>((pixel + reach) * cellsPerLargePixel + i);
+            taps[at] += share * (1.0 - fraction);
+            taps[at + 1] += share * fraction;
+        }
+    }
+    for (double& tap : taps)
+        tap /= total;
+    return {first, FineScene::cellsPerPixel, taps};
+}
+
+// The plain mean over a pixel of the doubled grid.
+CellWeights truthWeights(double shift, int margin)
+{
+    const double left = FineScene::cellsPerPixel * (margin - shift);
+    const int first = static_cast<int>(std::floor(left));
+    const double fraction = left - first;
+    std::vector<double> taps(cellsPerLargePixel + 1, 1.0 / cellsPerLargePixel);
+    taps.front() *= 1.0 - fraction;
+    taps.back() *= fraction;
+    return {first, cellsPerLargePixel, taps};
+}
+
+VX_KERNEL void addScaled(const float* cells, double tap, double* sums, int n)
+{
+    for (int i = 0; i < n; ++i)
+        sums[i] += tap * static_cast<double>(cells[i]);
+}
+
+void requireInside(const CellWeights& weights, int samples, int cells)
+{
+    const int last = weights.first + (samples - 1) * weights.stride + static_cast<int>(weights.taps.size());
+    if (weights.first < 0 || last > cells)
+        throw std::invalid_argument("the scene's margin is too small for the displacement");
+}
+
+cv::Mat_<float> sample(const cv::Mat_<float>& cells, cv::Size size, const CellWeights& across,
+                       const CellWeights& down)
+{
+    requireInside(across, size.width, cells.cols);
+    requireInside(down, size.height, cells.rows);
+    cv::Mat_<float> samples(size);
+#pragma omp parallel
+    {
+        std::vector<double> sums(static_cast<std::size_t>(cells.cols));
+#pragma omp for schedule(static)
+        for (int r = 0; r < size.height; ++r) {
+            std::fill(sums.begin(), sums.end(), 0.0);
+            int row = down.first + r * down.stride;
+            for (const double tap : down.taps)
+                addScaled(cells[row++], tap, sums.data(), cells.cols);
+            for (int c = 0; c < size.width; ++c) {
+                const double* from = &sums[static_cast<std::size_t>(across.first + c * across.stride)];
+                double sum = 0.0;
+                for (const double tap : across.taps)
+                    sum += tap * *from++;
+                samples(r, c) = static_cast<float>(sum);
+            }
+        }
+    }
+    return samples;
+}
+
+}  // namespace
+
+cv::Mat_<float> sampleTruth(const FineScene& scene, cv::Size frame, PointF shift)
+{
+    return sample(scene.cells, frame * 2, truthWeights(static_cast<double>(shift.x), scene.margin),
+                  truthWeights(static_cast<double>(shift.y), scene.margin));
+}
+
+cv::Mat_<float> sampleFrame(const FineScene& scene, cv::Size frame, PointF shift, double psfSigma)
+{
+    if (!(psfSigma > 0.0 && psfSigma <= maxPsfSigma))
+        throw std::invalid_argument("the point spread's deviation is out of range");
+    return sample(scene.cells, frame, frameWeights(static_cast<double>(shift.x), scene.margin, psfSigma),
+                  frameWeights(static_cast<double>(shift.y), scene.margin, psfSigma));
+}
+
+int requiredMargin(double largestShift, double psfSigma)
+{
+    return static_cast<int>(std::ceil(largestShift)) + reachInLargePixels(psfSigma) / 2 + 2;
+}
+
+}  // namespace vxsupport

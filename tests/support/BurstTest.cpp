@@ -1,0 +1,198 @@
+#include "support/Burst.h"
+
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <opencv2/core.hpp>
+#include <stdexcept>
+#include <vector>
+
+#include "core/base/PointF.h"
+#include "support/PortableMath.h"
+
+using namespace vxsupport;
+
+namespace {
+
+BurstSettings quiet(SceneKind kind)
+{
+    BurstSettings settings;
+    settings.scene.kind = kind;
+    settings.scene.frame = {64, 48};
+    settings.netd = 0.0;
+    return settings;
+}
+
+bool sameBits(const cv::Mat_<float>& a, const cv::Mat_<float>& b)
+{
+    const auto bitsEqual = [](float x, float y) {
+        return std::bit_cast<std::uint32_t>(x) == std::bit_cast<std::uint32_t>(y);
+    };
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), bitsEqual);
+}
+
+bool sameBits(const Burst& a, const Burst& b)
+{
+    return sameBits(a.truth, b.truth) &&
+           std::equal(a.frames.begin(), a.frames.end(), b.frames.begin(), b.frames.end(),
+                      [](const cv::Mat_<float>& x, const cv::Mat_<float>& y) { return sameBits(x, y); });
+}
+
+double deviationBetween(const cv::Mat_<float>& a, const cv::Mat_<float>& b)
+{
+    cv::Mat difference;
+    cv::subtract(a, b, difference);
+    cv::Scalar mean;
+    cv::Scalar deviation;
+    cv::meanStdDev(difference, mean, deviation);
+    return deviation[0];
+}
+
+// The point spread over whole pixels of the doubled grid, for a sample between the pixels 0 and 1.
+double spread(int pixel, double sigma)
+{
+    return gaussianShare(pixel - 1, pixel, sigma);
+}
+
+float filtered(const cv::Mat_<float>& truth, int r, int c, double sigma)
+{
+    double sum = 0.0;
+    for (int j = -4; j < 6; ++j)
+        for (int i = -4; i < 6; ++i)
+            sum += spread(j, sigma) * spread(i, sigma) * static_cast<double>(truth(2 * r + j, 2 * c + i));
+    return static_cast<float>(sum);
+}
+
+}  // namespace
+
+TEST(Burst, GivesTheSameBitsForAnyNumberOfThreads)
+{
+    BurstSettings settings;
+    settings.scene.frame = {64, 48};
+    settings.columnOffset = 0.2;
+    settings.pixelOffset = 0.1;
+    settings.defects.count = 9;
+    const int threads = omp_get_max_threads();
+    for (const SceneKind kind : allSceneKinds()) {
+        settings.scene.kind = kind;
+        omp_set_num_threads(1);
+        const Burst one = simulateBurst(settings);
+        omp_set_num_threads(7);
+        const Burst seven = simulateBurst(settings);
+        omp_set_num_threads(threads);
+        EXPECT_TRUE(sameBits(one, seven)) << nameOf(kind);
+        settings.seed += 1;
+        EXPECT_FALSE(sameBits(one, simulateBurst(settings))) << nameOf(kind);
+    }
+}
+
+TEST(Burst, ReferenceFrameIsTheTruthSeenThroughThePointSpread)
+{
+    for (const SceneKind kind : allSceneKinds()) {
+        const Burst burst = simulateBurst(quiet(kind));
+        for (int r = 4; r < 44; ++r)
+            for (int c = 4; c < 60; ++c)
+                ASSERT_NEAR(burst.frames[1](r, c), filtered(burst.truth, r, c, 0.683), 1e-4F) << nameOf(kind);
+    }
+}
+
+TEST(Burst, PositiveShiftMovesTheSceneRightAndDown)
+{
+    BurstSettings settings = quiet(SceneKind::target);
+    settings.shifts = {{0.0F, 0.0F}, {3.0F, 0.0F}, {0.0F, -2.0F}, {0.5F, -1.5F}};
+    settings.frameCount = 4;
+    settings.reference = 0;
+    const Burst burst = simulateBurst(settings);
+    for (int r = 4; r < 44; ++r)
+        for (int c = 4; c < 60; ++c) {
+            ASSERT_NEAR(burst.frames[1](r, c), burst.frames[0](r, c - 3), 1e-4F);
+            ASSERT_NEAR(burst.frames[2](r, c), burst.frames[0](r + 2, c), 1e-4F);
+        }
+    // Half a small pixel is a whole one of the doubled grid.
+    cv::Mat_<float> moved(burst.truth.size(), 0.0F);
+    burst.truth(cv::Rect(0, 3, 127, 93)).copyTo(moved(cv::Rect(1, 0, 127, 93)));
+    for (int r = 4; r < 42; ++r)
+        for (int c = 4; c < 60; ++c)
+            ASSERT_NEAR(burst.frames[3](r, c), filtered(moved, r, c, 0.683), 1e-4F);
+}
+
+TEST(Burst, ShiftsCountFromTheReference)
+{
+    BurstSettings settings = quiet(SceneKind::facade);
+    settings.reference = 3;
+    settings.motion.drift = 2.0;
+    const Burst burst = simulateBurst(settings);
+    EXPECT_EQ(burst.shifts[3].x, 0.0F);
+    EXPECT_EQ(burst.shifts[3].y, 0.0F);
+    EXPECT_GT(std::fabs(burst.shifts[0].x) + std::fabs(burst.shifts[0].y), 1.0F);
+}
+
+TEST(Burst, NoiseAndOffsetsHaveTheWantedDeviations)
+{
+    BurstSettings settings = quiet(SceneKind::facade);
+    settings.scene.frame = {160, 120};
+    settings.shifts.assign(5, {0.0F, 0.0F});
+    const Burst clean = simulateBurst(settings);
+    settings.netd = 0.05;
+    const Burst noisy = simulateBurst(settings);
+    EXPECT_NEAR(deviationBetween(noisy.frames[0], clean.frames[0]), 0.05, 0.001);
+    EXPECT_NEAR(deviationBetween(noisy.frames[0], noisy.frames[1]), 0.05 * std::sqrt(2.0), 0.0015);
+
+    settings.netd = 0.0;
+    settings.columnOffset = 0.4;
+    const Burst striped = simulateBurst(settings);
+    EXPECT_NEAR(deviationBetween(striped.frames[0], clean.frames[0]), 0.4, 0.06);
+    cv::Mat stripes;
+    cv::subtract(striped.frames[0], clean.frames[0], stripes);
+    EXPECT_LT(cv::norm(stripes.row(0), stripes.row(119), cv::NORM_INF), 1e-5);
+    EXPECT_TRUE(sameBits(striped.frames[0], striped.frames[4]));
+
+    settings.columnOffset = 0.0;
+    settings.pixelOffset = 0.3;
+    const Burst speckled = simulateBurst(settings);
+    EXPECT_NEAR(deviationBetween(speckled.frames[0], clean.frames[0]), 0.3, 0.006);
+    EXPECT_TRUE(sameBits(speckled.frames[0], speckled.frames[4]));
+}
+
+TEST(Burst, DefectsStandAtTheirPlacesInEveryFrame)
+{
+    BurstSettings settings = quiet(SceneKind::facade);
+    settings.shifts.assign(5, {0.0F, 0.0F});
+    const Burst clean = simulateBurst(settings);
+    settings.defects = {6, DefectStyle::markers};
+    const Burst marked = simulateBurst(settings);
+    ASSERT_EQ(marked.defects.size(), 6U);
+    const std::vector<std::uint32_t> patterns{0x81, 0x82, 0x84, 0x85, 0x81, 0x82};
+    for (const cv::Mat_<float>& frame : marked.frames)
+        for (std::size_t i = 0; i < marked.defects.size(); ++i)
+            EXPECT_EQ(std::bit_cast<std::uint32_t>(frame(marked.defects[i])), patterns[i]);
+    EXPECT_EQ(cv::countNonZero(marked.frames[2] != clean.frames[2]), 6);
+
+    settings.defects.style = DefectStyle::stuck;
+    const Burst stuck = simulateBurst(settings);
+    double low = 0.0;
+    double high = 0.0;
+    cv::minMaxLoc(stuck.truth, &low, &high);
+    EXPECT_LT(stuck.frames[4](stuck.defects[0]), low);
+    EXPECT_GT(stuck.frames[4](stuck.defects[1]), high);
+}
+
+TEST(Burst, RefusesSettingsOutOfRange)
+{
+    const auto refuses = [](void (*spoil)(BurstSettings&)) {
+        BurstSettings settings;
+        spoil(settings);
+        EXPECT_THROW(simulateBurst(settings), std::invalid_argument);
+    };
+    refuses([](BurstSettings& s) { s.frameCount = 0; });
+    refuses([](BurstSettings& s) { s.reference = 5; });
+    refuses([](BurstSettings& s) { s.shifts.resize(2); });
+    refuses([](BurstSettings& s) { s.netd = -1.0; });
+    refuses([](BurstSettings& s) { s.psfSigma = 0.0; });
+    refuses([](BurstSettings& s) { s.scene.frame = {0, 10}; });
+    refuses([](BurstSettings& s) { s.scene.zoom = 0.0; });
+}
