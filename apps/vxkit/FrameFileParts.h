@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "apps/vxkit/FrameFile.h"
+
+// What the sources of FrameFile share; not for other files.
+namespace vxapp {
+
+/// Opens a regular, non-empty file for reading.
+/// @param size  takes the number of bytes
+std::ifstream openForReading(const std::string& path, std::uint64_t& size);
+
+/// Reads exactly `count` bytes from the given place.
+/// @return false if the file ends before
+bool readBytes(std::ifstream& file, std::uint64_t place, char* bytes, std::size_t count);
+
+/// Raises a UsageError unless the type is one channel of 16-bit counts or 32-bit floats.
+void requireFrameType(const std::string& name, int type);
+
+/// PFM file, or a stream of PFM images of one size.
+std::unique_ptr<FrameFile> openPfmFile(const std::string& path);
+
+/// Number of pages of a TIFF file, from its chain of directories alone.
+int tiffPageCount(const std::string& path);
+
+}  // namespace vxapp

@@ -1,0 +1,226 @@
+#include "apps/vxkit/Output.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cmath>
+#include <cstdint>
+#include <fstream>
+#include <limits>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <sstream>
+#include <string_view>
+
+#include "apps/vxkit/Failure.h"
+#include "apps/vxkit/SafeWrite.h"
+#include "core/io/ImageIO.h"
+
+namespace vxapp {
+
+namespace {
+
+constexpr double largestCount = 65535.0;
+constexpr double absoluteZero = -273.15;
+
+struct NamedColourMap
+{
+    std::string name;
+    int map;  // of cv::applyColorMap; -1 for grey levels
+};
+
+const std::vector<NamedColourMap>& namedColourMaps()
+{
+    static const std::vector<NamedColourMap> maps = {
+        {"inferno", cv::COLORMAP_INFERNO}, {"gray", -1},
+        {"magma", cv::COLORMAP_MAGMA},     {"plasma", cv::COLORMAP_PLASMA},
+        {"viridis", cv::COLORMAP_VIRIDIS}, {"turbo", cv::COLORMAP_TURBO},
+        {"hot", cv::COLORMAP_HOT},         {"bone", cv::COLORMAP_BONE},
+    };
+    return maps;
+}
+
+std::string lowerEnding(const std::filesystem::path& path)
+{
+    std::string ending = path.extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return ending;
+}
+
+std::vector<float> finiteValues(const cv::Mat_<float>& image)
+{
+    std::vector<float> values;
+    values.reserve(image.total());
+    for (const float value : image)
+        if (std::isfinite(value))
+            values.push_back(value);
+    return values;
+}
+
+// CRC-32 as PNG chunks carry it (polynomial 0xEDB88320, reflected).
+std::uint32_t crc32(std::string_view bytes)
+{
+    std::uint32_t crc = 0xFFFFFFFFU;
+    for (const char c : bytes) {
+        crc ^= static_cast<unsigned char>(c);
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc & 1U) != 0 ? (crc >> 1) ^ 0xEDB88320U : crc >> 1;
+    }
+    return ~crc;
+}
+
+std::string bigEndian(std::uint32_t number)
+{
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes.push_back(static_cast<char>(static_cast<unsigned char>(number >> shift)));
+    return bytes;
+}
+
+// The image library can't write texts into a PNG file; a chunk of type tEXt stands behind the header chunk.
+void insertText(std::vector<unsigned char>& png, const std::string& keyword, const std::string& text)
+{
+    constexpr std::ptrdiff_t headerEnd = 8 + 25;  // signature and IHDR chunk
+    std::string body = "tEXt" + keyword;
+    body.push_back('\0');
+    body += text;
+    const auto length = static_cast<std::uint32_t>(body.size() - 4);
+    const std::string chunk = bigEndian(length) + body + bigEndian(crc32(body));
+    png.insert(png.begin() + headerEnd, chunk.begin(), chunk.end());
+}
+
+void saveBytes(const std::filesystem::path& path, const std::vector<unsigned char>& bytes, bool force)
+{
+    writeSafely(path, force, [&](const std::filesystem::path& temporary) {
+        std::ofstream file(temporary, std::ios::binary);
+        file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        file.close();
+        return file.good();
+    });
+}
+
+std::vector<unsigned char> encode(const std::filesystem::path& path, const std::string& ending,
+                                  const cv::Mat& image)
+{
+    std::vector<unsigned char> bytes;
+    try {
+        if (cv::imencode(ending, image, bytes))
+            return bytes;
+    } catch (const cv::Exception&) {  // told below
+    }
+    throw UsageError(path.string() + " can't be written: the image could not be encoded");
+}
+
+}  // namespace
+
+std::string scaleText(const CountScale& scale)
+{
+    std::ostringstream text;
+    text.precision(9);
+    text << "value = count * " << scale.scale;
+    if (scale.offset != 0.0)
+        text << (scale.offset < 0.0 ? " - " : " + ") << std::abs(scale.offset);
+    return text.str();
+}
+
+CountScale scaleFor(const cv::Mat_<float>& image, Unit unit)
+{
+    const std::vector<float> values = finiteValues(image);
+    if (values.empty())
+        return {1.0, 0.0};
+    const auto [lowest, highest] = std::minmax_element(values.begin(), values.end());
+    const double low = *lowest;
+    const double high = *highest;
+
+    const double offset = unit == Unit::degrees ? absoluteZero : 0.0;
+    for (const double scale : unit == Unit::degrees ? std::array{0.01, 0.1} : std::array{0.25, 1.0})
+        if (low >= offset && high <= offset + scale * largestCount)
+            return {scale, offset};
+    return {high > low ? (high - low) / largestCount : 1.0, low};
+}
+
+ValueRange previewRange(const cv::Mat_<float>& image)
+{
+    std::vector<float> values = finiteValues(image);
+    if (values.empty())
+        return {0.0F, 0.0F};
+    const auto cut = static_cast<std::ptrdiff_t>(values.size() / 200);
+    std::nth_element(values.begin(), values.begin() + cut, values.end());
+    const float low = *(values.begin() + cut);
+    std::nth_element(values.begin(), values.end() - 1 - cut, values.end());
+    return {low, *(values.end() - 1 - cut)};
+}
+
+const std::vector<std::string>& colourMaps()
+{
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> list;
+        for (const NamedColourMap& map : namedColourMaps())
+            list.push_back(map.name);
+        return list;
+    }();
+    return names;
+}
+
+bool isFloatFile(const std::filesystem::path& path)
+{
+    const std::string ending = lowerEnding(path);
+    return ending == ".tif" || ending == ".tiff" || ending == ".pfm";
+}
+
+bool isPngFile(const std::filesystem::path& path)
+{
+    return lowerEnding(path) == ".png";
+}
+
+void saveFloats(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force)
+{
+    if (lowerEnding(path) != ".pfm") {
+        saveBytes(path, encode(path, ".tiff", image), force);
+        return;
+    }
+    writeSafely(path, force, [&](const std::filesystem::path& temporary) {
+        using halvor::vx::ImageIO;
+        return ImageIO::save(temporary.string(), image, ImageIO::pfm);
+    });
+}
+
+void saveCounts(const std::filesystem::path& path, const cv::Mat_<float>& image, const CountScale& scale,
+                bool force)
+{
+    cv::Mat_<std::uint16_t> counts(image.size());
+    std::transform(image.begin(), image.end(), counts.begin(), [&](float value) {
+        const double count = std::round((static_cast<double>(value) - scale.offset) / scale.scale);
+        return std::isnan(count) ? std::uint16_t{0}
+                                 : static_cast<std::uint16_t>(std::clamp(count, 0.0, largestCount));
+    });
+    std::vector<unsigned char> png = encode(path, ".png", counts);
+    insertText(png, "Comment", scaleText(scale));
+    saveBytes(path, png, force);
+}
+
+void savePreview(const std::filesystem::path& path, const cv::Mat_<float>& image, const ValueRange& range,
+                 const std::string& colourMap, bool force)
+{
+    const float span = range.high > range.low ? range.high - range.low : 1.0F;
+    cv::Mat_<std::uint8_t> levels(image.size());
+    std::transform(image.begin(), image.end(), levels.begin(), [&](float value) {
+        const float level = (value - range.low) / span;
+        return std::isnan(level)
+                   ? std::uint8_t{0}
+                   : static_cast<std::uint8_t>(std::lround(std::clamp(level, 0.0F, 1.0F) * 255.0F));
+    });
+    const auto& maps = namedColourMaps();
+    const auto found = std::find_if(maps.begin(), maps.end(),
+                                    [&](const NamedColourMap& map) { return map.name == colourMap; });
+    if (found == maps.end())
+        throw UsageError("unknown colour map " + colourMap);
+    cv::Mat picture = levels;
+    if (found->map >= 0)
+        cv::applyColorMap(levels, picture, found->map);
+    saveBytes(path, encode(path, ".png", picture), force);
+}
+
+}  // namespace vxapp

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <filesystem>
+#include <opencv2/core/mat.hpp>
+#include <string>
+#include <vector>
+
+namespace vxapp {
+
+/// How the counts of a 16-bit image are to be read: value = count * scale + offset.
+struct CountScale
+{
+    double scale;
+    double offset;
+};
+
+/// "value = count * 0.01 - 273.15"
+std::string scaleText(const CountScale& scale);
+
+/// What the values of an image are.
+enum class Unit
+{
+    degrees,  ///< degrees Celsius
+    counts,   ///< counts of the sensor
+};
+
+/// A scale with which the image's values fit 16 bits: the finest of a few fixed ones, so that the images of
+/// one recording are read alike (for degrees hundredths or tenths of a kelvin from absolute zero on, for
+/// counts quarters or whole counts from 0 on). An image that fits none of them is stretched over all counts.
+CountScale scaleFor(const cv::Mat_<float>& image, Unit unit);
+
+/// Range of values that a preview shows.
+struct ValueRange
+{
+    float low;
+    float high;
+};
+
+/// The range of an image's values without the outermost half percent at each end, so that a few hot pixels
+/// don't darken a preview. Values that are no numbers don't count.
+ValueRange previewRange(const cv::Mat_<float>& image);
+
+/// The names that savePreview() takes; the first is meant as default.
+const std::vector<std::string>& colourMaps();
+
+/// Whether saveFloats() or saveCounts() writes such a file, by its ending.
+bool isFloatFile(const std::filesystem::path& path);  ///< .tif, .tiff, .pfm
+bool isPngFile(const std::filesystem::path& path);    ///< .png
+
+// Writers. An existing file is replaced only if `force` is set, a file appears under its name when it is
+// complete, and every failure is a UsageError that names the file.
+
+/// Writes 32-bit floats bit by bit as TIFF or PFM, by the file's ending.
+void saveFloats(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force);
+
+/// Writes a 16-bit PNG of rounded counts, with the scale as a text in the file. A value that is no number
+/// becomes 0, one beyond the counts the nearest count.
+void saveCounts(const std::filesystem::path& path, const cv::Mat_<float>& image, const CountScale& scale,
+                bool force);
+
+/// Writes an 8-bit colour PNG for looking at.
+void savePreview(const std::filesystem::path& path, const cv::Mat_<float>& image, const ValueRange& range,
+                 const std::string& colourMap, bool force);
+
+}  // namespace vxapp

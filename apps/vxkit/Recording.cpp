@@ -1,0 +1,198 @@
+#include "apps/vxkit/Recording.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "apps/vxkit/Failure.h"
+
+namespace vxapp {
+
+namespace {
+
+// Decoded frames are kept as long as they stay below this together.
+constexpr std::size_t keptBytesLimit = std::size_t{256} << 20;
+constexpr int largestSide = 1 << 15;
+
+// Two whole numbers with a separator between them, and nothing else.
+std::optional<std::pair<int, int>> parsePair(std::string_view text, char separator)
+{
+    const std::size_t middle = text.find(separator);
+    if (middle == std::string_view::npos)
+        return std::nullopt;
+    const auto parse = [](std::string_view word, int& value) {
+        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+        return error == std::errc() && end == word.data() + word.size();
+    };
+    std::pair<int, int> numbers;
+    if (!parse(text.substr(0, middle), numbers.first) || !parse(text.substr(middle + 1), numbers.second))
+        return std::nullopt;
+    return numbers;
+}
+
+cv::Size parseSize(const std::string& text)
+{
+    const auto size = parsePair(text, 'x');
+    const auto fits = [](int side) { return side > 0 && side <= largestSide; };
+    if (!size || !fits(size->first) || !fits(size->second))
+        throw UsageError("--size " + text + ": expected WIDTHxHEIGHT in pixels, for example 160x120");
+    return {size->first, size->second};
+}
+
+bool hasImageEnding(const std::string& path)
+{
+    std::string ending = std::filesystem::path(path).extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const auto known = {".png", ".tif", ".tiff", ".pgm", ".pfm"};
+    return std::find(known.begin(), known.end(), ending) != known.end();
+}
+
+std::unique_ptr<FrameFile> openFile(const std::string& path, const std::optional<cv::Size>& rawSize)
+{
+    if (!rawSize)
+        return openImageFile(path);
+    if (hasImageEnding(path))
+        throw UsageError(path +
+                         ": an image file tells its own size; --size is for headerless recordings only");
+    return openRawFile(path, *rawSize);
+}
+
+std::string shapeText(const FrameShape& shape)
+{
+    return std::to_string(shape.size.width) + "x" + std::to_string(shape.size.height) +
+           (shape.type == CV_32FC1 ? " floats" : " 16-bit counts");
+}
+
+}  // namespace
+
+void addRecordingOptions(CLI::App& command, RecordingOptions& options)
+{
+    command
+        .add_option("INPUT", options.inputs,
+                    "Frames in their order: PNG, PGM or TIFF (also of several pages) with 16 bits,\n"
+                    "TIFF or PFM with 32-bit floats, or with --size a headerless recording")
+        ->required();
+    command
+        .add_option("--size", options.size,
+                    "INPUT is headerless: unsigned 16-bit little-endian frames of this size")
+        ->type_name("WIDTHxHEIGHT");
+    command
+        .add_option("--frames", options.frames,
+                    "Take COUNT frames from frame FIRST on, counted from 0 over all inputs (default: all)")
+        ->type_name("FIRST:COUNT");
+}
+
+Recording::Recording(const RecordingOptions& options) : names_(options.inputs)
+{
+    std::optional<cv::Size> rawSize;
+    if (!options.size.empty())
+        rawSize = parseSize(options.size);
+    for (std::size_t file = 0; file < names_.size(); ++file) {
+        files_.push_back(openFile(names_[file], rawSize));
+        for (int frame = 0; frame < files_.back()->frameCount(); ++frame)
+            places_.push_back({file, frame});
+    }
+    select(options.frames);
+    checkFrames();
+}
+
+void Recording::select(const std::string& frames)
+{
+    if (frames.empty())
+        return;
+    const auto range = parsePair(frames, ':');
+    if (!range || range->first < 0 || range->second < 1)
+        throw UsageError("--frames " + frames +
+                         ": expected FIRST:COUNT, for example 0:5 for the first five frames");
+    const auto [first, count] = *range;
+    if (first >= frameCount() || count > frameCount() - first)
+        throw UsageError("--frames " + frames + ": goes beyond the recording, which has " +
+                         std::to_string(frameCount()) + " frames, counted from 0");
+    places_.erase(places_.begin() + first + count, places_.end());
+    places_.erase(places_.begin(), places_.begin() + first);
+    firstNumber_ = first;
+}
+
+void Recording::checkFrames()
+{
+    kept_.resize(places_.size());
+    std::size_t keptBytes = 0;
+    for (int i = 0; i < frameCount(); ++i) {
+        FrameFile& file = *files_[places_[static_cast<std::size_t>(i)].file];
+        if (const std::optional<FrameShape> shape = file.shapeOfAll()) {
+            requireShape(*shape, nameOf(i));
+            continue;
+        }
+        const cv::Mat decoded = frame(i);
+        requireShape({decoded.size(), decoded.type()}, nameOf(i));
+        keptBytes += decoded.total() * decoded.elemSize();
+        if (keptBytes <= keptBytesLimit)
+            kept_[static_cast<std::size_t>(i)] = decoded;
+    }
+}
+
+void Recording::requireShape(const FrameShape& shape, const std::string& name)
+{
+    if (shape_.type < 0)
+        shape_ = shape;
+    else if (shape.size != shape_.size || shape.type != shape_.type)
+        throw UsageError(name + ": has " + shapeText(shape) + ", while " + nameOf(0) + " has " +
+                         shapeText(shape_) + "; expected frames of one size and kind");
+}
+
+std::string Recording::nameOf(int index) const
+{
+    const Place& place = places_.at(static_cast<std::size_t>(index));
+    const std::string& name = names_[place.file];
+    return files_[place.file]->frameCount() == 1 ? name : name + ", frame " + std::to_string(place.frame);
+}
+
+bool Recording::readsFrom(const std::string& path) const
+{
+    return std::any_of(names_.begin(), names_.end(), [&](const std::string& name) {
+        std::error_code error;
+        return std::filesystem::equivalent(name, path, error);
+    });
+}
+
+cv::Mat Recording::frame(int index)
+{
+    const auto i = static_cast<std::size_t>(index);
+    if (!kept_.at(i).empty())
+        return kept_[i];
+    return files_[places_[i].file]->read(places_[i].frame);
+}
+
+cv::Mat_<float> Recording::values(int index)
+{
+    cv::Mat read = frame(index);
+    if (holdsFloats())
+        return read;
+    cv::Mat_<float> values;
+    read.convertTo(values, CV_32F);
+    return values;
+}
+
+cv::Mat_<std::uint16_t> Recording::counts(int index)
+{
+    cv::Mat read = frame(index);
+    if (!holdsFloats())
+        return read;
+    cv::Mat_<std::uint16_t> counts(read.size());
+    for (int y = 0; y < read.rows; ++y)
+        for (int x = 0; x < read.cols; ++x) {
+            const float rounded = std::round(read.at<float>(y, x));
+            if (!(rounded >= 0.0F && rounded <= 65535.0F))
+                throw UsageError(nameOf(index) + ": holds values that are no counts; expected 0 to 65535");
+            counts(y, x) = static_cast<std::uint16_t>(rounded);
+        }
+    return counts;
+}
+
+}  // namespace vxapp

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <opencv2/core/mat.hpp>
+#include <string>
+#include <vector>
+
+#include "apps/vxkit/FrameFile.h"
+
+namespace CLI {
+class App;
+}
+
+namespace vxapp {
+
+/// What a command line tells about the frames to read.
+struct RecordingOptions
+{
+    std::vector<std::string> inputs;
+    std::string size;    ///< "WIDTHxHEIGHT" of headerless recordings; empty for image files
+    std::string frames;  ///< "FIRST:COUNT" of all the frames; empty for all
+};
+
+/// Adds INPUT..., --size and --frames to a command.
+void addRecordingOptions(CLI::App& command, RecordingOptions& options);
+
+/// Frames of one size and kind, from any number of files in the order given.
+///
+/// Opening a recording checks all of its frames, so that nothing fails half-way: image files are decoded
+/// once, headerless recordings and PFM files are checked by their sizes. What was decoded is kept up to a
+/// limit; everything else is read when it is asked for. All failures are UsageErrors that name the input.
+class Recording
+{
+public:
+    explicit Recording(const RecordingOptions& options);
+
+    cv::Size frameSize() const { return shape_.size; }
+    int frameCount() const { return static_cast<int>(places_.size()); }
+    /// Number of frame 0 among all frames of the inputs: FIRST of "FIRST:COUNT".
+    int firstNumber() const { return firstNumber_; }
+    /// Whether the frames hold 32-bit floats; else they hold 16-bit counts.
+    bool holdsFloats() const { return shape_.type == CV_32FC1; }
+
+    /// "FILE", or "FILE, frame N" if the file holds several, for messages.
+    std::string nameOf(int index) const;
+    /// Whether a path names one of the input files.
+    bool readsFrom(const std::string& path) const;
+
+    // Frames may share their memory with the recording: copy one before changing it.
+
+    /// A frame as floats; a recording of floats gives them bit by bit.
+    cv::Mat_<float> values(int index);
+    /// A frame as counts. Floats are rounded; one outside 0 to 65535, or not a number, is a UsageError.
+    cv::Mat_<std::uint16_t> counts(int index);
+
+private:
+    struct Place
+    {
+        std::size_t file;
+        int frame;  // within the file
+    };
+
+    void select(const std::string& frames);
+    void checkFrames();
+    void requireShape(const FrameShape& shape, const std::string& name);
+    cv::Mat frame(int index);
+
+    std::vector<std::string> names_;
+    std::vector<std::unique_ptr<FrameFile>> files_;
+    std::vector<Place> places_;
+    std::vector<cv::Mat> kept_;  // by frame; empty where a frame is read when asked for
+    FrameShape shape_{{}, -1};
+    int firstNumber_ = 0;
+};
+
+}  // namespace vxapp

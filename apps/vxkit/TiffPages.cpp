@@ -1,0 +1,86 @@
+#include <array>
+#include <limits>
+#include <string_view>
+
+#include "apps/vxkit/Failure.h"
+#include "apps/vxkit/FrameFileParts.h"
+
+// The image library ends silently at the first page that it can't find, so a file that was cut off would look
+// like a shorter recording. Following the chain of page directories shows the loss.
+namespace vxapp {
+
+namespace {
+
+// Classic TIFF or BigTIFF: the widths of the fields differ.
+struct TiffLayout
+{
+    bool bigEndian;
+    std::size_t firstLink;    // place of the link to the first directory
+    std::size_t countBytes;   // width of a directory's entry count
+    std::size_t entryBytes;   // width of an entry
+    std::size_t offsetBytes;  // width of a link
+};
+
+class TiffChain
+{
+public:
+    explicit TiffChain(const std::string& path) : path_(path), file_(openForReading(path, bytes_))
+    {
+        const bool bigEndian = number(0, 2, false) == 0x4D4D;
+        const bool big = number(2, 2, bigEndian) == 43;
+        layout_ = big ? TiffLayout{bigEndian, 8, 8, 20, 8} : TiffLayout{bigEndian, 4, 2, 12, 4};
+    }
+
+    int pageCount()
+    {
+        int pages = 0;
+        std::uint64_t place = link(layout_.firstLink);
+        while (place != 0) {
+            // Fewer than one page in 8 bytes; more is a chain that bites its own tail.
+            if (static_cast<std::uint64_t>(++pages) > bytes_ / 8 || pages == std::numeric_limits<int>::max())
+                throw UsageError(path_ + ": the TIFF pages form a loop; expected a sound file");
+            const std::uint64_t entries = number(place, layout_.countBytes, layout_.bigEndian);
+            if (entries > bytes_ / layout_.entryBytes)
+                throw cutOff();
+            place = link(place + layout_.countBytes + entries * layout_.entryBytes);
+        }
+        if (pages == 0)
+            throw cutOff();
+        return pages;
+    }
+
+private:
+    std::uint64_t link(std::uint64_t place) { return number(place, layout_.offsetBytes, layout_.bigEndian); }
+
+    std::uint64_t number(std::uint64_t place, std::size_t width, bool bigEndian)
+    {
+        std::array<char, 8> text{};
+        if (place >= bytes_ || !readBytes(file_, place, text.data(), width))
+            throw cutOff();
+        std::uint64_t value = 0;
+        for (std::size_t i = 0; i < width; ++i) {
+            const std::size_t shift = 8 * (bigEndian ? width - 1 - i : i);
+            value |= static_cast<std::uint64_t>(static_cast<unsigned char>(text.at(i))) << shift;
+        }
+        return value;
+    }
+
+    UsageError cutOff() const
+    {
+        return UsageError(path_ + ": cut off or damaged; expected a complete TIFF file");
+    }
+
+    std::string path_;
+    std::uint64_t bytes_ = 0;
+    std::ifstream file_;
+    TiffLayout layout_{};
+};
+
+}  // namespace
+
+int tiffPageCount(const std::string& path)
+{
+    return TiffChain(path).pageCount();
+}
+
+}  // namespace vxapp
