@@ -33,7 +33,8 @@ constexpr int limitTo(int value, int limit, int bits)
     return whole >= limit ? top : whole <= ~limit ? bottom : value;
 }
 
-// The samples stay signed throughout: offset binary would add the same to both sides of every difference below.
+// The samples stay signed throughout: offset binary would add the same to both sides of every difference
+// below.
 template <typename Pixel>
 VX_KERNEL_BODY void takeSamples(const Pixel* in, std::int16_t* VX_RESTRICT samples, int n)
 {
@@ -252,8 +253,8 @@ void PatternRemoval::runRows(const Image<Pixel>& image, const Corrections& corre
     if (cols_ == 0 || image.rows == 0)
         return;
     const auto input = [&](int y) { return image.in + static_cast<std::size_t>(y) * image.inStride; };
-    const Measures measures{centre_.data() + reach, squareSum_.data(), squareDeviation_.data(), rowSum_.data(),
-                            rowDeviation_.data()};
+    const Measures measures{centre_.data() + reach, squareSum_.data(), squareDeviation_.data(),
+                            rowSum_.data(), rowDeviation_.data()};
     load(input(0), 0);
     for (int y = 0; y < image.rows; ++y) {
         // A row is taken before the one above it is overwritten, so that the result may replace the input.

@@ -78,12 +78,12 @@ private:
     std::vector<std::int16_t> samples_;  // the rows around the current one, each padded by repeated edges
     std::vector<std::int16_t> columnHigh_, columnLow_;
     std::vector<int> columnSum_;
-    std::vector<int> centre_;                        // the current row, padded
-    std::vector<int> squareSum_, rowSum_;            // of the eight neighbours
+    std::vector<int> centre_;              // the current row, padded
+    std::vector<int> squareSum_, rowSum_;  // of the eight neighbours
     std::vector<int> squareDeviation_, rowDeviation_;
-    std::vector<int> earlierLine_, laterLine_;       // rounded line values before and after the row, padded
+    std::vector<int> earlierLine_, laterLine_;  // rounded line values before and after the row, padded
     std::vector<int> squareBend_, rowBend_;
-    std::vector<int> result_;                        // corrected samples, signed
+    std::vector<int> result_;  // corrected samples, signed
 };
 
 }  // namespace halvor::vx::pattern

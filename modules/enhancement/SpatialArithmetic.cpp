@@ -42,7 +42,8 @@ VX_KERNEL void loadImage(const short* in, int* samples, int n)
     loadSamples(in, samples, n);
 }
 
-// Gives the filtered samples in offset binary, beyond 16 bits where the detail overshoots. The activity is below 2^20, so the single-precision quotient truncates to the integer one.
+// Gives the filtered samples in offset binary, beyond 16 bits where the detail overshoots. The activity is
+// below 2^20, so the single-precision quotient truncates to the integer one.
 VX_KERNEL void smooth(const int* above, const int* here, const int* below, int gain, int* VX_RESTRICT result,
                       int n)
 {
@@ -52,10 +53,9 @@ VX_KERNEL void smooth(const int* above, const int* here, const int* below, int g
                               below[i] + below[i + 1] + below[i + 2]);
         int activity = 0;
         for (int j = 0; j < 3; ++j)
-            activity += std::abs(above[i + j] - mean) + std::abs(here[i + j] - mean) +
-                        std::abs(below[i + j] - mean);
-        const int keep =
-            std::min(static_cast<int>(static_cast<float>(activity) / divisor) + 13, fullDetail);
+            activity +=
+                std::abs(above[i + j] - mean) + std::abs(here[i + j] - mean) + std::abs(below[i + j] - mean);
+        const int keep = std::min(static_cast<int>(static_cast<float>(activity) / divisor) + 13, fullDetail);
         const int detail = here[i + 1] - mean;
         result[i] = (wrapAdd(wrapMul(detail, keep), 16) >> 5) + mean;
     }

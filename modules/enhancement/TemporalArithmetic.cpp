@@ -21,10 +21,11 @@ VX_KERNEL_BODY void start(const Pixel* in, int* history, int n)
         history[i] = offsetBinary(in[i]) * 4;
 }
 
-// The history stays within -65536 and 327675, whatever the settings: differences can't overflow, products can.
+// The history stays within -65536 and 327675, whatever the settings: differences can't overflow, products
+// can.
 template <typename Pixel>
 VX_KERNEL_BODY std::int64_t indexDifferences(const Pixel* in, const int* history, int controlGain,
-                                      int* VX_RESTRICT index, int n)
+                                             int* VX_RESTRICT index, int n)
 {
     std::int64_t motion = 0;
     for (int i = 0; i < n; ++i) {
@@ -37,7 +38,7 @@ VX_KERNEL_BODY std::int64_t indexDifferences(const Pixel* in, const int* history
 
 template <bool marks, typename Pixel>
 VX_KERNEL_BODY void blend(const Pixel* in, const int* VX_RESTRICT weight, int alpha, int* VX_RESTRICT history,
-                   Pixel* out, int n)
+                          Pixel* out, int n)
 {
     for (int i = 0; i < n; ++i) {
         const int pixel = in[i];
@@ -136,8 +137,7 @@ std::int64_t filterMarkedRow(const int* in, int* out, int* history, int n, const
 void adapt(Feedback feedback, std::int64_t motion, int pixelCount, const FeedbackSettings& settings)
 {
     // The tripled error wraps in 32 bits before the sum widens.
-    feedback.globalError =
-        static_cast<int>(wrapAdd64(motion >> 2, wrapMul(3, feedback.globalError)) >> 2);
+    feedback.globalError = static_cast<int>(wrapAdd64(motion >> 2, wrapMul(3, feedback.globalError)) >> 2);
     const int threshold = wrapMul(settings.globalThreshold, pixelCount) >> 12;
     feedback.motionLow = (feedback.globalError >> 4) < threshold;
     feedback.motionBelowThreshold = feedback.globalError < threshold;

@@ -59,8 +59,8 @@ struct FeedbackSettings
     int alpha;  ///< in hardware units
 };
 
-/// Adapts the feedback factor to the motion of the frame just filtered: down by 102 in a moving picture, up by
-/// 4 in a quiet one, and never further than 205 from its setting.
+/// Adapts the feedback factor to the motion of the frame just filtered: down by 102 in a moving picture, up
+/// by 4 in a quiet one, and never further than 205 from its setting.
 ///
 /// @param pixelCount  of the frame, wrapped to 32 bits
 void adapt(Feedback feedback, std::int64_t motion, int pixelCount, const FeedbackSettings& settings);

@@ -4,8 +4,9 @@
 
 #include "core/base/Export.h"
 
-/// Bit-exact model of the camera's temporal noise reduction block: a recursive filter per pixel, which weakens
-/// as the new sample departs from the filtered history, and in the whole picture when the scene moves.
+/// Bit-exact model of the camera's temporal noise reduction block: a recursive filter per pixel, which
+/// weakens as the new sample departs from the filtered history, and in the whole picture when the scene
+/// moves.
 ///
 /// The settings are references: a change takes effect with the next frame. A block is reset by rebuilding it.
 class VXKIT_API TnrCmod
@@ -18,7 +19,8 @@ public:
     /// @param cGain   control gain, in tenths: the higher, the sooner a difference counts as motion
     /// @param global  global threshold: motion above it weakens the filter; 100 switches this off
     /// @param alpha   feedback factor, in percent: the strength of the filter
-    /// @param bypass  1 copies the frame, 0 filters, any other value filters and passes marked pixels (bit 31)
+    /// @param bypass  1 copies the frame, 0 filters, any other value filters and passes marked pixels (bit
+    /// 31)
     /// @param hw      above 0: the settings are in hardware units (control gain 16 for 1, feedback 0 to 2047)
     TnrCmod(int cols, int rows, int& cGain, int& global, int& alpha, int bypass, int hw);
     ~TnrCmod();
