@@ -1,0 +1,78 @@
+#pragma once
+
+#include <opencv2/core/mat.hpp>
+#include <vector>
+
+#include "core/base/Export.h"
+#include "core/base/PointF.h"
+#include "core/base/PointI.h"
+#include "core/base/RowSums.h"
+#include "core/imaging/FrameOverlap.h"
+#include "core/imaging/GradientStep.h"
+
+namespace halvor::vx {
+
+/// Refines whole-pixel displacements of frames against one reference to sub-pixel precision, and marks the
+/// pixels where the refined frame agrees with the reference.
+///
+/// One Gauss-Newton step on the brightness constancy equation (Lucas and Kanade, 1981). Gradients and
+/// structure sums of the reference are made once and corrected for each frame by the strips outside its
+/// overlap. All memory is allocated at construction; results do not depend on the number of threads.
+class VXKIT_API GradientRefinement
+{
+public:
+    /// @param size     of the reference and of every frame
+    /// @param workers  how many frames may be refined at the same time
+    explicit GradientRefinement(const cv::Size& size, int workers = 1);
+
+    /// Standard deviation of the Gaussian that smooths frames for this method, by the radius of its kernel.
+    static float smoothingSigma(int radius);
+
+    int workers() const { return static_cast<int>(scratch_.size()); }
+
+    /// @param reference  smoothed; its pixels are read again by refine()
+    void setReference(const cv::Mat_<float>& reference);
+
+    /// Runs on one thread; different workers may run at the same time.
+    ///
+    /// @param worker      whose scratch memory is used
+    /// @param frame       smoothed
+    /// @param shift       whole-pixel displacement of the frame; positive if the scene lies further right or
+    ///                    lower in it than in the reference. Any value; without an overlap the result is not
+    ///                    a number
+    /// @param regError    largest accepted local error, in squared pixels of displacement
+    /// @param blurRadius  of the mean filter that makes the error a local one; at most half the frame's
+    /// smaller
+    ///                    side is used
+    /// @param mask        one value per pixel, set to 1 where the frame agrees and to 0 elsewhere in the
+    /// window
+    ///                    that the rounded result leaves in common; not written outside of it
+    /// @return the displacement in pixels
+    PointF refine(int worker, const cv::Mat_<float>& frame, PointI shift, float regError, int blurRadius,
+                  char* mask);
+
+private:
+    struct Scratch
+    {
+        cv::Mat_<float> errorImage;
+        cv::Mat_<float> rowMeans;
+    };
+
+    GradientStep solve(const cv::Mat_<float>& frame, const FrameOverlap& overlap) const;
+    void writeError(const cv::Mat_<float>& frame, const FrameOverlap& overlap, const GradientStep& step,
+                    float regError, cv::Mat_<float>& errorImage) const;
+    void writeMask(const cv::Mat_<float>& blurredError, float regError, PointF displacement,
+                   char* mask) const;
+
+    cv::Size size_;
+    cv::Mat_<float> reference_;
+    cv::Mat_<float> gradX;
+    cv::Mat_<float> gradY;
+    float sumXX = 0.0F;
+    float sumXY = 0.0F;
+    float sumYY = 0.0F;
+    RowSums<StructureSums> structureRows_;
+    std::vector<Scratch> scratch_;
+};
+
+}  // namespace halvor::vx
