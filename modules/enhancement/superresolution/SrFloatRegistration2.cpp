@@ -1,0 +1,173 @@
+#include "enhancement/superresolution/SrFloatRegistration2.h"
+
+#include <omp.h>
+#include <algorithm>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/video/tracking.hpp>
+
+#include "core/base/Exception.h"
+#include "core/base/Kernel.h"
+#include "core/diagnostics/LogFacility.h"
+#include "core/imaging/CornerFlow.h"
+#include "core/imaging/Displacement.h"
+
+namespace halvor::vx {
+
+namespace {
+
+constexpr int trackingWindow = 21;  // side of the search window, pixels
+constexpr int pyramidLevels = 3;    // above the base
+constexpr int noCornerTracked = -9;
+
+VX_KERNEL void scaleToGray(const float* VX_RESTRICT in, float offset, float scale, int n,
+                           float* VX_RESTRICT out)
+{
+    for (int i = 0; i < n; ++i)
+        out[i] = (in[i] + offset) * scale;
+}
+
+}  // namespace
+
+SrFloatRegistration2::SrFloatRegistration2(int frameWidth, int frameHeight, int window)
+    : width(frameWidth),
+      height(frameHeight),
+      size(frameWidth * frameHeight),
+      windowSize(window),
+      frames(static_cast<std::size_t>(window)),
+      pyramids(static_cast<std::size_t>(window)),
+      refinement_(cv::Size(frameWidth, frameHeight), window),
+      scaled_(frameHeight, frameWidth),
+      gray_(frameHeight, frameWidth)
+{}
+
+void SrFloatRegistration2::prepareFrame(float* frame)
+{
+    if (frameCount < windowSize) {
+        ++frameCount;
+    } else {
+        std::rotate(frames.begin(), frames.begin() + 1, frames.end());
+        std::rotate(pyramids.begin(), pyramids.begin() + 1, pyramids.end());
+    }
+    const auto newest = static_cast<std::size_t>(frameCount - 1);
+    cv::Mat_<float>& smoothed = frames[newest];
+
+    const cv::Mat_<float> source(height, width, frame);
+    const int kernelSize = 2 * blurRadius + 1;
+    cv::GaussianBlur(source, smoothed, cv::Size(kernelSize, kernelSize),
+                     GradientRefinement::smoothingSigma(blurRadius), 0.0, cv::BORDER_REFLECT_101);
+
+    double min = 0.0;
+    double max = 0.0;
+    cv::minMaxIdx(smoothed, &min, &max);
+    grayRange_.fit(min, max);
+    scaleToGray(smoothed[0], grayRange_.grayOffset, grayRange_.grayScale, size, scaled_[0]);
+    scaled_.convertTo(gray_, CV_8U);
+    cv::buildOpticalFlowPyramid(gray_, pyramids[newest], cv::Size(trackingWindow, trackingWindow),
+                                pyramidLevels, true, cv::BORDER_REFLECT_101, cv::BORDER_CONSTANT, true);
+}
+
+int SrFloatRegistration2::doRegistration(int count, int reference, float* const* rawFrames, PointF* shifts,
+                                         char** masks, float** registeredFrames)
+{
+    const int result = registerFrames(count, reference, shifts, masks);
+    if (result != 0)
+        return result;
+
+    const int usable = countWithin(shifts, count, height / 2);
+    const int measured = std::min(usable + 1, count);
+    completeShifts.resize(std::max(completeShifts.size(), static_cast<std::size_t>(count)));
+    std::copy(shifts, shifts + measured, completeShifts.begin());
+    moveByWholePixels(cv::Size(width, height), count, rawFrames, usable, shifts, registeredFrames);
+    if (usable < count)
+        throw Exception("Too large displacement",
+                        VX_WHERE("halvor::vx::SrFloatRegistration2::doRegistration"));
+    return 0;
+}
+
+void SrFloatRegistration2::getCompleteShifts(std::vector<PointF>& out)
+{
+    out = completeShifts;
+}
+
+int SrFloatRegistration2::registerFrames(int count, int reference, PointF* shifts, char** masks)
+{
+    if (!initialize(count, reference, masks))
+        return noCornerTracked;
+    extractCornersRefImage(frames[static_cast<std::size_t>(reference)]);
+    if (lastShifts.empty())
+        lastShifts.resize(static_cast<std::size_t>(count));
+    wholeShifts_.assign(static_cast<std::size_t>(count), PointI{0, 0});
+    for (int i = 0; i < count; ++i) {
+        const int result =
+            i == reference ? 0 : registerWithCorners(reference, i, wholeShifts_[static_cast<std::size_t>(i)]);
+        if (result != 0)
+            return result;
+    }
+    refineShifts(count, reference, masks);
+    std::copy(measured_.begin(), measured_.end(), shifts);
+    lastShifts = measured_;
+    return 0;
+}
+
+bool SrFloatRegistration2::initialize(int count, int reference, char** masks)
+{
+    for (int i = 0; i < windowSize; ++i)
+        std::fill_n(masks[i], size, static_cast<char>(i == reference ? 1 : 0));
+    // The engine's window holds more frames than this one when a frame was refused on its way here.
+    const int needed = std::max(count, reference + 1);
+    const auto prepared =
+        std::find_if(pyramids.begin(), pyramids.end(), [](const auto& p) { return p.empty(); });
+    if (prepared - pyramids.begin() < needed)
+        return false;
+    refinement_.setReference(frames[static_cast<std::size_t>(reference)]);
+    return true;
+}
+
+void SrFloatRegistration2::extractCornersRefImage(const cv::Mat_<float>& image)
+{
+    constexpr int maxCorners = 100;
+    constexpr double qualityLevel = 0.1;
+    constexpr double minDistance = 2.0;
+    constexpr int blockSize = 3;
+    cv::goodFeaturesToTrack(image, refCorners, maxCorners, qualityLevel, minDistance, cv::noArray(),
+                            blockSize, false, 0.04);
+    VX_LOG(LogFacility::progress, "Num corners: " << refCorners.size());
+}
+
+int SrFloatRegistration2::registerWithCorners(int reference, int frame, PointI& shift)
+{
+    shift = {0, 0};
+    if (refCorners.empty())
+        return noCornerTracked;
+    const cv::TermCriteria untilStill(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01);
+    cv::calcOpticalFlowPyrLK(pyramids[static_cast<std::size_t>(reference)],
+                             pyramids[static_cast<std::size_t>(frame)], refCorners, tracked_, status_,
+                             trackingError_, cv::Size(trackingWindow, trackingWindow), pyramidLevels,
+                             untilStill, 0, 0.0001);
+    flows_.clear();
+    for (std::size_t i = 0; i < refCorners.size(); ++i)
+        if (status_[i] != 0)
+            flows_.push_back(tracked_[i] - refCorners[i]);
+    if (flows_.empty())
+        return noCornerTracked;
+
+    const FlowInliers inliers = inliersNearMedian(flows_);
+    const cv::Point2f mean = inliers.sum * (1.0F / static_cast<float>(inliers.count));
+    shift = roundToPixels({mean.x, mean.y});
+    return 0;
+}
+
+void SrFloatRegistration2::refineShifts(int count, int reference, char** masks)
+{
+    measured_.assign(static_cast<std::size_t>(count), PointF{0.0F, 0.0F});
+    const int threads = std::min(omp_get_max_threads(), refinement_.workers());
+#pragma omp parallel for schedule(static) num_threads(threads)
+    for (int other = 0; other < count - 1; ++other) {
+        const int i = other < reference ? other : other + 1;
+        const auto slot = static_cast<std::size_t>(i);
+        measured_[slot] = refinement_.refine(omp_get_thread_num(), frames[slot], wholeShifts_[slot], regError,
+                                             regErrBlurRadius, masks[i]);
+    }
+}
+
+}  // namespace halvor::vx

@@ -1,0 +1,429 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <limits>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/video/tracking.hpp>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "core/base/Exception.h"
+#include "core/diagnostics/LogFacility.h"
+#include "enhancement/superresolution/SrFloatRegistration2.h"
+
+using namespace halvor::vx;
+
+namespace {
+
+constexpr float infinity = std::numeric_limits<float>::infinity();
+
+// Warm and cold spots of several widths on a plane, defined everywhere: a displaced frame sees them exactly.
+class Scene
+{
+public:
+    /// @param margin             how far the spots reach beyond a frame of this size
+    /// @param narrowest, widest  standard deviation of the spots in pixels
+    Scene(const cv::Size& size, int margin, int spots, double narrowest, double widest)
+    {
+        std::mt19937 random(7);
+        const auto uniform = [&random](double low, double high) {
+            return low + (high - low) * static_cast<double>(random()) / 4294967296.0;
+        };
+        for (int i = 0; i < spots; ++i)
+            spots_.push_back({uniform(-margin, size.width + margin), uniform(-margin, size.height + margin),
+                              uniform(narrowest, widest), uniform(-6.0, 6.0)});
+    }
+
+    /// A frame in which the scene lies (dx, dy) further right and lower.
+    cv::Mat_<float> frame(const cv::Size& size, double dx, double dy) const
+    {
+        cv::Mat_<double> sum(size, 20.0);
+        for (const Spot& spot : spots_) {
+            const double x = spot.x + dx;
+            const double y = spot.y + dy;
+            const int reach = static_cast<int>(std::ceil(5.0 * spot.width));
+            const cv::Rect box(cvFloor(x) - reach, cvFloor(y) - reach, 2 * reach + 2, 2 * reach + 2);
+            const cv::Rect seen = box & cv::Rect({0, 0}, size);
+            for (int r = seen.y; r < seen.y + seen.height; ++r)
+                for (int c = seen.x; c < seen.x + seen.width; ++c)
+                    sum(r, c) += spot.height * std::exp(-((c - x) * (c - x) + (r - y) * (r - y)) /
+                                                        (2.0 * spot.width * spot.width));
+        }
+        cv::Mat_<float> result;
+        sum.convertTo(result, CV_32F);
+        return result;
+    }
+
+private:
+    struct Spot
+    {
+        double x;
+        double y;
+        double width;
+        double height;
+    };
+    std::vector<Spot> spots_;
+};
+
+const cv::Size frameSize(160, 120);
+
+Scene fineScene()
+{
+    return {frameSize, 20, 350, 1.5, 5.0};
+}
+
+// A registration with the buffers that an engine keeps for it.
+class Harness
+{
+public:
+    Harness(const cv::Size& size, int windowSize)
+        : registration(size.width, size.height, windowSize), size_(size)
+    {
+        for (int i = 0; i < windowSize; ++i) {
+            masks.emplace_back(size, static_cast<char>(5));
+            registered.emplace_back(size, -1.0F);
+            maskRows_.push_back(masks.back()[0]);
+            registeredRows_.push_back(registered.back()[0]);
+        }
+        shifts.assign(static_cast<std::size_t>(windowSize), PointF{-1.0F, -1.0F});
+    }
+
+    void add(const cv::Mat_<float>& frame)
+    {
+        frames.push_back(frame.clone());
+        registration.prepareFrame(frames.back()[0]);
+    }
+
+    /// A frame that an engine holds, but that never came to the registration.
+    void addUnprepared(const cv::Mat_<float>& frame) { frames.push_back(frame.clone()); }
+
+    int run(int reference)
+    {
+        std::vector<float*> rows;
+        for (cv::Mat_<float>& frame : frames)
+            rows.push_back(frame[0]);
+        return registration.doRegistration(static_cast<int>(frames.size()), reference, rows.data(),
+                                           shifts.data(), maskRows_.data(), registeredRows_.data());
+    }
+
+    std::vector<PointF> complete()
+    {
+        std::vector<PointF> result;
+        registration.getCompleteShifts(result);
+        return result;
+    }
+
+    int usablePixels(std::size_t frame) const { return cv::countNonZero(masks[frame] == 1); }
+    int area() const { return size_.area(); }
+
+    SrFloatRegistration2 registration;
+    std::vector<cv::Mat_<float>> frames;
+    std::vector<cv::Mat_<float>> registered;
+    std::vector<cv::Mat_<char>> masks;
+    std::vector<PointF> shifts;
+
+private:
+    cv::Size size_;
+    std::vector<char*> maskRows_;
+    std::vector<float*> registeredRows_;
+};
+
+bool sameBits(const cv::Mat& a, const cv::Mat& b)
+{
+    return a.size() == b.size() && a.type() == b.type() &&
+           std::equal(a.datastart, a.dataend, b.datastart, b.dataend);
+}
+
+// The scene's place in each frame; the second one is the reference.
+const std::vector<cv::Point2d> burst = {{-1.3, 0.8}, {0.0, 0.0}, {0.4, -0.3}, {3.7, 2.2}, {-5.45, -4.6}};
+constexpr int burstReference = 1;
+
+void addBurst(Harness& harness)
+{
+    const Scene scene = fineScene();
+    for (const cv::Point2d& d : burst)
+        harness.add(scene.frame(frameSize, d.x, d.y));
+}
+
+}  // namespace
+
+TEST(CornerRegistration, RecoversSubPixelDisplacementsWithTheirSigns)
+{
+    Harness harness(frameSize, 5);
+    addBurst(harness);
+    ASSERT_EQ(harness.run(burstReference), 0);
+    const std::vector<PointF> complete = harness.complete();
+    ASSERT_EQ(complete.size(), burst.size());
+    for (std::size_t i = 0; i < burst.size(); ++i) {
+        EXPECT_NEAR(complete[i].x, burst[i].x, 0.03) << "frame " << i;
+        EXPECT_NEAR(complete[i].y, burst[i].y, 0.03) << "frame " << i;
+    }
+    EXPECT_EQ(complete[burstReference].x, 0.0F);
+    EXPECT_EQ(complete[burstReference].y, 0.0F);
+}
+
+TEST(CornerRegistration, MovesTheRawFramesAndKeepsTheSubPixelRemainder)
+{
+    Harness harness(frameSize, 5);
+    addBurst(harness);
+    ASSERT_EQ(harness.run(burstReference), 0);
+    const std::vector<PointF> complete = harness.complete();
+    const std::vector<cv::Point> whole = {{-1, 1}, {0, 0}, {0, 0}, {4, 2}, {-5, -5}};
+    for (std::size_t i = 0; i < burst.size(); ++i) {
+        EXPECT_NEAR(harness.shifts[i].x, complete[i].x - static_cast<float>(whole[i].x), 1e-6)
+            << "frame " << i;
+        EXPECT_NEAR(harness.shifts[i].y, complete[i].y - static_cast<float>(whole[i].y), 1e-6)
+            << "frame " << i;
+        const cv::Rect inner(10, 10, frameSize.width - 20, frameSize.height - 20);
+        EXPECT_TRUE(
+            sameBits(harness.registered[i](inner).clone(), harness.frames[i](inner + whole[i]).clone()))
+            << "frame " << i;
+    }
+    EXPECT_EQ(harness.registered[3](frameSize.height - 1, frameSize.width - 1), 0.0F);
+    EXPECT_EQ(harness.registered[4](0, 0), 0.0F);
+}
+
+TEST(CornerRegistration, MarksTheReferenceWhollyAndTheOthersWhereTheyAgree)
+{
+    Harness harness(frameSize, 5);
+    addBurst(harness);
+    const cv::Rect object(90, 60, 12, 12);
+    harness.frames[2](object) += 3.0F;  // in the ring too late: prepared frames are not looked at again
+    cv::Mat_<float> disturbed = harness.frames[2].clone();
+    harness.add(disturbed);  // replaces the oldest
+    harness.frames.erase(harness.frames.begin());
+    ASSERT_EQ(harness.run(0), 0);
+    EXPECT_EQ(harness.usablePixels(0), harness.area());
+    EXPECT_EQ(harness.masks[4](66, 96), 0) << "the object is in this frame alone";
+    EXPECT_EQ(harness.masks[1](66, 96), 1) << "this one was prepared before the object came";
+    EXPECT_EQ(harness.masks[4](20, 20), 1);
+    const cv::Rect window(0, 0, frameSize.width - 4, frameSize.height - 2);
+    EXPECT_EQ(cv::countNonZero(harness.masks[2]), cv::countNonZero(harness.masks[2](window)))
+        << "displaced by (3.7, 2.2)";
+    EXPECT_GT(harness.usablePixels(2), harness.area() * 8 / 10);
+}
+
+TEST(CornerRegistration, ClearsTheMasksOfTheWholeWindow)
+{
+    Harness harness(frameSize, 5);
+    const Scene scene = fineScene();
+    harness.add(scene.frame(frameSize, 0.0, 0.0));
+    harness.add(scene.frame(frameSize, 0.5, 0.5));
+    ASSERT_EQ(harness.run(0), 0);
+    for (std::size_t i = 2; i < 5; ++i)
+        EXPECT_EQ(cv::countNonZero(harness.masks[i]), 0);
+}
+
+TEST(CornerRegistration, KeepsTheCompleteShiftsOfALongerRunBehindThoseOfAShorterOne)
+{
+    Harness harness(frameSize, 5);
+    addBurst(harness);
+    ASSERT_EQ(harness.run(burstReference), 0);
+    harness.frames.resize(2);
+    ASSERT_EQ(harness.run(0), 0);
+    const std::vector<PointF> complete = harness.complete();
+    ASSERT_EQ(complete.size(), 5U);
+    EXPECT_NEAR(complete[1].x, 1.3, 0.03);
+    EXPECT_NEAR(complete[3].x, 3.7, 0.03);
+}
+
+TEST(CornerRegistration, WithoutACornerInTheReferenceAnswersUnlessItIsAlone)
+{
+    const Scene scene = fineScene();
+    const cv::Mat_<float> flat(frameSize, 20.0F);
+    Harness alone(frameSize, 5);
+    alone.add(flat);
+    EXPECT_EQ(alone.run(0), 0);
+    EXPECT_EQ(alone.usablePixels(0), alone.area());
+
+    Harness pair(frameSize, 5);
+    pair.add(flat);
+    pair.add(scene.frame(frameSize, 0.0, 0.0));
+    EXPECT_EQ(pair.run(0), -9);
+    EXPECT_EQ(pair.registered[0](0, 0), -1.0F) << "nothing is moved";
+    EXPECT_TRUE(pair.complete().empty());
+}
+
+TEST(CornerRegistration, AnswersForFramesThatWereNeverPrepared)
+{
+    const Scene scene = fineScene();
+    Harness harness(frameSize, 3);
+    EXPECT_EQ(harness.run(0), -9);
+    harness.add(scene.frame(frameSize, 0.0, 0.0));
+    harness.addUnprepared(scene.frame(frameSize, 0.5, 0.5));
+    EXPECT_EQ(harness.run(0), -9);
+    EXPECT_EQ(harness.run(1), -9);
+    EXPECT_EQ(cv::countNonZero(harness.masks[2]), 0);
+
+    harness.registration.prepareFrame(harness.frames[1][0]);
+    EXPECT_EQ(harness.run(0), 0);
+}
+
+TEST(CornerRegistration, RefusesADisplacementOfHalfTheHeightInEitherDirection)
+{
+    const cv::Size wide(96, 44);
+    const Scene scene(wide, 100, 63, 8.0, 8.0);
+    const auto runWith = [&](double dx) {
+        Harness harness(wide, 2);
+        harness.add(scene.frame(wide, 0.0, 0.0));
+        harness.add(scene.frame(wide, dx, 0.0));
+        return harness.run(0);
+    };
+    EXPECT_EQ(runWith(21.0), 0);
+    for (const double dx : {23.0, -23.0}) {
+        try {
+            runWith(dx);
+            ADD_FAILURE() << dx;
+        } catch (const Exception& failure) {
+            EXPECT_STREQ(failure.what(), "Too large displacement");
+            EXPECT_THAT(failure.where(), testing::MatchesRegex(
+                                             "modules/.*SrFloatRegistration2\\.cpp:[0-9]+ : "
+                                             "halvor::vx::SrFloatRegistration2::doRegistration\\(\\.\\.\\)"));
+        }
+    }
+}
+
+// Three equal patches go three ways, so that each flow differs from one median or the other.
+TEST(CornerRegistration, RefusesADisplacementThatIsNotANumber)
+{
+    const cv::Size size(200, 200);
+    const auto patchesAt = [&](const std::vector<cv::Point>& corners) {
+        cv::Mat_<float> frame(size, 20.0F);
+        for (const cv::Point& corner : corners)
+            frame(cv::Rect(corner, cv::Size(14, 14))) = 30.0F;
+        return frame;
+    };
+    Harness harness(size, 2);
+    harness.add(patchesAt({{30, 30}, {140, 30}, {30, 140}}));
+    harness.add(patchesAt({{30, 35}, {145, 30}, {40, 150}}));
+    EXPECT_THROW(harness.run(0), Exception);
+    const std::vector<PointF> complete = harness.complete();
+    ASSERT_EQ(complete.size(), 2U);
+    EXPECT_TRUE(std::isnan(complete[1].x));
+    EXPECT_EQ(harness.usablePixels(1), 0);
+}
+
+TEST(CornerRegistration, RecoversFromFlatAndInfiniteFrames)
+{
+    cv::Mat_<float> hot(frameSize, 20.0F);
+    hot(5, 5) = infinity;
+    for (const cv::Mat_<float>& first : {cv::Mat_<float>(frameSize, 20.0F), hot}) {
+        Harness harness(frameSize, 5);
+        harness.registration.prepareFrame(first.clone()[0]);
+        addBurst(harness);
+        ASSERT_EQ(harness.run(burstReference), 0);
+        EXPECT_NEAR(harness.complete()[3].x, burst[3].x, 0.03);
+        EXPECT_NEAR(harness.complete()[3].y, burst[3].y, 0.03);
+    }
+}
+
+TEST(CornerRegistration, LogsTheNumberOfCorners)
+{
+    LogFacility& log = LogFacility::getInstance();
+    log.setLogLevel(LogFacility::progress);
+    testing::internal::CaptureStderr();
+    Harness harness(frameSize, 2);
+    harness.add(cv::Mat_<float>(frameSize, 20.0F));
+    harness.run(0);
+    log.setLogLevel(LogFacility::off);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Num corners: 0\n");
+}
+
+TEST(CornerRegistration, GivesTheSameBitsForAnyNumberOfThreads)
+{
+    const int ompThreads = omp_get_max_threads();
+    const int cvThreads = cv::getNumThreads();
+    const auto runWith = [](Harness& harness, int threads) {
+        omp_set_num_threads(threads);
+        cv::setNumThreads(threads);
+        addBurst(harness);
+        return harness.run(burstReference);
+    };
+    Harness one(frameSize, 5);
+    ASSERT_EQ(runWith(one, 1), 0);
+    for (const int threads : {2, 7}) {
+        Harness many(frameSize, 5);
+        ASSERT_EQ(runWith(many, threads), 0);
+        for (std::size_t i = 0; i < burst.size(); ++i) {
+            EXPECT_EQ(many.complete()[i].x, one.complete()[i].x);
+            EXPECT_EQ(many.complete()[i].y, one.complete()[i].y);
+            EXPECT_TRUE(sameBits(many.masks[i], one.masks[i]));
+            EXPECT_TRUE(sameBits(many.registered[i], one.registered[i]));
+        }
+    }
+    omp_set_num_threads(ompThreads);
+    cv::setNumThreads(cvThreads);
+}
+
+namespace {
+
+// Counts the matrices that are allocated while it lives.
+class AllocationCount : public cv::MatAllocator
+{
+public:
+    AllocationCount() : standard_(cv::Mat::getDefaultAllocator()) { cv::Mat::setDefaultAllocator(this); }
+    ~AllocationCount() override { cv::Mat::setDefaultAllocator(standard_); }
+    AllocationCount(const AllocationCount&) = delete;
+    AllocationCount& operator=(const AllocationCount&) = delete;
+
+    cv::UMatData* allocate(int dims, const int* sizes, int type, void* data, size_t* step,
+                           cv::AccessFlag flags, cv::UMatUsageFlags usage) const override
+    {
+        ++count_;
+        return standard_->allocate(dims, sizes, type, data, step, flags, usage);
+    }
+    bool allocate(cv::UMatData* data, cv::AccessFlag flags, cv::UMatUsageFlags usage) const override
+    {
+        return standard_->allocate(data, flags, usage);
+    }
+    void deallocate(cv::UMatData* data) const override { standard_->deallocate(data); }
+
+    int count() const { return count_; }
+
+private:
+    cv::MatAllocator* standard_;
+    mutable std::atomic<int> count_ = 0;
+};
+
+}  // namespace
+
+TEST(CornerRegistration, AllocatesNoImagesBeyondTheTemporariesOfOpenCV)
+{
+    Harness harness(frameSize, 5);
+    addBurst(harness);
+    ASSERT_EQ(harness.run(burstReference), 0);
+    const cv::Mat_<float> next = harness.frames[0].clone();
+
+    // The same library calls on buffers that exist already.
+    const cv::Size trackingWindow(21, 21);
+    cv::Mat_<float> smoothed;
+    cv::Mat_<unsigned char> gray;
+    std::vector<cv::Mat> pyramid;
+    std::vector<cv::Point2f> corners;
+    std::vector<cv::Point2f> tracked;
+    std::vector<unsigned char> status;
+    std::vector<float> errors;
+    int temporaries = 0;
+    for (int pass = 0; pass < 2; ++pass) {
+        const AllocationCount allocations;
+        cv::GaussianBlur(next, smoothed, cv::Size(11, 11), std::sqrt(3.0), 0.0);
+        smoothed.convertTo(gray, CV_8U, 4.0);
+        cv::buildOpticalFlowPyramid(gray, pyramid, trackingWindow, 3);
+        cv::goodFeaturesToTrack(smoothed, corners, 100, 0.1, 2.0);
+        for (int i = 0; i < 4; ++i)
+            cv::calcOpticalFlowPyrLK(pyramid, pyramid, corners, tracked, status, errors, trackingWindow, 3);
+        temporaries = allocations.count();
+    }
+
+    const AllocationCount allocations;
+    for (int i = 0; i < 5; ++i)
+        harness.registration.prepareFrame(harness.frames[static_cast<std::size_t>(i)][0]);
+    const int preparation = allocations.count();
+    ASSERT_EQ(harness.run(burstReference), 0);
+    EXPECT_EQ(preparation / 5 + allocations.count() - preparation, temporaries);
+}
