@@ -14,11 +14,10 @@ struct SceneDesign
     double background = 20.0;
 };
 
-// Each arranges one kind of scene. `area` is the part of the plane that will be rendered, in pixels of the
-// small frame; what is inside must not depend on it.
-SceneDesign designFacade(const SceneSettings& settings, const cv::Rect2d& area);
-SceneDesign designBoard(const SceneSettings& settings, const cv::Rect2d& area);
-SceneDesign designOutdoor(const SceneSettings& settings, const cv::Rect2d& area);
-SceneDesign designTarget(const SceneSettings& settings, const cv::Rect2d& area);
+// Each arranges one kind of scene. What is seen inside the frame must not depend on the area's margin.
+SceneDesign designFacade(const SceneSettings& settings, const SceneArea& area);
+SceneDesign designBoard(const SceneSettings& settings, const SceneArea& area);
+SceneDesign designOutdoor(const SceneSettings& settings, const SceneArea& area);
+SceneDesign designTarget(const SceneSettings& settings, const SceneArea& area);
 
 }  // namespace vxsupport

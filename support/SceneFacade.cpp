@@ -13,8 +13,8 @@ namespace {
 class Facade
 {
 public:
-    Facade(const SceneSettings& settings, const cv::Rect2d& area)
-        : metre_(12.0 * settings.zoom), area_(area), random_(settings.seed)
+    Facade(const SceneSettings& settings, const SceneArea& area)
+        : metre_(12.0 * settings.zoom), area_(area.rect()), random_(settings.seed), layout_(area)
     {
         ground_ = settings.frame.height - 0.6 * metre_;
         storeys_ = std::max(1, static_cast<int>((ground_ - 2.0 * metre_) / storeyHeight()));
@@ -222,7 +222,7 @@ private:
 
 }  // namespace
 
-SceneDesign designFacade(const SceneSettings& settings, const cv::Rect2d& area)
+SceneDesign designFacade(const SceneSettings& settings, const SceneArea& area)
 {
     return Facade(settings, area).design();
 }

@@ -11,19 +11,19 @@
 
 namespace vxsupport {
 
-SceneLayout::SceneLayout() = default;
+SceneLayout::SceneLayout(const SceneArea& area) : area_(area) {}
 SceneLayout::~SceneLayout() = default;
 SceneLayout::SceneLayout(SceneLayout&&) noexcept = default;
 SceneLayout& SceneLayout::operator=(SceneLayout&&) noexcept = default;
 
-void SceneLayout::addField(double spacing, std::function<double(cv::Point2d)> field)
+void SceneLayout::addField(double spacing, const std::function<double(cv::Point2d)>& field)
 {
-    layers_.push_back(makeFieldLayer(spacing, std::move(field)));
+    layers_.push_back(makeFieldLayer(area_, spacing, field));
 }
 
 void SceneLayout::addTexture(std::uint64_t seed, double period, double deviation)
 {
-    layers_.push_back(makeTextureLayer(seed, period, deviation));
+    layers_.push_back(makeTextureLayer(area_, seed, period, deviation));
 }
 
 void SceneLayout::addFractal(std::uint64_t seed, double period, double finest, double deviation)
@@ -60,12 +60,12 @@ void SceneLayout::addPolygon(std::vector<cv::Point2d> corners, const Paint& pain
     layers_.push_back(makePolygonLayer(std::move(corners), paint));
 }
 
-FineScene SceneLayout::render(cv::Size frame, int margin, double background) const
+FineScene SceneLayout::render(double background) const
 {
     FineScene scene;
-    scene.margin = margin;
-    scene.cells.create((frame.height + 2 * margin) * FineScene::cellsPerPixel,
-                       (frame.width + 2 * margin) * FineScene::cellsPerPixel);
+    scene.margin = area_.margin;
+    scene.cells.create((area_.frame.height + 2 * area_.margin) * FineScene::cellsPerPixel,
+                       (area_.frame.width + 2 * area_.margin) * FineScene::cellsPerPixel);
     scene.cells = static_cast<float>(background);
     paintOver(scene);
     return scene;

@@ -8,6 +8,18 @@
 
 namespace vxsupport {
 
+/// The part of the plane that is rendered: a frame and a margin around it.
+struct SceneArea
+{
+    cv::Size frame;  ///< pixels of the small frame
+    int margin = 0;  ///< small-frame pixels beyond each edge
+
+    cv::Rect2d rect() const
+    {
+        return {-1.0 * margin, -1.0 * margin, frame.width + 2.0 * margin, frame.height + 2.0 * margin};
+    }
+};
+
 /// A scene on cells much finer than any pixel of a camera: the scene IS this function, constant on each cell.
 /// Displaced frames are exact integrals over cells; nothing is interpolated from another picture.
 struct FineScene
@@ -33,17 +45,17 @@ struct Paint
 class SceneLayer;
 
 /// List of things to paint, in order, in coordinates of the small frame: (0, 0) is the upper left corner of
-/// the upper left pixel, y grows downward.
+/// the upper left pixel, y grows downward. What is painted inside a frame doesn't depend on the margin.
 class SceneLayout
 {
 public:
-    SceneLayout();
+    explicit SceneLayout(const SceneArea& area);
     ~SceneLayout();
     SceneLayout(SceneLayout&&) noexcept;
     SceneLayout& operator=(SceneLayout&&) noexcept;
 
     /// Adds a smooth function of the position, sampled every `spacing` pixels and interpolated by B-splines.
-    void addField(double spacing, std::function<double(cv::Point2d)> field);
+    void addField(double spacing, const std::function<double(cv::Point2d)>& field);
 
     /// Adds smooth noise of the given deviation whose grains are about `period` pixels wide.
     void addTexture(std::uint64_t seed, double period, double deviation);
@@ -64,16 +76,17 @@ public:
     /// Convex polygon, corners in clockwise order as seen on the screen.
     void addPolygon(std::vector<cv::Point2d> corners, const Paint& paint);
 
-    /// Paints everything over `background`, for a frame of the given size and margin.
-    FineScene render(cv::Size frame, int margin, double background) const;
+    /// Paints everything over `background`.
+    FineScene render(double background) const;
 
-    /// Paints everything over existing cells.
+    /// Paints everything over the cells of a scene of the same area.
     void paintOver(FineScene& scene) const;
 
     /// Smallest rectangle around everything painted; empty without layers.
     cv::Rect2d bounds() const;
 
 private:
+    SceneArea area_;
     std::vector<std::unique_ptr<SceneLayer>> layers_;
 };
 

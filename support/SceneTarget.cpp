@@ -38,10 +38,9 @@ void addBars(SceneLayout& layout, cv::Point2d corner, double period, double leng
 
 }  // namespace
 
-SceneDesign designTarget(const SceneSettings& settings, const cv::Rect2d&)
+SceneDesign designTarget(const SceneSettings& settings, const SceneArea& area)
 {
-    SceneDesign design;
-    design.background = 21.0;
+    SceneDesign design{SceneLayout(area), 21.0};
     SceneLayout& layout = design.layout;
     const double w = settings.frame.width;
     const double h = settings.frame.height;

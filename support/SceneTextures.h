@@ -6,11 +6,14 @@
 #include <opencv2/core/types.hpp>
 
 #include "support/SceneLayers.h"
+#include "support/SceneLayout.h"
 
 namespace vxsupport {
 
 // Smooth layers over the whole scene; arguments as in SceneLayout.
-std::unique_ptr<SceneLayer> makeFieldLayer(double spacing, std::function<double(cv::Point2d)> field);
-std::unique_ptr<SceneLayer> makeTextureLayer(std::uint64_t seed, double period, double deviation);
+std::unique_ptr<SceneLayer> makeFieldLayer(const SceneArea& area, double spacing,
+                                           const std::function<double(cv::Point2d)>& field);
+std::unique_ptr<SceneLayer> makeTextureLayer(const SceneArea& area, std::uint64_t seed, double period,
+                                             double deviation);
 
 }  // namespace vxsupport

@@ -14,11 +14,13 @@ struct Entry
 {
     SceneKind kind;
     std::string_view name;
-    SceneDesign (*design)(const SceneSettings&, const cv::Rect2d&);
+    SceneDesign (*design)(const SceneSettings&, const SceneArea&);
 };
 
-constexpr std::array<Entry, 2> entries{{
+constexpr std::array<Entry, 4> entries{{
     {SceneKind::facade, "facade", designFacade},
+    {SceneKind::board, "board", designBoard},
+    {SceneKind::outdoor, "outdoor", designOutdoor},
     {SceneKind::target, "target", designTarget},
 }};
 
@@ -62,10 +64,8 @@ FineScene makeScene(const SceneSettings& settings, int margin)
         throw std::invalid_argument("scene: the frame must have at least one pixel");
     if (!(settings.zoom > 0.0 && std::isfinite(settings.zoom)))
         throw std::invalid_argument("scene: zoom must be above 0");
-    const cv::Rect2d area(-margin, -margin, settings.frame.width + 2.0 * margin,
-                          settings.frame.height + 2.0 * margin);
-    const SceneDesign design = entryOf(settings.kind).design(settings, area);
-    return design.layout.render(settings.frame, margin, design.background);
+    const SceneDesign design = entryOf(settings.kind).design(settings, {settings.frame, margin});
+    return design.layout.render(design.background);
 }
 
 }  // namespace vxsupport

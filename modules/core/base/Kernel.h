@@ -13,5 +13,9 @@
 #define VX_KERNEL
 #endif
 
+// VX_KERNEL_BODY stands before a template whose instances are kernels: multiversioning does not reach into
+// templates, so each kernel is a plain function that wraps an instance, which is built into every clone.
+#define VX_KERNEL_BODY [[gnu::always_inline]] inline
+
 // Promises the compiler that a pointer's target is reached through no other pointer of the function.
 #define VX_RESTRICT __restrict__

@@ -1,0 +1,328 @@
+#include "enhancement/PatternArithmetic.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "core/base/Kernel.h"
+#include "core/base/WrapArithmetic.h"
+#include "enhancement/ChainSample.h"
+
+namespace halvor::vx::pattern {
+namespace {
+
+constexpr int reach = 4;  // columns on each side of the window along the row
+constexpr short overRange = 32767;
+
+// A cheap ninth; its bias of 25 and the missing correction terms are the hardware's.
+constexpr int div9LessAccurate(int value)
+{
+    return (value - ((value - 25) >> 3)) >> 3;
+}
+
+// Drops fractional bits: toward zero, but a whole negative value loses one more, as in the hardware.
+constexpr int dropFraction(int value, int bits)
+{
+    return (value >> bits) + (value < 0 ? 1 : 0);
+}
+
+constexpr int limitTo(int value, int limit, int bits)
+{
+    const int whole = value >> bits;
+    const int top = limit << bits;
+    const int bottom = (~limit << bits) | ((1 << bits) - 1);
+    return whole >= limit ? top : whole <= ~limit ? bottom : value;
+}
+
+// The samples stay signed throughout: offset binary would add the same to both sides of every difference
+// below.
+template <typename Pixel>
+VX_KERNEL_BODY void takeSamples(const Pixel* in, std::int16_t* VX_RESTRICT samples, int n)
+{
+    for (int i = 0; i < n; ++i)
+        samples[i] = lowSigned16(in[i]);
+}
+
+VX_KERNEL void takeBlock(const int* in, std::int16_t* samples, int n)
+{
+    takeSamples(in, samples, n);
+}
+
+VX_KERNEL void takeImage(const short* in, std::int16_t* samples, int n)
+{
+    takeSamples(in, samples, n);
+}
+
+VX_KERNEL void widen(const std::int16_t* samples, int* VX_RESTRICT wide, int n)
+{
+    for (int i = 0; i < n; ++i)
+        wide[i] = samples[i];
+}
+
+VX_KERNEL void measureColumns(const std::int16_t* above, const std::int16_t* here, const std::int16_t* below,
+                              std::int16_t* VX_RESTRICT high, std::int16_t* VX_RESTRICT low,
+                              int* VX_RESTRICT sum, int n)
+{
+    for (int i = 0; i < n; ++i) {
+        high[i] = std::max(std::max(above[i], here[i]), below[i]);
+        low[i] = std::min(std::min(above[i], here[i]), below[i]);
+        sum[i] = above[i] + here[i] + below[i];
+    }
+}
+
+// The extremes include the centre, so neither lies on the far side of the neighbours' mean.
+constexpr int deviation(int high, int low, int neighbourSum)
+{
+    const int mean = neighbourSum >> 3;
+    return std::max(high - mean, mean - low);
+}
+
+VX_KERNEL void measureSquare(const std::int16_t* high, const std::int16_t* low, const int* columnSum,
+                             const int* centre, int* VX_RESTRICT sum, int* VX_RESTRICT dev, int n)
+{
+    for (int i = 0; i < n; ++i) {
+        sum[i] = columnSum[i] + columnSum[i + 1] + columnSum[i + 2] - centre[i];
+        const std::int16_t top = std::max(std::max(high[i], high[i + 1]), high[i + 2]);
+        const std::int16_t bottom = std::min(std::min(low[i], low[i + 1]), low[i + 2]);
+        dev[i] = deviation(top, bottom, sum[i]);
+    }
+}
+
+VX_KERNEL void measureRow(const std::int16_t* samples, const int* wide, int* VX_RESTRICT sum,
+                          int* VX_RESTRICT dev, int n)
+{
+    for (int i = 0; i < n; ++i) {
+        sum[i] = wide[i] + wide[i + 1] + wide[i + 2] + wide[i + 3] + wide[i + 5] + wide[i + 6] + wide[i + 7] +
+                 wide[i + 8];
+        std::int16_t top = samples[i];
+        std::int16_t bottom = samples[i];
+        for (int j = 1; j < 2 * reach + 1; ++j) {
+            top = std::max(top, samples[i + j]);
+            bottom = std::min(bottom, samples[i + j]);
+        }
+        dev[i] = deviation(top, bottom, sum[i]);
+    }
+}
+
+struct Measures
+{
+    const int* centre;
+    const int* squareSum;
+    const int* squareDeviation;
+    const int* rowSum;
+    const int* rowDeviation;
+};
+
+VX_KERNEL void updateLine(const Measures& measures, const Settings& settings, int* VX_RESTRICT line,
+                          int* VX_RESTRICT earlier, int* VX_RESTRICT later, int n)
+{
+    const auto [centre, squareSum, squareDeviation, rowSum, rowDeviation] = measures;
+    const auto [threshold, th07, limit, unused] = settings;
+    for (int i = 0; i < n; ++i) {
+        const int old = line[i];
+        const int applied = dropFraction(old, 10);
+        const int dev3 = squareDeviation[i];
+        const int dev9 = rowDeviation[i];
+        const int neighbours = dev3 < dev9 - (dev9 >> 2) - (dev9 >> 4) ? squareSum[i] : rowSum[i];
+        const int learned = wrapAdd(wrapSub(old, applied), centre[i] * 8 - neighbours);
+        const int value = limitTo((dev3 < th07) | (dev9 < threshold) ? learned : old, limit, 13);
+        // A rest of 1 to 3 stays, a negative one doesn't: the hardware's asymmetry.
+        line[i] = value > 3 ? value - 4 : value < 0 ? value + 4 : value;
+        earlier[i] = applied;
+        later[i] = dropFraction(line[i], 10);
+    }
+}
+
+// Line values around a run of columns: for each, the four to its left, as the scan order shows them, and from
+// itself on those of before this row.
+struct LineWindow
+{
+    const int* left[reach];
+    const int* rest;
+};
+
+// The curvature of the line values under the two windows of a pixel.
+VX_KERNEL void measureBend(const LineWindow& window, int* VX_RESTRICT squareBend, int* VX_RESTRICT rowBend,
+                           int n)
+{
+    const auto [a, b, c, d] = window.left;
+    const int* rest = window.rest;
+    for (int i = 0; i < n; ++i) {
+        squareBend[i] = div9LessAccurate(3 * d[i] - 6 * rest[i] + 3 * rest[i + 1]);
+        rowBend[i] = div9LessAccurate(a[i] + b[i] + c[i] + d[i] - 8 * rest[i] + rest[i + 1] + rest[i + 2] +
+                                      rest[i + 3] + rest[i + 4]);
+    }
+}
+
+VX_KERNEL void updateFrame(const Measures& measures, const int* squareBend, const int* rowBend,
+                           const int* appliedLine, const Settings& settings, int* VX_RESTRICT frame,
+                           int* VX_RESTRICT result, int n)
+{
+    const auto [centre, squareSum, squareDeviation, rowSum, rowDeviation] = measures;
+    const int threshold = settings.threshold;
+    const int similar = threshold >> 2;
+    const int limit = settings.frameLimit;
+    for (int i = 0; i < n; ++i) {
+        const int old = frame[i];
+        const int applied = dropFraction(old, 5);
+        result[i] = centre[i] - div9LessAccurate(appliedLine[i]) - div9LessAccurate(applied);
+
+        const int dev3 = squareDeviation[i];
+        const int dev9 = rowDeviation[i];
+        const int square = squareSum[i] - squareBend[i];
+        const int row = rowSum[i] - rowBend[i];
+        const int flatter = dev3 <= dev9 ? square : row;
+        const int neighbours = std::abs(dev9 - dev3) < similar ? (square + row) >> 1 : flatter;
+        const int learned = wrapAdd(wrapSub(old, applied), centre[i] * 8 - neighbours);
+        const int value = limitTo((dev3 < threshold) | (dev9 < threshold) ? learned : old, limit, 8);
+        frame[i] = value > 0 ? value - 1 : value < 0 ? value + 1 : 0;
+    }
+}
+
+VX_KERNEL void storeBlock(const int* result, int* VX_RESTRICT out, int n)
+{
+    for (int i = 0; i < n; ++i)
+        out[i] = result[i];
+}
+
+VX_KERNEL void storeMarkedBlock(const int* in, const int* result, int* out, int n)
+{
+    for (int i = 0; i < n; ++i)
+        out[i] = isMarked(in[i]) ? in[i] : result[i] & 0xFFFF;
+}
+
+VX_KERNEL void storeImage(const short* in, const int* result, short* out, int n)
+{
+    for (int i = 0; i < n; ++i)
+        out[i] = in[i] == overRange ? overRange : static_cast<short>(result[i]);
+}
+
+// Repeats the edge values of n values that stand behind 'reach' others.
+template <typename Value>
+void padEdges(Value* padded, int n)
+{
+    std::fill_n(padded, reach, padded[reach]);
+    std::fill_n(padded + reach + n, reach, padded[reach + n - 1]);
+}
+
+}  // namespace
+
+PatternRemoval::PatternRemoval(int cols)
+    : cols_(cols),
+      padded_(static_cast<std::size_t>(cols) + 2 * reach),
+      samples_(3 * padded_),
+      columnHigh_(padded_),
+      columnLow_(padded_),
+      columnSum_(padded_),
+      centre_(padded_),
+      squareSum_(padded_),
+      rowSum_(padded_),
+      squareDeviation_(padded_),
+      rowDeviation_(padded_),
+      earlierLine_(padded_),
+      laterLine_(padded_),
+      squareBend_(padded_),
+      rowBend_(padded_),
+      result_(padded_)
+{}
+
+void PatternRemoval::run(const Image<int>& image, const Corrections& corrections, const Settings& settings,
+                         const Scan& scan)
+{
+    runRows(image, corrections, settings, scan,
+            [this](const int*, int* out) { storeBlock(result_.data(), out, cols_); });
+}
+
+void PatternRemoval::runMarked(const Image<int>& image, const Corrections& corrections,
+                               const Settings& settings, const Scan& scan)
+{
+    runRows(image, corrections, settings, scan,
+            [this](const int* in, int* out) { storeMarkedBlock(in, result_.data(), out, cols_); });
+}
+
+void PatternRemoval::run(const Image<short>& image, const Corrections& corrections, const Settings& settings,
+                         const Scan& scan)
+{
+    runRows(image, corrections, settings, scan,
+            [this](const short* in, short* out) { storeImage(in, result_.data(), out, cols_); });
+}
+
+template <typename Pixel, typename Store>
+void PatternRemoval::runRows(const Image<Pixel>& image, const Corrections& corrections,
+                             const Settings& settings, const Scan& scan, Store store)
+{
+    if (cols_ == 0 || image.rows == 0)
+        return;
+    const auto input = [&](int y) { return image.in + static_cast<std::size_t>(y) * image.inStride; };
+    const Measures measures{centre_.data() + reach, squareSum_.data(), squareDeviation_.data(),
+                            rowSum_.data(), rowDeviation_.data()};
+    load(input(0), 0);
+    for (int y = 0; y < image.rows; ++y) {
+        // A row is taken before the one above it is overwritten, so that the result may replace the input.
+        if (y + 1 < image.rows)
+            load(input(y + 1), y + 1);
+        measure(y, image.rows - 1);
+        updateLine(measures, settings, corrections.line, earlierLine_.data() + reach,
+                   laterLine_.data() + reach, cols_);
+        bendLine(scan.hideLineAtTop && y == 0, scan.lag);
+        const std::size_t row = static_cast<std::size_t>(y);
+        updateFrame(measures, squareBend_.data(), rowBend_.data(), earlierLine_.data() + reach, settings,
+                    corrections.frame + row * corrections.frameStride, result_.data(), cols_);
+        store(input(y), image.out + row * image.outStride);
+    }
+}
+
+std::int16_t* PatternRemoval::samples(int y)
+{
+    return samples_.data() + static_cast<std::size_t>(y % 3) * padded_;
+}
+
+void PatternRemoval::load(const int* row, int y)
+{
+    takeBlock(row, samples(y) + reach, cols_);
+    padEdges(samples(y), cols_);
+}
+
+void PatternRemoval::load(const short* row, int y)
+{
+    takeImage(row, samples(y) + reach, cols_);
+    padEdges(samples(y), cols_);
+}
+
+void PatternRemoval::measure(int y, int lastRow)
+{
+    const std::int16_t* here = samples(y);
+    const std::int16_t* above = samples(std::max(y - 1, 0));
+    const std::int16_t* below = samples(std::min(y + 1, lastRow));
+    widen(here, centre_.data(), cols_ + 2 * reach);
+    constexpr int left = reach - 1;  // the square begins one column to the left of its centre
+    measureColumns(above + left, here + left, below + left, columnHigh_.data(), columnLow_.data(),
+                   columnSum_.data(), cols_ + 2);
+    measureSquare(columnHigh_.data(), columnLow_.data(), columnSum_.data(), centre_.data() + reach,
+                  squareSum_.data(), squareDeviation_.data(), cols_);
+    measureRow(here, centre_.data(), rowSum_.data(), rowDeviation_.data(), cols_);
+}
+
+void PatternRemoval::bendLine(bool blind, int lag)
+{
+    if (blind) {
+        std::fill_n(squareBend_.data(), cols_, 0);
+        std::fill_n(rowBend_.data(), cols_, 0);
+        return;
+    }
+    padEdges(earlierLine_.data(), cols_);
+    padEdges(laterLine_.data(), cols_);
+    const auto bend = [this](int first, int n, int visible) {
+        const int* earlier = earlierLine_.data() + first;
+        const int* later = laterLine_.data() + first;
+        LineWindow window{{}, earlier + reach};
+        for (int j = 0; j < reach; ++j)
+            window.left[j] = (j < visible ? later : earlier) + j;
+        measureBend(window, squareBend_.data() + first, rowBend_.data() + first, n);
+    };
+    // Ahead of column 'lag' no new value is visible, though windows beyond the edge repeat column 0.
+    const int hidden = std::min(lag, cols_);
+    bend(0, hidden, 0);
+    bend(hidden, cols_ - hidden, reach + 1 - lag);
+}
+
+}  // namespace halvor::vx::pattern

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+// What the static pattern block and the static pattern filter share.
+namespace halvor::vx::pattern {
+
+struct Settings
+{
+    int threshold;
+    int th07;        ///< 0.7 of the threshold, truncated
+    int lineLimit;   ///< bounds the line correction to 8192 times this
+    int frameLimit;  ///< bounds the frame correction to 256 times this
+};
+
+/// What has been learned.
+struct Corrections
+{
+    int* line;                ///< one value per column, 10 fractional bits
+    int* frame;               ///< one value per pixel, 5 fractional bits
+    std::size_t frameStride;  ///< in elements
+};
+
+/// In which order a row's line values become visible to its own pixels.
+struct Scan
+{
+    int lag;             ///< 1 to 3: the window at x sees this row's values only up to column x - lag
+    bool hideLineAtTop;  ///< the windows of the first row see zeros
+};
+
+/// A frame and its result, which may be the same memory; strides in elements.
+template <typename Pixel>
+struct Image
+{
+    const Pixel* in;
+    std::size_t inStride;
+    Pixel* out;
+    std::size_t outStride;
+    int rows;
+};
+
+/// Removes the learned pattern from frames of one width, row by row, and learns on.
+///
+/// The updates of a row's line values depend on the input and on their own former values only, so each step
+/// takes a whole row: measures of the input, line update, curvature of the line values around each pixel as
+/// the scan order shows them, frame update and correction.
+class PatternRemoval
+{
+public:
+    explicit PatternRemoval(int cols);
+
+    /// Results are signed and may leave 16 bits.
+    void run(const Image<int>& image, const Corrections& corrections, const Settings& settings,
+             const Scan& scan);
+
+    /// Marked pixels pass unchanged, the others are bare 16-bit patterns.
+    void runMarked(const Image<int>& image, const Corrections& corrections, const Settings& settings,
+                   const Scan& scan);
+
+    /// Samples of 32767 pass unchanged.
+    void run(const Image<short>& image, const Corrections& corrections, const Settings& settings,
+             const Scan& scan);
+
+private:
+    template <typename Pixel, typename Store>
+    void runRows(const Image<Pixel>& image, const Corrections& corrections, const Settings& settings,
+                 const Scan& scan, Store store);
+    void load(const int* row, int y);
+    void load(const short* row, int y);
+    std::int16_t* samples(int y);
+    void measure(int y, int lastRow);
+    void bendLine(bool blind, int lag);
+
+    int cols_;
+    std::size_t padded_;
+    std::vector<std::int16_t> samples_;  // the rows around the current one, each padded by repeated edges
+    std::vector<std::int16_t> columnHigh_, columnLow_;
+    std::vector<int> columnSum_;
+    std::vector<int> centre_;              // the current row, padded
+    std::vector<int> squareSum_, rowSum_;  // of the eight neighbours
+    std::vector<int> squareDeviation_, rowDeviation_;
+    std::vector<int> earlierLine_, laterLine_;  // rounded line values before and after the row, padded
+    std::vector<int> squareBend_, rowBend_;
+    std::vector<int> result_;  // corrected samples, signed
+};
+
+}  // namespace halvor::vx::pattern

@@ -1,0 +1,80 @@
+#include "enhancement/tnr_cmod.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+#include "core/base/WrapArithmetic.h"
+#include "enhancement/AlphaTable.h"
+#include "enhancement/ChainSample.h"
+#include "enhancement/TemporalArithmetic.h"
+
+using namespace halvor::vx;
+
+const int (&TnrCmod::mAlphaTab)[1024] = temporal::alphaTable;
+
+TnrCmod::TnrCmod(int frameCols, int frameRows, int& gainSetting, int& globalSetting, int& feedbackSetting,
+                 int mode, int hw)
+    : history(static_cast<std::size_t>(frameCols) * static_cast<std::size_t>(frameRows)),
+      cols(frameCols),
+      rows(frameRows),
+      cGain(gainSetting),
+      global(globalSetting),
+      alphaSetting(feedbackSetting),
+      bypass(mode),
+      hwUnits(hw > 0)
+{}
+
+TnrCmod::~TnrCmod() = default;
+
+void TnrCmod::ProcessFrame(const int* in, int* out)
+{
+    const std::size_t stride = static_cast<std::size_t>(cols);
+    const std::size_t count = history.size();
+    if (bypass == copyAll) {
+        if (in != out)
+            std::copy_n(in, count, out);
+        return;
+    }
+
+    const bool start = firstFrame;
+    if (start) {
+        alpha = GetAlphaHw();
+        firstFrame = false;
+    }
+    const temporal::Recursion recursion{GetCGainHw(), alpha};
+    const auto filterRow = bypass == filterAll
+                               ? static_cast<decltype(&temporal::filterMarkedRow)>(temporal::filterRow)
+                               : temporal::filterMarkedRow;
+    std::int64_t motion = 0;
+#pragma omp parallel for schedule(static) reduction(+ : motion) if (count >= parallelPixels)
+    for (int y = 0; y < rows; ++y) {
+        const std::size_t first = static_cast<std::size_t>(y) * stride;
+        int* rowHistory = history.data() + first;
+        if (start)
+            temporal::startRow(in + first, rowHistory, cols);
+        motion += filterRow(in + first, out + first, rowHistory, cols, recursion);
+    }
+    temporal::adapt({alpha, globalError, motionBelowThreshold, motionLow}, motion, wrapMul(cols, rows),
+                    {GetGlobalHw(), GetAlphaHw()});
+}
+
+int TnrCmod::GetAlphaHw() const
+{
+    return temporal::alphaHw(alphaSetting, hwUnits);
+}
+
+int TnrCmod::GetCGainHw() const
+{
+    return temporal::controlGainHw(cGain, hwUnits);
+}
+
+int TnrCmod::GetGlobalHw() const
+{
+    return global;
+}
+
+int TnrCmod::GetGlobalOff() const
+{
+    return temporal::globalOff(global) ? 1 : 0;
+}

@@ -1,0 +1,75 @@
+#include "support/Person.h"
+
+namespace vxsupport {
+
+namespace {
+
+// Places on the body in parts of the height, x in the walking direction, y upward from the feet.
+class Figure
+{
+public:
+    Figure(SceneLayout& layout, const Person& person) : layout_(layout), person_(person) {}
+
+    void limb(cv::Point2d a, cv::Point2d b, double radiusA, double radiusB, double temperature)
+    {
+        const double h = person_.height;
+        layout_.addStroke(at(a), at(b), radiusA * h, radiusB * h,
+                          {.temperature = temperature, .softness = 0.012 * h});
+    }
+
+    void warmSpot(cv::Point2d centre, cv::Point2d radii, double rise)
+    {
+        const double h = person_.height;
+        layout_.addEllipse(at(centre), radii * h,
+                           {.temperature = rise, .softness = 0.035 * h, .relative = true});
+    }
+
+private:
+    cv::Point2d at(cv::Point2d part) const
+    {
+        return person_.feet + cv::Point2d(part.x * person_.facing * person_.height, -part.y * person_.height);
+    }
+
+    SceneLayout& layout_;
+    const Person& person_;
+};
+
+void addLeg(Figure& figure, double swing, double temperature, double shoe)
+{
+    const cv::Point2d hip(0.0, 0.50);
+    const cv::Point2d knee(0.12 * swing + 0.01, 0.27);
+    const cv::Point2d ankle(0.2 * swing - 0.02, 0.045);
+    figure.limb(knee, ankle, 0.036, 0.026, temperature - 0.8);
+    figure.limb(hip, knee, 0.058, 0.04, temperature);
+    figure.limb(ankle + cv::Point2d(-0.01, -0.025), ankle + cv::Point2d(0.06, -0.03), 0.02, 0.016, shoe);
+}
+
+void addArm(Figure& figure, double swing, const Person& person)
+{
+    const cv::Point2d shoulder(0.0, 0.79);
+    const cv::Point2d elbow(0.09 * swing - 0.015, 0.63);
+    const cv::Point2d hand(0.17 * swing + 0.02, 0.49);
+    figure.limb(shoulder, elbow, 0.036, 0.028, person.clothes - 0.6);
+    figure.limb(elbow, hand, 0.028, 0.021, person.clothes - 0.2);
+    figure.limb(hand, hand + cv::Point2d(0.01, -0.03), 0.018, 0.015, person.skin - 4.0);
+}
+
+}  // namespace
+
+void addPerson(SceneLayout& layout, const Person& person)
+{
+    Figure figure(layout, person);
+    addArm(figure, -person.stride, person);
+    addLeg(figure, -person.stride, person.clothes - 2.2, person.clothes - 5.0);
+    addLeg(figure, person.stride, person.clothes - 1.6, person.clothes - 5.0);
+    // Trunk, scarf, head, cap.
+    figure.limb({0.0, 0.54}, {0.0, 0.755}, 0.07, 0.078, person.clothes);
+    figure.warmSpot({0.015, 0.68}, {0.035, 0.07}, 2.2);
+    figure.limb({0.003, 0.84}, {0.006, 0.86}, 0.032, 0.03, person.skin - 3.0);
+    figure.limb({0.012, 0.905}, {0.012, 0.94}, 0.04, 0.042, person.skin);
+    figure.limb({0.0, 0.965}, {0.012, 0.97}, 0.04, 0.036, person.clothes + 1.0);
+    figure.warmSpot({0.028, 0.915}, {0.014, 0.014}, 2.0);
+    addArm(figure, person.stride, person);
+}
+
+}  // namespace vxsupport

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <opencv2/core/types.hpp>
+
+#include "support/SceneLayout.h"
+
+namespace vxsupport {
+
+/// A warmly dressed, walking person seen from the front quarter.
+struct Person
+{
+    cv::Point2d feet;       ///< on the ground between the feet, pixels of the small frame
+    double height = 52.0;   ///< pixels
+    double stride = 0.0;    ///< -1 to 1: how far the left foot is ahead
+    double facing = 1.0;    ///< 1 walks to the right, -1 to the left
+    double skin = 31.0;     ///< degrees Celsius
+    double clothes = 15.0;  ///< degrees Celsius
+};
+
+void addPerson(SceneLayout& layout, const Person& person);
+
+}  // namespace vxsupport
