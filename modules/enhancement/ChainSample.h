@@ -28,7 +28,4 @@ constexpr bool isMarked(int pixel)
     return pixel < 0;
 }
 
-/// Pixels from which a frame is worth sharing among threads: below, waking them costs more than they save.
-constexpr int parallelPixels = 1 << 16;
-
 }  // namespace halvor::vx

@@ -225,49 +225,48 @@ PatternRemoval::PatternRemoval(int cols)
       result_(padded_)
 {}
 
-void PatternRemoval::run(const Image<int>& image, const Corrections& corrections, const Settings& settings,
-                         const Scan& scan)
+void PatternRemoval::run(const FrameView<int>& frame, const Corrections& corrections,
+                         const Settings& settings, const Scan& scan)
 {
-    runRows(image, corrections, settings, scan,
+    runRows(frame, corrections, settings, scan,
             [this](const int*, int* out) { storeBlock(result_.data(), out, cols_); });
 }
 
-void PatternRemoval::runMarked(const Image<int>& image, const Corrections& corrections,
+void PatternRemoval::runMarked(const FrameView<int>& frame, const Corrections& corrections,
                                const Settings& settings, const Scan& scan)
 {
-    runRows(image, corrections, settings, scan,
+    runRows(frame, corrections, settings, scan,
             [this](const int* in, int* out) { storeMarkedBlock(in, result_.data(), out, cols_); });
 }
 
-void PatternRemoval::run(const Image<short>& image, const Corrections& corrections, const Settings& settings,
-                         const Scan& scan)
+void PatternRemoval::run(const FrameView<short>& frame, const Corrections& corrections,
+                         const Settings& settings, const Scan& scan)
 {
-    runRows(image, corrections, settings, scan,
+    runRows(frame, corrections, settings, scan,
             [this](const short* in, short* out) { storeImage(in, result_.data(), out, cols_); });
 }
 
 template <typename Pixel, typename Store>
-void PatternRemoval::runRows(const Image<Pixel>& image, const Corrections& corrections,
+void PatternRemoval::runRows(const FrameView<Pixel>& frame, const Corrections& corrections,
                              const Settings& settings, const Scan& scan, Store store)
 {
-    if (cols_ == 0 || image.rows == 0)
+    if (cols_ == 0 || frame.rows == 0)
         return;
-    const auto input = [&](int y) { return image.in + static_cast<std::size_t>(y) * image.inStride; };
     const Measures measures{centre_.data() + reach, squareSum_.data(), squareDeviation_.data(),
                             rowSum_.data(), rowDeviation_.data()};
-    load(input(0), 0);
-    for (int y = 0; y < image.rows; ++y) {
+    load(frame.input(0), 0);
+    for (int y = 0; y < frame.rows; ++y) {
         // A row is taken before the one above it is overwritten, so that the result may replace the input.
-        if (y + 1 < image.rows)
-            load(input(y + 1), y + 1);
-        measure(y, image.rows - 1);
+        if (y + 1 < frame.rows)
+            load(frame.input(y + 1), y + 1);
+        measure(y, frame.rows - 1);
         updateLine(measures, settings, corrections.line, earlierLine_.data() + reach,
                    laterLine_.data() + reach, cols_);
         bendLine(scan.hideLineAtTop && y == 0, scan.lag);
-        const std::size_t row = static_cast<std::size_t>(y);
         updateFrame(measures, squareBend_.data(), rowBend_.data(), earlierLine_.data() + reach, settings,
-                    corrections.frame + row * corrections.frameStride, result_.data(), cols_);
-        store(input(y), image.out + row * image.outStride);
+                    corrections.frame + static_cast<std::size_t>(y) * corrections.frameStride, result_.data(),
+                    cols_);
+        store(frame.input(y), frame.output(y));
     }
 }
 

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "enhancement/FrameView.h"
+
 // What the static pattern block and the static pattern filter share.
 namespace halvor::vx::pattern {
 
@@ -30,18 +32,8 @@ struct Scan
     bool hideLineAtTop;  ///< the windows of the first row see zeros
 };
 
-/// A frame and its result, which may be the same memory; strides in elements.
-template <typename Pixel>
-struct Image
-{
-    const Pixel* in;
-    std::size_t inStride;
-    Pixel* out;
-    std::size_t outStride;
-    int rows;
-};
-
-/// Removes the learned pattern from frames of one width, row by row, and learns on.
+/// Removes the learned pattern from frames of one width, row by row, and learns on; the result may replace
+/// the frame.
 ///
 /// The updates of a row's line values depend on the input and on their own former values only, so each step
 /// takes a whole row: measures of the input, line update, curvature of the line values around each pixel as
@@ -52,20 +44,20 @@ public:
     explicit PatternRemoval(int cols);
 
     /// Results are signed and may leave 16 bits.
-    void run(const Image<int>& image, const Corrections& corrections, const Settings& settings,
+    void run(const FrameView<int>& frame, const Corrections& corrections, const Settings& settings,
              const Scan& scan);
 
     /// Marked pixels pass unchanged, the others are bare 16-bit patterns.
-    void runMarked(const Image<int>& image, const Corrections& corrections, const Settings& settings,
+    void runMarked(const FrameView<int>& frame, const Corrections& corrections, const Settings& settings,
                    const Scan& scan);
 
     /// Samples of 32767 pass unchanged.
-    void run(const Image<short>& image, const Corrections& corrections, const Settings& settings,
+    void run(const FrameView<short>& frame, const Corrections& corrections, const Settings& settings,
              const Scan& scan);
 
 private:
     template <typename Pixel, typename Store>
-    void runRows(const Image<Pixel>& image, const Corrections& corrections, const Settings& settings,
+    void runRows(const FrameView<Pixel>& frame, const Corrections& corrections, const Settings& settings,
                  const Scan& scan, Store store);
     void load(const int* row, int y);
     void load(const short* row, int y);

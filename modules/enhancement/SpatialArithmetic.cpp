@@ -100,44 +100,61 @@ void loadWide(const Pixel* row, int cols, int first, int n, WideTile& samples)
 
 /// @param store  callable with the tile's first column, its result and its number of columns
 template <typename Pixel, typename Store>
-void filterTiles(const RowWindow<Pixel>& window, int cols, int gain, Store store)
+void filterRow(const FrameView<Pixel>& frame, int y, int gain, Store store)
 {
     WideTile above;
     WideTile here;
     WideTile below;
     Tile result;
-    for (int first = 0; first < cols; first += tilePixels) {
-        const int n = std::min(tilePixels, cols - first);
-        loadWide(window.here, cols, first, n, here);
+    for (int first = 0; first < frame.cols; first += tilePixels) {
+        const int n = std::min(tilePixels, frame.cols - first);
+        loadWide(frame.input(y), frame.cols, first, n, here);
         if (gain == 0) {
             store(first, here + 1, n);
             continue;
         }
-        loadWide(window.above, cols, first, n, above);
-        loadWide(window.below, cols, first, n, below);
+        loadWide(frame.input(y - 1), frame.cols, first, n, above);
+        loadWide(frame.input(y + 1), frame.cols, first, n, below);
         smooth(above, here, below, gain, result, n);
         store(first, result, n);
     }
 }
 
+/// @param storeRow  gives the store of a row
+template <typename Pixel, typename StoreRow>
+void filterRows(const FrameView<Pixel>& frame, int gain, StoreRow storeRow)
+{
+#pragma omp parallel for schedule(static) if (frame.pixelCount() >= parallelPixels)
+    for (int y = 0; y < frame.rows; ++y)
+        filterRow(frame, y, gain, storeRow(y));
+}
+
 }  // namespace
 
-void filterRow(const RowWindow<int>& window, int* out, int cols, int gain)
+void filterFrame(const FrameView<int>& frame, int gain)
 {
-    filterTiles(window, cols, gain,
-                [&](int first, const int* result, int n) { storeBlock(result, out + first, n); });
+    filterRows(frame, gain, [&](int y) {
+        return [out = frame.output(y)](int first, const int* result, int n) {
+            storeBlock(result, out + first, n);
+        };
+    });
 }
 
-void filterRow(const RowWindow<short>& window, short* out, int cols, int gain)
+void filterFrame(const FrameView<short>& frame, int gain)
 {
-    filterTiles(window, cols, gain,
-                [&](int first, const int* result, int n) { storeImage(result, out + first, n); });
+    filterRows(frame, gain, [&](int y) {
+        return [out = frame.output(y)](int first, const int* result, int n) {
+            storeImage(result, out + first, n);
+        };
+    });
 }
 
-void filterMarkedRow(const RowWindow<int>& window, int* out, int cols, int gain)
+void filterMarkedFrame(const FrameView<int>& frame, int gain)
 {
-    filterTiles(window, cols, gain, [&](int first, const int* result, int n) {
-        storeMarkedBlock(window.here + first, result, out + first, n);
+    filterRows(frame, gain, [&](int y) {
+        return [in = frame.input(y), out = frame.output(y)](int first, const int* result, int n) {
+            storeMarkedBlock(in + first, result, out + first, n);
+        };
     });
 }
 

@@ -59,6 +59,16 @@ VX_KERNEL_BODY void blend(const Pixel* in, const int* VX_RESTRICT weight, int al
     }
 }
 
+VX_KERNEL void startBlock(const int* in, int* history, int n)
+{
+    start(in, history, n);
+}
+
+VX_KERNEL void startImage(const short* in, int* history, int n)
+{
+    start(in, history, n);
+}
+
 VX_KERNEL std::int64_t indexBlock(const int* in, const int* history, int controlGain, int* index, int n)
 {
     return indexDifferences(in, history, controlGain, index, n);
@@ -94,7 +104,7 @@ VX_KERNEL void blendImage(const short* in, const int* weight, int alpha, int* hi
 }
 
 template <auto indexKernel, auto blendKernel, typename Pixel>
-std::int64_t filterTiles(const Pixel* in, Pixel* out, int* history, int n, const Recursion& recursion)
+std::int64_t filterRow(const Pixel* in, Pixel* out, int* history, int n, const Recursion& recursion)
 {
     int weight[tilePixels];
     std::int64_t motion = 0;
@@ -107,31 +117,37 @@ std::int64_t filterTiles(const Pixel* in, Pixel* out, int* history, int n, const
     return motion;
 }
 
+template <auto startKernel, auto indexKernel, auto blendKernel, typename Pixel>
+std::int64_t filterRows(const FrameView<Pixel>& frame, const History& history, const Recursion& recursion)
+{
+    std::int64_t motion = 0;
+#pragma omp parallel for schedule(static) reduction(+ : motion) if (frame.pixelCount() >= parallelPixels)
+    for (int y = 0; y < frame.rows; ++y) {
+        int* rowHistory = history.data + static_cast<std::size_t>(y) * history.stride;
+        if (history.start)
+            startKernel(frame.input(y), rowHistory, frame.cols);
+        motion += filterRow<indexKernel, blendKernel>(frame.input(y), frame.output(y), rowHistory, frame.cols,
+                                                      recursion);
+    }
+    return motion;
+}
+
 }  // namespace
 
-void startRow(const int* in, int* history, int n)
+std::int64_t filterFrame(const FrameView<int>& frame, const History& history, const Recursion& recursion)
 {
-    start(in, history, n);
+    return filterRows<startBlock, indexBlock, blendBlock>(frame, history, recursion);
 }
 
-void startRow(const short* in, int* history, int n)
+std::int64_t filterFrame(const FrameView<short>& frame, const History& history, const Recursion& recursion)
 {
-    start(in, history, n);
+    return filterRows<startImage, indexImage, blendImage>(frame, history, recursion);
 }
 
-std::int64_t filterRow(const int* in, int* out, int* history, int n, const Recursion& recursion)
+std::int64_t filterMarkedFrame(const FrameView<int>& frame, const History& history,
+                               const Recursion& recursion)
 {
-    return filterTiles<indexBlock, blendBlock>(in, out, history, n, recursion);
-}
-
-std::int64_t filterRow(const short* in, short* out, int* history, int n, const Recursion& recursion)
-{
-    return filterTiles<indexImage, blendImage>(in, out, history, n, recursion);
-}
-
-std::int64_t filterMarkedRow(const int* in, int* out, int* history, int n, const Recursion& recursion)
-{
-    return filterTiles<indexBlock, blendMarkedBlock>(in, out, history, n, recursion);
+    return filterRows<startBlock, indexBlock, blendMarkedBlock>(frame, history, recursion);
 }
 
 void adapt(Feedback feedback, std::int64_t motion, int pixelCount, const FeedbackSettings& settings)

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+
+#include "enhancement/FrameView.h"
 
 // What the temporal block and the temporal filter share: the recursion of a pixel and the global feedback.
 namespace halvor::vx::temporal {
@@ -30,19 +33,25 @@ struct Recursion
     int alpha;
 };
 
-/// Sets the history of n pixels to their samples, in quarter steps.
-void startRow(const int* in, int* history, int n);
-void startRow(const short* in, int* history, int n);
+/// What the filter remembers of each pixel, in quarter steps of offset binary.
+struct History
+{
+    int* data;
+    std::size_t stride;  ///< in elements
+    bool start;          ///< the frame is the first: the history is to begin with its samples
+};
 
-/// Filters n pixels and updates their history; in may be out.
+/// Filters a frame and updates its history; the result may replace the frame.
 ///
 /// A pixel whose difference from the history reaches half the range passes unchanged and restarts there.
-/// @return the motion in these pixels: the sum of the difference indices above 50
-std::int64_t filterRow(const int* in, int* out, int* history, int n, const Recursion& recursion);
-std::int64_t filterRow(const short* in, short* out, int* history, int n, const Recursion& recursion);
+/// @return the motion in the frame: the sum of the difference indices above 50
+std::int64_t filterFrame(const FrameView<int>& frame, const History& history, const Recursion& recursion);
+std::int64_t filterFrame(const FrameView<short>& frame, const History& history, const Recursion& recursion);
 
-/// The same, but marked pixels pass unchanged and leave a coarser history.
-std::int64_t filterMarkedRow(const int* in, int* out, int* history, int n, const Recursion& recursion);
+/// The same, but marked pixels pass unchanged and leave a coarser history, and the results are bare 16-bit
+/// patterns.
+std::int64_t filterMarkedFrame(const FrameView<int>& frame, const History& history,
+                               const Recursion& recursion);
 
 /// The state, owned by the filter, that lets the feedback factor follow the motion of the whole picture.
 struct Feedback

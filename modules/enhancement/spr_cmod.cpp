@@ -41,9 +41,8 @@ void SprCmod::ProcessFrame(const int* in, int* out)
         return;
     }
 
-    const std::size_t stride = static_cast<std::size_t>(cols);
-    const pattern::Image<int> image{in, stride, out, stride, rows};
-    const pattern::Corrections corrections{line.data(), frame.data(), stride};
+    const FrameView<int> image = viewOf(in, out, cols, rows);
+    const pattern::Corrections corrections{line.data(), frame.data(), image.inStride};
     const pattern::Settings settings{threshold, th07, lineLimit, frameLimit};
     // Each pipeline register keeps a new line value from one more column; the pixel's own is never in time.
     const pattern::Scan scan{delay == 1 ? 2 : 3, firstFrame != 0};

@@ -29,11 +29,9 @@ TnrCmod::~TnrCmod() = default;
 
 void TnrCmod::ProcessFrame(const int* in, int* out)
 {
-    const std::size_t stride = static_cast<std::size_t>(cols);
-    const std::size_t count = history.size();
     if (bypass == copyAll) {
         if (in != out)
-            std::copy_n(in, count, out);
+            std::copy_n(in, history.size(), out);
         return;
     }
 
@@ -42,19 +40,11 @@ void TnrCmod::ProcessFrame(const int* in, int* out)
         alpha = GetAlphaHw();
         firstFrame = false;
     }
+    const FrameView<int> frame = viewOf(in, out, cols, rows);
+    const temporal::History state{history.data(), frame.inStride, start};
     const temporal::Recursion recursion{GetCGainHw(), alpha};
-    const auto filterRow = bypass == filterAll
-                               ? static_cast<decltype(&temporal::filterMarkedRow)>(temporal::filterRow)
-                               : temporal::filterMarkedRow;
-    std::int64_t motion = 0;
-#pragma omp parallel for schedule(static) reduction(+ : motion) if (count >= parallelPixels)
-    for (int y = 0; y < rows; ++y) {
-        const std::size_t first = static_cast<std::size_t>(y) * stride;
-        int* rowHistory = history.data() + first;
-        if (start)
-            temporal::startRow(in + first, rowHistory, cols);
-        motion += filterRow(in + first, out + first, rowHistory, cols, recursion);
-    }
+    const std::int64_t motion = bypass == filterAll ? temporal::filterFrame(frame, state, recursion)
+                                                    : temporal::filterMarkedFrame(frame, state, recursion);
     temporal::adapt({alpha, globalError, motionBelowThreshold, motionLow}, motion, wrapMul(cols, rows),
                     {GetGlobalHw(), GetAlphaHw()});
 }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <opencv2/core/mat.hpp>
 #include <random>
 #include <string>
 #include <vector>
@@ -69,12 +71,12 @@ inline std::vector<int> makeFrame(Scene scene, Size size, int number)
 }
 
 /// The low 16 bits of each pixel, as the filters take them.
-inline std::vector<short> asSamples(const std::vector<int>& frame)
+inline cv::Mat_<short> asImage(const std::vector<int>& frame, Size size)
 {
-    std::vector<short> samples;
-    for (const int pixel : frame)
-        samples.push_back(static_cast<short>(pixel));
-    return samples;
+    cv::Mat_<short> image(size.rows, size.cols);
+    std::transform(frame.begin(), frame.end(), image.begin(),
+                   [](int pixel) { return static_cast<short>(pixel); });
+    return image;
 }
 
 inline std::string describe(Scene scene, Size size, int mode, int frame)

@@ -51,7 +51,7 @@ TEST(SpatialBlock, ChangesNothingAtGainZero)
 {
     for (const Scene scene : allScenes) {
         const std::vector<int> in = makeFrame(scene, {61, 7}, 3);
-        const std::vector<short> samples = asSamples(in);
+        const cv::Mat_<short> samples = asImage(in, {61, 7});
         EXPECT_EQ(filter({61, 7}, 0, 0, in), std::vector<int>(samples.begin(), samples.end()));
     }
 }
