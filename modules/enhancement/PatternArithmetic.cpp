@@ -124,7 +124,8 @@ VX_KERNEL void updateLine(const Measures& measures, const Settings& settings, in
         const int dev9 = rowDeviation[i];
         const int neighbours = dev3 < dev9 - (dev9 >> 2) - (dev9 >> 4) ? squareSum[i] : rowSum[i];
         const int learned = wrapAdd(wrapSub(old, applied), centre[i] * 8 - neighbours);
-        const int value = limitTo((dev3 < th07) | (dev9 < threshold) ? learned : old, limit, 13);
+        const bool isFlat = dev3 < th07 || dev9 < threshold;
+        const int value = limitTo(isFlat ? learned : old, limit, 13);
         // A rest of 1 to 3 stays, a negative one doesn't: the hardware's asymmetry.
         line[i] = value > 3 ? value - 4 : value < 0 ? value + 4 : value;
         earlier[i] = applied;
@@ -173,7 +174,8 @@ VX_KERNEL void updateFrame(const Measures& measures, const int* squareBend, cons
         const int flatter = dev3 <= dev9 ? square : row;
         const int neighbours = std::abs(dev9 - dev3) < similar ? (square + row) >> 1 : flatter;
         const int learned = wrapAdd(wrapSub(old, applied), centre[i] * 8 - neighbours);
-        const int value = limitTo((dev3 < threshold) | (dev9 < threshold) ? learned : old, limit, 8);
+        const bool isFlat = dev3 < threshold || dev9 < threshold;
+        const int value = limitTo(isFlat ? learned : old, limit, 8);
         frame[i] = value > 0 ? value - 1 : value < 0 ? value + 1 : 0;
     }
 }
