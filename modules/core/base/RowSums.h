@@ -32,14 +32,14 @@ private:
     std::vector<Sum> sums_;
 };
 
-/// Sum of term(i) for i below n, in doubles, over eight interleaved partial sums: a fixed order that a
-/// vectorising compiler can follow without reassociating anything.
+/// Sum of term(i) for i below n, in doubles, over interleaved partial sums: a fixed order that a vectorising
+/// compiler can follow without reassociating anything.
 ///
-/// @param term  callable from int to float or double
-template <typename Term>
+/// @tparam lanes  number of partial sums; more of them hide the latency of the additions
+/// @param term    callable from int to float or double
+template <int lanes = 8, typename Term>
 inline double laneSum(int n, Term term)
 {
-    constexpr int lanes = 8;
     double partial[lanes] = {};
     int i = 0;
     for (; i + lanes <= n; i += lanes)

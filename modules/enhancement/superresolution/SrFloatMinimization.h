@@ -1,14 +1,17 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "core/base/Export.h"
 #include "core/base/PointF.h"
+#include "core/base/RowSums.h"
 #include "core/diagnostics/DebugChannel.h"
-#include "enhancement/superresolution/SrFloatConvolution.h"
 
 namespace halvor::vx {
+
+class SrFloatSystem;
 
 /// Numerical core of the float engine: finds the large image that explains a burst of displaced frames best
 /// under blur and subsampling, regularised by the total variation over eight neighbours.
@@ -70,18 +73,21 @@ public:
                  char** masks, float* outputImage);
 
 private:
+    friend struct SrFloatMinimizationAccess;
+
+    struct Normalisation
+    {
+        float mean;
+        float sigma;
+    };
+    Normalisation normalise(int count, float* const* frames, const float* reference);
     void generatePsfs(int count, const PointF* shifts);
-    int conjugateGradients(int count, char** masks, int budget);
-    void computeL();
-    void gradient(const float* x, int count, char** masks, float* out);
-    bool iteration(int step, int count, char** masks);
+    int conjugateGradients(int budget);
+    bool iteration(int step);
 
     std::int32_t width;
     std::int32_t height;
     std::int32_t psfSize;
-    std::int32_t fullWidth;
-    std::int32_t fullHeight;
-    std::int32_t pixelCount;
     std::int32_t numFrames;
     float factor;
     float psfSigma = 0.0F;
@@ -91,24 +97,14 @@ private:
     std::vector<float> basePsf;
     std::vector<std::vector<float>> psfX;
     std::vector<std::vector<float>> psfY;
-    SrFloatConvolution conv;
-    std::vector<float> TmpConv;
-    std::vector<float> TmpFull;
-    std::vector<float> B;
-    std::vector<float> U;
-    std::vector<float> Lr;
-    std::vector<float> Ld;
-    std::vector<float> Ldl;
-    std::vector<float> Ldr;
-    std::vector<float> Lc;
-    std::vector<float> R;
-    std::vector<float> S;
-    std::vector<float> Q;
     float negInvWeightTV = 0.0F;
     float epsilon = 0.0F;
     float invEpsilon = 0.0F;
     float Pnr = 0.0F;
     float NormB = 0.0F;
+    float beta_ = 0.0F;
+    std::unique_ptr<SrFloatSystem> system_;
+    RowSums<double> rowSums_;
 };
 
 }  // namespace halvor::vx

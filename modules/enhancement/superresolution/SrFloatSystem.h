@@ -1,0 +1,130 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "core/base/RowSums.h"
+#include "core/diagnostics/DebugChannel.h"
+#include "enhancement/superresolution/FrameSweep.h"
+#include "enhancement/superresolution/SplitImage.h"
+#include "enhancement/superresolution/SrFloatConvolution.h"
+#include "enhancement/superresolution/TotalVariationRows.h"
+
+namespace halvor::vx {
+
+/// A burst as the solver sees it: one entry per frame.
+struct SrFloatBurst
+{
+    const float* const* frames;
+    const std::vector<float>* psfX;
+    const std::vector<float>* psfY;
+    const char* const* masks;
+    int count;
+};
+
+/// The linear system of SrFloatMinimization and the vectors of its conjugate gradients, on the full grid.
+///
+/// (sum over frames of A^T M A + L) U = B, with A the imaging model of a frame, M its mask, L the
+/// total-variation term with frozen weights and B the masked frames, projected back.
+///
+/// Each operation is one pass over the large image. Every thread owns a stretch of rows and runs all stages
+/// on a few of them at a time, while they are in the cache; sums are kept per row, so that no result depends
+/// on the number of threads. Where that short cut is not exact (a value is not finite) or not wanted (the
+/// operators' debug lines are, or the factor is not 2) the operators run one after the other instead, to the
+/// same bits.
+class SrFloatSystem
+{
+public:
+    /// @param debug  takes the lines of the operators; outlives this object
+    SrFloatSystem(int frameWidth, int frameHeight, int capacity, float factor, int psfSize,
+                  const DebugChannel& debug);
+
+    /// Takes the burst, whose arrays must stay, and sets B and U to its back-projection.
+    /// @return the squared norm of B
+    double backProject(const SrFloatBurst& burst);
+    /// Freezes the weights at U and sets R to B minus the system applied to U.
+    /// @return the squared norm of R
+    double linearise(const EdgePotential& potential);
+    /// Sets S to R and Q to the system applied to S.
+    /// @return the inner product of S and Q
+    double startDirection();
+    /// As startDirection(), with S = beta * S + R.
+    double nextDirection(float beta);
+    /// Adds alpha * S to U and takes alpha * Q from R.
+    /// @return the squared norm of R
+    double step(float alpha);
+
+    /// Writes U without its margin, denormalised: U * scale + offset.
+    void writeResult(float scale, float offset, float* out) const;
+
+private:
+    friend struct SrFloatSystemAccess;
+
+    struct Worker
+    {
+        Worker(int frameWidth, int frameHeight, int capacity, const SplitLayout& layout);
+        float* borderRow(int y) { return border[y % border.rows]; }
+        WeightRow aboveWeights();
+
+        FrameSweep sweep;
+        cv::Mat_<float> border;  // rows of S that belong to other threads
+        cv::Mat_<float> above;   // weights of the row above the first own one
+    };
+    struct PairRange
+    {
+        int first;
+        int end;
+    };
+
+    int pairCount() const { return (layout_.height + 1) / 2; }
+    template <typename Pass>
+    void forEachWorker(Pass pass);
+    template <typename Work>
+    void forEachRow(Work work);
+    template <typename RowSource, typename Weights, typename Finish>
+    void sweepSystem(Worker& worker, PairRange range, SplitImage& out, RowSource source, Weights weights,
+                     Finish finish);
+
+    WeightRow weightRow(int y);
+    bool fusedWanted() const;
+    void backProjectFused(Worker& worker, PairRange range);
+    void backProjectByOperators();
+    void lineariseFused(Worker& worker, PairRange range, const EdgePotential& potential);
+    void computeL(const EdgePotential& potential);
+    template <typename Direction>
+    double multiplyDirection(Direction direction);
+    void gradient(const SplitImage& x, SplitImage& out);
+    void addTmpFull(SplitImage& out);
+    float laplacianAt(const SplitImage& x, int index) const;
+
+    int width_;
+    int height_;
+    float factor_;
+    int psfSize_;
+    const DebugChannel& debug_;
+    SplitLayout layout_;
+    SrFloatConvolution conv;
+    SplitImage B;
+    SplitImage U;
+    SplitImage Lr;
+    SplitImage Ld;
+    SplitImage Ldl;
+    SplitImage Ldr;
+    SplitImage Lc;
+    SplitImage R;
+    SplitImage S;
+    SplitImage nextS_;
+    SplitImage Q;
+    // Row-major arrays of the operators.
+    std::vector<float> TmpConv;
+    std::vector<float> TmpFull;
+    std::vector<float> plain_;
+    RowSums<double> sums_;
+    std::vector<FrameModel> models_;
+    std::vector<Worker> workers_;
+    SrFloatBurst burst_{};
+    bool fused_ = false;
+};
+
+}  // namespace halvor::vx

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "enhancement/superresolution/SplitImage.h"
+
+namespace halvor::vx {
+
+// Row kernels of the total-variation term on split rows: the graph Laplacian over eight neighbours whose edge
+// weights are frozen from an estimate. Weights are negative, the diagonal is positive.
+
+/// Weight of an edge: scale / m, with m the difference of its pixels, clamped.
+struct EdgePotential
+{
+    float scale;     ///< negative
+    float lowest;    ///< smallest m
+    float greatest;  ///< largest m
+};
+
+/// Edge weights of one row: to the right, below, below left and below right, and the operator's diagonal.
+struct WeightRow
+{
+    float* right;
+    float* below;
+    float* belowLeft;
+    float* belowRight;
+    float* centre;
+};
+
+/// Rows y - 1, y and y + 1 of an image.
+struct RowTriple
+{
+    const float* above;
+    const float* own;
+    const float* below;
+};
+
+/// Fills the edge weights of row y from the estimate; those that would leave the image are zero. Pixel 0 of
+/// the image takes the differences at pixel 1. Does not touch the diagonal.
+///
+/// @param own, below  rows y and y + 1 of the estimate
+void fillEdgeWeights(const SplitLayout& layout, const EdgePotential& potential, int y, const float* own,
+                     const float* below, const WeightRow& weights);
+
+/// Fills the diagonal of a row: the negated sum of the weights of all edges that touch a pixel.
+void fillDiagonal(const SplitLayout& layout, const WeightRow& above, const WeightRow& weights);
+
+/// One row of the operator applied to an image. The sum's order is that of the linear index of the
+/// neighbours; a zero comes out positive. Padding takes any value.
+void applyLaplacian(const SplitLayout& layout, const WeightRow& above, const WeightRow& weights,
+                    const RowTriple& image, float* out);
+
+}  // namespace halvor::vx
