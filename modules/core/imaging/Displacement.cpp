@@ -33,4 +33,15 @@ void moveByWholePixels(const cv::Size& size, int count, const float* const* fram
     }
 }
 
+bool settleDisplacements(const cv::Size& size, int count, const float* const* frames, PointF* displacements,
+                         std::vector<PointF>& complete, float* const* moved)
+{
+    const int usable = countWithin(displacements, count, size.height / 2);
+    const int measured = std::min(usable + 1, count);
+    complete.resize(std::max(complete.size(), static_cast<std::size_t>(count)));
+    std::copy(displacements, displacements + measured, complete.begin());
+    moveByWholePixels(size, count, frames, usable, displacements, moved);
+    return usable == count;
+}
+
 }  // namespace halvor::vx

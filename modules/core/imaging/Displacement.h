@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <opencv2/core/types.hpp>
+#include <vector>
 
 #include "core/base/Export.h"
 #include "core/base/PointF.h"
@@ -75,5 +76,16 @@ inline FlatMove flatMoveOf(const cv::Size& size, PointI shift)
 /// @param displacements  of the frames; on return those below `usable` hold the sub-pixel remainder
 VXKIT_API void moveByWholePixels(const cv::Size& size, int count, const float* const* frames, int usable,
                                  PointF* displacements, float* const* moved);
+
+/// Ends a registration: keeps the measured displacements, and moves the frames by the whole pixels of theirs,
+/// up to the first frame that is displaced by half the height or more in either direction.
+///
+/// @param size           of every frame
+/// @param frames, moved  `count` arrays each, none in common; frames that are not moved are copied in place
+/// @param displacements  of the frames; on return those of moved frames hold the sub-pixel remainder
+/// @param complete       takes the displacements up to that frame; grows, but never shrinks
+/// @return whether all frames were moved
+VXKIT_API bool settleDisplacements(const cv::Size& size, int count, const float* const* frames,
+                                   PointF* displacements, std::vector<PointF>& complete, float* const* moved);
 
 }  // namespace halvor::vx

@@ -1,7 +1,10 @@
 #include "core/imaging/GradientRefinement.h"
 
+#include <omp.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 #include "core/base/Kernel.h"
 #include "core/imaging/Displacement.h"
@@ -98,6 +101,21 @@ PointF GradientRefinement::refine(int worker, const cv::Mat_<float>& frame, Poin
     meanFilter(error, radius, rowMeans, error);
     writeMask(error, regError, displacement, mask);
     return displacement;
+}
+
+void GradientRefinement::refineAll(const std::vector<cv::Mat_<float>>& frames,
+                                   const std::vector<PointI>& shifts, int reference, float regError,
+                                   int blurRadius, char** masks, std::vector<PointF>& refined)
+{
+    refined.assign(shifts.size(), PointF{0.0F, 0.0F});
+    const int others = static_cast<int>(shifts.size()) - 1;
+#pragma omp parallel for schedule(static) num_threads(std::min(omp_get_max_threads(), workers()))
+    for (int other = 0; other < others; ++other) {
+        const int i = other < reference ? other : other + 1;
+        const auto slot = static_cast<std::size_t>(i);
+        refined[slot] =
+            refine(omp_get_thread_num(), frames[slot], shifts[slot], regError, blurRadius, masks[i]);
+    }
 }
 
 GradientStep GradientRefinement::solve(const cv::Mat_<float>& frame, const FrameOverlap& overlap) const

@@ -51,6 +51,16 @@ public:
     PointF refine(int worker, const cv::Mat_<float>& frame, PointI shift, float regError, int blurRadius,
                   char* mask);
 
+    /// Refines each frame but the reference, several at the same time.
+    ///
+    /// @param frames     smoothed; as many as there are shifts are used
+    /// @param shifts     whole-pixel displacements, one per frame
+    /// @param reference  index of the frame that is left alone
+    /// @param masks      one per frame, see refine()
+    /// @param refined    takes the displacements; that of the reference is (0, 0)
+    void refineAll(const std::vector<cv::Mat_<float>>& frames, const std::vector<PointI>& shifts,
+                   int reference, float regError, int blurRadius, char** masks, std::vector<PointF>& refined);
+
 private:
     struct Scratch
     {

@@ -11,6 +11,7 @@
 #include "core/base/Exception.h"
 #include "core/base/Kernel.h"
 #include "core/diagnostics/DebugSingleton.h"
+#include "enhancement/superresolution/SrFloatRegistration1.h"
 #include "enhancement/superresolution/SrFloatRegistration2.h"
 
 namespace halvor::vx {
@@ -381,6 +382,7 @@ cv::Mat_<float> SrFloat<Registration>::frameView(int index)
     return {height, width, frames[static_cast<std::size_t>(index)]};
 }
 
+template class SrFloat<SrFloatRegistration1>;
 template class SrFloat<SrFloatRegistration2>;
 
 }  // namespace halvor::vx

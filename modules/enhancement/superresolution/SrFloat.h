@@ -18,8 +18,9 @@ namespace halvor::vx {
 /// Frames are single-channel floats, `height` rows of `width` values without gaps, in degrees Celsius (or raw
 /// counts after setDataIsNUC(true)). They may hold bad-pixel markers, see SuperResolutionBadPixelHandling.
 ///
-/// @tparam Registration  how frames are aligned: SrFloatRegistration2 (corners tracked into each frame, one
-///         gradient step for the sub-pixel part). Include its header beside this one.
+/// @tparam Registration  how frames are aligned: SrFloatRegistration2 (corners tracked into each frame) or
+///         SrFloatRegistration1 (phase correlation; for frames of even width and full of detail), both with
+///         one gradient step for the sub-pixel part. Include its header beside this one.
 ///
 /// All pixel memory is allocated by the constructor. One thread at a time may use an engine; its results are
 /// the same bit for bit for any number of OpenMP threads. An engine has one address for life: it is neither

@@ -100,47 +100,40 @@ SrFloatFft2d::~SrFloatFft2d() = default;
 
 void SrFloatFft2d::forward(const float* image, float (*spectrum)[2])
 {
-    const int half = width / 2 + 1;
-    const int tiles = (half + tileColumns - 1) / tileColumns;
-#pragma omp parallel num_threads(teamSize())
+    // Never more threads than there are contexts, though the host may have raised their number since.
+#pragma omp parallel num_threads(std::min(threads, omp_get_max_threads()))
     {
-        ThreadContext& context = contexts_[static_cast<std::size_t>(omp_get_thread_num())];
+        ThreadContext& context = contexts_[omp_get_thread_num()];
 #pragma omp for schedule(static)
-        for (int y = 0; y < height; ++y) {
-            // Packed output, placed one float into the spectrum's row, is in place but for the two real ends.
-            float* row = spectrum[static_cast<std::ptrdiff_t>(y) * half];
-            context.lines.rowForward(image + static_cast<std::ptrdiff_t>(y) * width, row + 1);
-            row[0] = row[1];
-            row[1] = 0.0F;
-            row[width + 1] = 0.0F;
-        }
+        for (int y = 0; y < height; ++y)
+            forwardRow(context, y, image, spectrum);
 #pragma omp for schedule(static)
-        for (int tile = 0; tile < tiles; ++tile) {
-            const int first = tile * tileColumns;
-            forwardColumns(context, first, std::min(tileColumns, half - first), spectrum);
-        }
+        for (int tile = 0; tile < tileCount(); ++tile)
+            forwardTile(context, tile, spectrum);
     }
 }
 
 void SrFloatFft2d::backward(const float (*spectrum)[2], float* image)
 {
-    const int half = width / 2 + 1;
-    const int tiles = (half + tileColumns - 1) / tileColumns;
-#pragma omp parallel num_threads(teamSize())
+#pragma omp parallel num_threads(std::min(threads, omp_get_max_threads()))
     {
-        ThreadContext& context = contexts_[static_cast<std::size_t>(omp_get_thread_num())];
+        ThreadContext& context = contexts_[omp_get_thread_num()];
 #pragma omp for schedule(static)
-        for (int tile = 0; tile < tiles; ++tile) {
-            const int first = tile * tileColumns;
-            backwardColumns(context, first, std::min(tileColumns, half - first), spectrum, image);
-        }
+        for (int tile = 0; tile < tileCount(); ++tile)
+            backwardTile(context, tile, spectrum, image);
 #pragma omp for schedule(static)
-        for (int y = 0; y < height; ++y) {
-            float* row = image + static_cast<std::ptrdiff_t>(y) * width;
-            std::copy_n(row, width, context.rowIn.data());
-            context.lines.rowBackward(context.rowIn.data(), row);
-        }
+        for (int y = 0; y < height; ++y)
+            backwardRow(context, y, image);
     }
+}
+
+void SrFloatFft2d::backward(int worker, const float (*spectrum)[2], float* image)
+{
+    ThreadContext& context = contexts_[worker];
+    for (int tile = 0; tile < tileCount(); ++tile)
+        backwardTile(context, tile, spectrum, image);
+    for (int y = 0; y < height; ++y)
+        backwardRow(context, y, image);
 }
 
 void SrFloatFft2d::gaussFft(int radius, float sigma, float (*spectrum)[2], float* kernel)
@@ -173,21 +166,38 @@ void SrFloatFft2d::gaussFft(int radius, float sigma, float (*spectrum)[2], float
 
 void SrFloatFft2d::repairGaussBlur(const float* source, float* blurred, int radius, const float* kernel)
 {
+    repairGaussBlur(0, source, blurred, radius, kernel);
+}
+
+void SrFloatFft2d::repairGaussBlur(int worker, const float* source, float* blurred, int radius,
+                                   const float* kernel)
+{
     requireKernelFits(radius, width, height);
-    unwrapRows(source, blurred, radius, kernel);
-    unwrapColumns(source, blurred, radius, kernel);
+    unwrapRows(contexts_[worker], source, blurred, radius, kernel);
+    unwrapColumns(contexts_[worker], source, blurred, radius, kernel);
     scaleBorder(blurred, radius, kernel);
 }
 
-// Never more threads than there are contexts, though the host may have raised their number since.
-int SrFloatFft2d::teamSize() const
+int SrFloatFft2d::tileCount() const
 {
-    return std::min(threads, omp_get_max_threads());
+    return (width / 2 + tileColumns) / tileColumns;
 }
 
-void SrFloatFft2d::forwardColumns(ThreadContext& context, int first, int count, float (*spectrum)[2]) const
+void SrFloatFft2d::forwardRow(ThreadContext& context, int y, const float* image, float (*spectrum)[2]) const
+{
+    // Packed output, placed one float into the spectrum's row, is in place but for the two real ends.
+    float* row = spectrum[static_cast<std::ptrdiff_t>(y) * (width / 2 + 1)];
+    context.lines.rowForward(image + static_cast<std::ptrdiff_t>(y) * width, row + 1);
+    row[0] = row[1];
+    row[1] = 0.0F;
+    row[width + 1] = 0.0F;
+}
+
+void SrFloatFft2d::forwardTile(ThreadContext& context, int tile, float (*spectrum)[2]) const
 {
     const int half = width / 2 + 1;
+    const int first = tile * tileColumns;
+    const int count = std::min(tileColumns, half - first);
     gatherColumns(spectrum + first, half, height, count, context.columnsIn());
     for (int c = 0; c < count; ++c) {
         const std::ptrdiff_t column = static_cast<std::ptrdiff_t>(c) * height;
@@ -196,10 +206,12 @@ void SrFloatFft2d::forwardColumns(ThreadContext& context, int first, int count, 
     scatterColumns(context.columnsOut(), height, count, spectrum + first, half);
 }
 
-void SrFloatFft2d::backwardColumns(ThreadContext& context, int first, int count, const float (*spectrum)[2],
-                                   float* image) const
+void SrFloatFft2d::backwardTile(ThreadContext& context, int tile, const float (*spectrum)[2],
+                                float* image) const
 {
     const int half = width / 2 + 1;
+    const int first = tile * tileColumns;
+    const int count = std::min(tileColumns, half - first);
     gatherColumns(spectrum + first, half, height, count, context.columnsIn());
     for (int c = 0; c < count; ++c) {
         const std::ptrdiff_t column = static_cast<std::ptrdiff_t>(c) * height;
@@ -218,10 +230,18 @@ void SrFloatFft2d::backwardColumns(ThreadContext& context, int first, int count,
     }
 }
 
-// Takes out what the rows at the bottom wrapped into those at the top, and the other way round.
-void SrFloatFft2d::unwrapRows(const float* source, float* blurred, int radius, const float* kernel)
+void SrFloatFft2d::backwardRow(ThreadContext& context, int y, float* image) const
 {
-    float* line = contexts_.front().rowOut.data();
+    float* row = image + static_cast<std::ptrdiff_t>(y) * width;
+    std::copy_n(row, width, context.rowIn.data());
+    context.lines.rowBackward(context.rowIn.data(), row);
+}
+
+// Takes out what the rows at the bottom wrapped into those at the top, and the other way round.
+void SrFloatFft2d::unwrapRows(ThreadContext& context, const float* source, float* blurred, int radius,
+                              const float* kernel) const
+{
+    float* line = context.rowOut.data();
     const auto rowOf = [this](auto* image, int y) { return image + static_cast<std::ptrdiff_t>(y) * width; };
     for (int t = 0; t < radius; ++t) {
         blurRow(rowOf(source, height - radius + t), width, kernel, radius, line);
@@ -237,10 +257,11 @@ void SrFloatFft2d::unwrapRows(const float* source, float* blurred, int radius, c
 
 // The same for the columns at the sides, row by row. Their vertical blur does wrap around: together with the
 // cut-off blur of the rows this takes out each wrapped corner once.
-void SrFloatFft2d::unwrapColumns(const float* source, float* blurred, int radius, const float* kernel)
+void SrFloatFft2d::unwrapColumns(ThreadContext& context, const float* source, float* blurred, int radius,
+                                 const float* kernel) const
 {
-    float* left = contexts_.front().rowIn.data();
-    float* right = contexts_.front().rowOut.data();
+    float* left = context.rowIn.data();
+    float* right = context.rowOut.data();
     for (int y = 0; y < height; ++y) {
         std::fill_n(left, radius, 0.0F);
         std::fill_n(right, radius, 0.0F);

@@ -14,7 +14,8 @@ namespace halvor::vx {
 /// there. Results are the same, bit for bit, for any number of threads.
 ///
 /// All memory is taken by the constructor; only a size with a prime factor above 100, which is slow anyway,
-/// lets the transforms take small temporaries. One call at a time on one object.
+/// lets the transforms take small temporaries. One call at a time on one object, but for the forms with a
+/// worker: they run on the calling thread alone, and different workers may run at the same time.
 class VXKIT_API SrFloatFft2d
 {
 public:
@@ -28,12 +29,16 @@ public:
     SrFloatFft2d& operator=(SrFloatFft2d&&) = delete;
     ~SrFloatFft2d();
 
+    /// Number of workers, counted from 0: the number of threads at construction.
+    int workers() const { return threads; }
+
     /// Half spectrum of a frame, kernel exp(-2 pi i ...), not scaled.
     void forward(const float* image, float (*spectrum)[2]);
 
     /// Frame of a half spectrum, not scaled: forward() and backward() multiply by width * height. The
     /// imaginary parts that a real frame's spectrum cannot have are ignored.
     void backward(const float (*spectrum)[2], float* image);
+    void backward(int worker, const float (*spectrum)[2], float* image);
 
     /// Gaussian kernel, as taps and as the half spectrum by which a frame's is multiplied. The spectrum
     /// carries the scale 1 / (width * height), so that forward(), the product and backward() keep a flat
@@ -54,16 +59,20 @@ public:
     /// @param kernel   radius + 1 taps, from gaussFft()
     /// @throws Exception  if the frame is too small for the kernel
     void repairGaussBlur(const float* source, float* blurred, int radius, const float* kernel);
+    void repairGaussBlur(int worker, const float* source, float* blurred, int radius, const float* kernel);
 
 private:
     struct ThreadContext;
 
-    int teamSize() const;
-    void forwardColumns(ThreadContext& context, int first, int count, float (*spectrum)[2]) const;
-    void backwardColumns(ThreadContext& context, int first, int count, const float (*spectrum)[2],
-                         float* image) const;
-    void unwrapRows(const float* source, float* blurred, int radius, const float* kernel);
-    void unwrapColumns(const float* source, float* blurred, int radius, const float* kernel);
+    int tileCount() const;
+    void forwardRow(ThreadContext& context, int y, const float* image, float (*spectrum)[2]) const;
+    void forwardTile(ThreadContext& context, int tile, float (*spectrum)[2]) const;
+    void backwardTile(ThreadContext& context, int tile, const float (*spectrum)[2], float* image) const;
+    void backwardRow(ThreadContext& context, int y, float* image) const;
+    void unwrapRows(ThreadContext& context, const float* source, float* blurred, int radius,
+                    const float* kernel) const;
+    void unwrapColumns(ThreadContext& context, const float* source, float* blurred, int radius,
+                       const float* kernel) const;
     void scaleBorder(float* blurred, int radius, const float* kernel) const;
 
     std::int32_t width;

@@ -1,6 +1,5 @@
 #include "enhancement/superresolution/SrFloatRegistration2.h"
 
-#include <omp.h>
 #include <algorithm>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
@@ -73,12 +72,8 @@ int SrFloatRegistration2::doRegistration(int count, int reference, float* const*
     if (result != 0)
         return result;
 
-    const int usable = countWithin(shifts, count, height / 2);
-    const int measured = std::min(usable + 1, count);
-    completeShifts.resize(std::max(completeShifts.size(), static_cast<std::size_t>(count)));
-    std::copy(shifts, shifts + measured, completeShifts.begin());
-    moveByWholePixels(cv::Size(width, height), count, rawFrames, usable, shifts, registeredFrames);
-    if (usable < count)
+    if (!settleDisplacements(cv::Size(width, height), count, rawFrames, shifts, completeShifts,
+                             registeredFrames))
         throw Exception("Too large displacement",
                         VX_WHERE("halvor::vx::SrFloatRegistration2::doRegistration"));
     return 0;
@@ -103,7 +98,7 @@ int SrFloatRegistration2::registerFrames(int count, int reference, PointF* shift
         if (result != 0)
             return result;
     }
-    refineShifts(count, reference, masks);
+    refinement_.refineAll(frames, wholeShifts_, reference, regError, regErrBlurRadius, masks, measured_);
     std::copy(measured_.begin(), measured_.end(), shifts);
     lastShifts = measured_;
     return 0;
@@ -155,19 +150,6 @@ int SrFloatRegistration2::registerWithCorners(int reference, int frame, PointI& 
     const cv::Point2f mean = inliers.sum * (1.0F / static_cast<float>(inliers.count));
     shift = roundToPixels({mean.x, mean.y});
     return 0;
-}
-
-void SrFloatRegistration2::refineShifts(int count, int reference, char** masks)
-{
-    measured_.assign(static_cast<std::size_t>(count), PointF{0.0F, 0.0F});
-    const int threads = std::min(omp_get_max_threads(), refinement_.workers());
-#pragma omp parallel for schedule(static) num_threads(threads)
-    for (int other = 0; other < count - 1; ++other) {
-        const int i = other < reference ? other : other + 1;
-        const auto slot = static_cast<std::size_t>(i);
-        measured_[slot] = refinement_.refine(omp_get_thread_num(), frames[slot], wholeShifts_[slot], regError,
-                                             regErrBlurRadius, masks[i]);
-    }
 }
 
 }  // namespace halvor::vx

@@ -73,7 +73,6 @@ private:
     bool initialize(int count, int reference, char** masks);
     void extractCornersRefImage(const cv::Mat_<float>& image);
     int registerWithCorners(int reference, int frame, PointI& shift);
-    void refineShifts(int count, int reference, char** masks);
 
     std::int32_t width;
     std::int32_t height;

@@ -14,141 +14,17 @@
 
 #include "core/base/Exception.h"
 #include "core/diagnostics/LogFacility.h"
+#include "enhancement/superresolution/RegistrationHarness.h"
 #include "enhancement/superresolution/SrFloatRegistration2.h"
 
 using namespace halvor::vx;
+using namespace vxtest;
 
 namespace {
 
 constexpr float infinity = std::numeric_limits<float>::infinity();
 
-// Warm and cold spots of several widths on a plane, defined everywhere: a displaced frame sees them exactly.
-class Scene
-{
-public:
-    /// @param margin             how far the spots reach beyond a frame of this size
-    /// @param narrowest, widest  standard deviation of the spots in pixels
-    Scene(const cv::Size& size, int margin, int spots, double narrowest, double widest)
-    {
-        std::mt19937 random(7);
-        const auto uniform = [&random](double low, double high) {
-            return low + (high - low) * static_cast<double>(random()) / 4294967296.0;
-        };
-        for (int i = 0; i < spots; ++i)
-            spots_.push_back({uniform(-margin, size.width + margin), uniform(-margin, size.height + margin),
-                              uniform(narrowest, widest), uniform(-6.0, 6.0)});
-    }
-
-    /// A frame in which the scene lies (dx, dy) further right and lower.
-    cv::Mat_<float> frame(const cv::Size& size, double dx, double dy) const
-    {
-        cv::Mat_<double> sum(size, 20.0);
-        for (const Spot& spot : spots_) {
-            const double x = spot.x + dx;
-            const double y = spot.y + dy;
-            const int reach = static_cast<int>(std::ceil(5.0 * spot.width));
-            const cv::Rect box(cvFloor(x) - reach, cvFloor(y) - reach, 2 * reach + 2, 2 * reach + 2);
-            const cv::Rect seen = box & cv::Rect({0, 0}, size);
-            for (int r = seen.y; r < seen.y + seen.height; ++r)
-                for (int c = seen.x; c < seen.x + seen.width; ++c)
-                    sum(r, c) += spot.height * std::exp(-((c - x) * (c - x) + (r - y) * (r - y)) /
-                                                        (2.0 * spot.width * spot.width));
-        }
-        cv::Mat_<float> result;
-        sum.convertTo(result, CV_32F);
-        return result;
-    }
-
-private:
-    struct Spot
-    {
-        double x;
-        double y;
-        double width;
-        double height;
-    };
-    std::vector<Spot> spots_;
-};
-
-const cv::Size frameSize(160, 120);
-
-Scene fineScene()
-{
-    return {frameSize, 20, 350, 1.5, 5.0};
-}
-
-// A registration with the buffers that an engine keeps for it.
-class Harness
-{
-public:
-    Harness(const cv::Size& size, int windowSize)
-        : registration(size.width, size.height, windowSize), size_(size)
-    {
-        for (int i = 0; i < windowSize; ++i) {
-            masks.emplace_back(size, static_cast<char>(5));
-            registered.emplace_back(size, -1.0F);
-            maskRows_.push_back(masks.back()[0]);
-            registeredRows_.push_back(registered.back()[0]);
-        }
-        shifts.assign(static_cast<std::size_t>(windowSize), PointF{-1.0F, -1.0F});
-    }
-
-    void add(const cv::Mat_<float>& frame)
-    {
-        frames.push_back(frame.clone());
-        registration.prepareFrame(frames.back()[0]);
-    }
-
-    /// A frame that an engine holds, but that never came to the registration.
-    void addUnprepared(const cv::Mat_<float>& frame) { frames.push_back(frame.clone()); }
-
-    int run(int reference)
-    {
-        std::vector<float*> rows;
-        for (cv::Mat_<float>& frame : frames)
-            rows.push_back(frame[0]);
-        return registration.doRegistration(static_cast<int>(frames.size()), reference, rows.data(),
-                                           shifts.data(), maskRows_.data(), registeredRows_.data());
-    }
-
-    std::vector<PointF> complete()
-    {
-        std::vector<PointF> result;
-        registration.getCompleteShifts(result);
-        return result;
-    }
-
-    int usablePixels(std::size_t frame) const { return cv::countNonZero(masks[frame] == 1); }
-    int area() const { return size_.area(); }
-
-    SrFloatRegistration2 registration;
-    std::vector<cv::Mat_<float>> frames;
-    std::vector<cv::Mat_<float>> registered;
-    std::vector<cv::Mat_<char>> masks;
-    std::vector<PointF> shifts;
-
-private:
-    cv::Size size_;
-    std::vector<char*> maskRows_;
-    std::vector<float*> registeredRows_;
-};
-
-bool sameBits(const cv::Mat& a, const cv::Mat& b)
-{
-    return a.size() == b.size() && a.type() == b.type() &&
-           std::equal(a.datastart, a.dataend, b.datastart, b.dataend);
-}
-
-// The scene's place in each frame; the second one is the reference.
-const std::vector<cv::Point2d> burst = {{-1.3, 0.8}, {0.0, 0.0}, {0.4, -0.3}, {3.7, 2.2}, {-5.45, -4.6}};
-constexpr int burstReference = 1;
-
-void addBurst(Harness& harness)
-{
-    const Scene scene = fineScene();
-    for (const cv::Point2d& d : burst)
-        harness.add(scene.frame(frameSize, d.x, d.y));
-}
+using Harness = RegistrationHarness<SrFloatRegistration2>;
 
 }  // namespace
 
