@@ -2,9 +2,9 @@
 #include <cmath>
 #include <utility>
 
-#include "support/Person.h"
 #include "support/Random.h"
 #include "support/SceneDesigns.h"
+#include "support/Subjects.h"
 
 namespace vxsupport {
 
