@@ -44,28 +44,29 @@ void* allocate(std::size_t size, const void* caller)
 
 }  // namespace
 
+// Not inlined: the compiler must not see malloc behind one operator and free behind its partner.
 // NOLINTBEGIN(cppcoreguidelines-no-malloc)
-void* operator new(std::size_t size)
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     return allocate(size, __builtin_return_address(0));
 }
-void* operator new[](std::size_t size)
+[[gnu::noinline]] void* operator new[](std::size_t size)
 {
     return allocate(size, __builtin_return_address(0));
 }
-void operator delete(void* memory) noexcept
+[[gnu::noinline]] void operator delete(void* memory) noexcept
 {
     std::free(memory);
 }
-void operator delete[](void* memory) noexcept
+[[gnu::noinline]] void operator delete[](void* memory) noexcept
 {
     std::free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept
 {
     std::free(memory);
 }
-void operator delete[](void* memory, std::size_t) noexcept
+[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept
 {
     std::free(memory);
 }
