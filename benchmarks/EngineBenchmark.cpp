@@ -1,0 +1,206 @@
+// One new frame into the window of five and one super-resolved image out: the cost of a live picture.
+//
+// The counters are ratios to what is measured beside it in the same run: a plain copy of the bytes that the
+// minimisation moves, the same work on one thread, and OpenCV's own burst super-resolution.
+
+#include <benchmark/benchmark.h>
+#include <omp.h>
+
+#include <array>
+#include <cstring>
+#include <memory>
+#include <opencv2/core.hpp>
+#include <opencv2/superres.hpp>
+#include <string_view>
+#include <vector>
+
+#include "benchmarks/Timing.h"
+#include "core/diagnostics/DebugSingleton.h"
+#include "enhancement/superresolution/SrFloat.h"
+#include "enhancement/superresolution/SrFloatRegistration2.h"
+#include "support/Burst.h"
+
+using namespace halvor::vx;
+using vxbench::fastestSeconds;
+
+namespace {
+
+constexpr int windowSize = 5;
+constexpr float enlargement = 2.0F;
+
+void useThreads(int count)
+{
+    omp_set_num_threads(count);
+    cv::setNumThreads(count);
+}
+
+cv::Size sizeOf(const benchmark::State& state)
+{
+    return {static_cast<int>(state.range(0)), static_cast<int>(state.range(1))};
+}
+
+std::vector<cv::Mat_<float>> framesOf(const cv::Size& size)
+{
+    vxsupport::BurstSettings settings;
+    settings.scene.frame = size;
+    settings.frameCount = windowSize;
+    return vxsupport::simulateBurst(settings).frames;
+}
+
+/// An engine with the settings of the flat interface and a full window.
+class LiveEngine
+{
+public:
+    explicit LiveEngine(const cv::Size& size)
+        : frames_(framesOf(size)), engine_(size.width, size.height, windowSize, enlargement)
+    {
+        engine_.setReferenceIndex(3);
+        for (int i = 0; i < windowSize; ++i)
+            nextImage();
+    }
+
+    float nextImage()
+    {
+        engine_.addFrame(frames_[next_]);
+        next_ = (next_ + 1) % frames_.size();
+        return engine_.computeSR(image_);
+    }
+
+private:
+    std::vector<cv::Mat_<float>> frames_;
+    std::size_t next_ = 0;
+    SrFloat<SrFloatRegistration2> engine_;
+    cv::Mat_<float> image_;
+};
+
+/// Counts the solver's steps and rounds; each of either applies the system matrix once.
+class SolverCounter : public DebugDeviceBase
+{
+public:
+    void write(std::string_view /*channel*/, std::string_view text, int /*level*/) override
+    {
+        steps += text.starts_with("start small iteration") ? 1 : 0;
+        rounds += text.starts_with("start large iteration") ? 1 : 0;
+    }
+    int steps = 0;
+    int rounds = 0;
+};
+
+std::shared_ptr<SolverCounter> countSolver(LiveEngine& engine)
+{
+    auto counter = std::make_shared<SolverCounter>();
+    DebugSingletonInterface& registry = DebugSingleton::getInstance("");
+    registry.setDebugDevice(counter);
+    registry.setOutputLevel(11);
+    engine.nextImage();
+    registry.setOutputLevel(0);
+    registry.setDebugDevice(nullptr);
+    return counter;
+}
+
+// Bytes that the minimisation reads and writes when each of its operations passes over its images once.
+double bytesMoved(const cv::Size& size, const SolverCounter& counter)
+{
+    const double small = 4.0 * size.area();
+    const double full = 4.0 * (size.width * 2 + 5) * (size.height * 2 + 5);
+    const double mask = small / 4.0;
+    const double scatter = windowSize * (small + mask + 4.0 * full);  // into an image, which is added up
+    const double gather = windowSize * (full + small);
+    const double stencil = 7.0 * full;
+    const double setUp = 2.0 * small + windowSize * 2.0 * small + scatter + 3.0 * full;
+    const double perRound = (11.0 + 4.0) * full;  // weights, and the true residual
+    const double perStep = 11.0 * full;           // two products of vectors, three updates
+    const double application = stencil + gather + scatter;
+    return setUp + counter.rounds * (perRound + application) + counter.steps * (perStep + application) +
+           2.0 * full;
+}
+
+// A copy moves each byte twice: it is read and written.
+double copySeconds(double bytes)
+{
+    const std::vector<char> from(static_cast<std::size_t>(bytes / 2.0), 1);
+    std::vector<char> to(from.size());
+    return fastestSeconds([&] {
+        std::memcpy(to.data(), from.data(), from.size());
+        benchmark::ClobberMemory();
+    });
+}
+
+void liveImage(benchmark::State& state)
+{
+    const int threads = static_cast<int>(state.range(2));
+    LiveEngine engine(sizeOf(state));
+    useThreads(threads);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(engine.nextImage());
+
+    constexpr int repetitions = 25;
+    const double own = fastestSeconds([&] { engine.nextImage(); }, repetitions);
+    const auto counter = countSolver(engine);
+    state.counters["own/copy"] = own / copySeconds(bytesMoved(sizeOf(state), *counter));
+    state.counters["steps"] = counter->steps;
+    useThreads(1);
+    state.counters["1 thread/own"] = fastestSeconds([&] { engine.nextImage(); }, repetitions) / own;
+}
+
+/// The frames as the peer wants them, in 8 bits, over and over.
+class FrameLoop : public cv::superres::FrameSource
+{
+public:
+    explicit FrameLoop(const std::vector<cv::Mat_<float>>& frames)
+    {
+        for (const cv::Mat_<float>& frame : frames) {
+            cv::Mat gray;
+            cv::normalize(frame, gray, 0.0, 255.0, cv::NORM_MINMAX, CV_8U);
+            frames_.push_back(gray);
+        }
+    }
+    void nextFrame(cv::OutputArray frame) override
+    {
+        frames_[next_].copyTo(frame);
+        next_ = (next_ + 1) % frames_.size();
+    }
+    void reset() override { next_ = 0; }
+
+private:
+    std::vector<cv::Mat> frames_;
+    std::size_t next_ = 0;
+};
+
+// The peer as it is shipped, but for the enlargement and the window of five frames; like the engine it takes
+// one new frame and gives one image.
+void bilateralTotalVariation(benchmark::State& state)
+{
+    useThreads(1);
+    const auto peer = cv::superres::createSuperResolution_BTVL1();
+    peer->setScale(2);
+    peer->setTemporalAreaRadius(windowSize / 2);
+    peer->setInput(cv::makePtr<FrameLoop>(framesOf(sizeOf(state))));
+    cv::Mat image;
+    peer->nextFrame(image);
+    double fastest = 1e9;
+    for (auto _ : state)
+        fastest = std::min(fastest, fastestSeconds([&] { peer->nextFrame(image); }, 1));
+
+    LiveEngine engine(sizeOf(state));
+    state.counters["peer/engine"] = fastest / fastestSeconds([&] { engine.nextImage(); }, 25);
+}
+
+void sizesAndThreads(benchmark::internal::Benchmark* benchmark)
+{
+    for (const auto& size : {std::array{160, 120}, std::array{320, 240}, std::array{640, 480}})
+        for (const int threads : {1, 2})
+            benchmark->Args({size[0], size[1], threads});
+    benchmark->ArgNames({"width", "height", "threads"})->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+
+BENCHMARK(liveImage)->Apply(sizesAndThreads);
+BENCHMARK(bilateralTotalVariation)
+    ->Args({160, 120})
+    ->Args({320, 240})
+    ->ArgNames({"width", "height"})
+    ->Iterations(2)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+}  // namespace
