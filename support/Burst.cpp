@@ -1,14 +1,11 @@
 #include "support/Burst.h"
 
-#include <algorithm>
-#include <cmath>
 #include <opencv2/core.hpp>
-#include <stdexcept>
-#include <string>
 
 #include "support/Random.h"
 #include "support/Sensor.h"
 #include "support/SensorNoise.h"
+#include "support/Settings.h"
 
 namespace vxsupport {
 
@@ -24,45 +21,26 @@ enum Purpose : std::uint64_t
     firstFrameNumbers,
 };
 
-void require(bool fulfilled, const char* text)
-{
-    if (!fulfilled)
-        throw std::invalid_argument(text);
-}
-
-bool isDeviation(double value)
-{
-    return value >= 0.0 && std::isfinite(value);
-}
-
 void check(const BurstSettings& s)
 {
-    require(s.frameCount >= 1, "burst: frameCount must be at least 1");
-    require(s.reference >= 0 && s.reference < s.frameCount, "burst: reference must be one of the frames");
-    require(s.shifts.empty() || static_cast<int>(s.shifts.size()) == s.frameCount,
-            "burst: shifts must be empty or one for each frame");
-    require(isDeviation(s.netd), "burst: netd must be 0 or more");
-    require(isDeviation(s.columnOffset), "burst: columnOffset must be 0 or more");
-    require(isDeviation(s.pixelOffset), "burst: pixelOffset must be 0 or more");
-    require(s.defects.count >= 0, "burst: defects.count must be 0 or more");
+    requireSetting(s.frameCount >= 1, "burst: frameCount must be at least 1");
+    requireSetting(s.reference >= 0 && s.reference < s.frameCount,
+                   "burst: reference must be one of the frames");
+    requireSetting(s.shifts.empty() || static_cast<int>(s.shifts.size()) == s.frameCount,
+                   "burst: shifts must be empty or one for each frame");
+    requireSetting(isPsfSigma(s.psfSigma), "burst: psfSigma must be above 0 and at most 4");
+    requireSetting(isDeviation(s.netd), "burst: netd must be 0 or more");
+    requireSetting(isDeviation(s.columnOffset), "burst: columnOffset must be 0 or more");
+    requireSetting(isDeviation(s.pixelOffset), "burst: pixelOffset must be 0 or more");
+    requireSetting(s.defects.count >= 0, "burst: defects.count must be 0 or more");
 }
 
 std::vector<PointF> relativeShifts(const BurstSettings& settings, const Random& random)
 {
     std::vector<PointF> shifts =
         settings.shifts.empty() ? drawMotion(settings.motion, settings.frameCount, random) : settings.shifts;
-    const PointF origin = shifts[static_cast<std::size_t>(settings.reference)];
-    for (PointF& shift : shifts)
-        shift = {shift.x - origin.x, shift.y - origin.y};
+    makeRelative(shifts, settings.reference);
     return shifts;
-}
-
-double largestOf(const std::vector<PointF>& shifts)
-{
-    float largest = 0.0F;
-    for (const PointF& shift : shifts)
-        largest = std::max({largest, std::fabs(shift.x), std::fabs(shift.y)});
-    return static_cast<double>(largest);
 }
 
 }  // namespace
@@ -76,7 +54,7 @@ Burst simulateBurst(const BurstSettings& settings)
     Burst burst;
     burst.shifts = relativeShifts(settings, random.split(motionNumbers));
     const FineScene scene =
-        makeScene(settings.scene, requiredMargin(largestOf(burst.shifts), settings.psfSigma));
+        makeScene(settings.scene, requiredMargin(largestShift(burst.shifts), settings.psfSigma));
     burst.truth = sampleTruth(scene, size);
     burst.defects = drawDefects(size, settings.defects.count, random.split(defectNumbers));
 

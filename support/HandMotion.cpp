@@ -1,6 +1,8 @@
 #include "support/HandMotion.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 namespace vxsupport {
 
@@ -48,6 +50,21 @@ std::vector<PointF> drawMotion(const HandMotion& motion, int frameCount, Random 
         y.step();
     }
     return positions;
+}
+
+void makeRelative(std::vector<PointF>& positions, int reference)
+{
+    const PointF origin = positions.at(static_cast<std::size_t>(reference));
+    for (PointF& position : positions)
+        position = {position.x - origin.x, position.y - origin.y};
+}
+
+double largestShift(const std::vector<PointF>& shifts)
+{
+    float largest = 0.0F;
+    for (const PointF& shift : shifts)
+        largest = std::max({largest, std::fabs(shift.x), std::fabs(shift.y)});
+    return static_cast<double>(largest);
 }
 
 }  // namespace vxsupport

@@ -24,4 +24,10 @@ struct HandMotion
 /// Positions of the frames; only their differences mean something.
 std::vector<PointF> drawMotion(const HandMotion& motion, int frameCount, Random random);
 
+/// Counts positions from that of one frame.
+void makeRelative(std::vector<PointF>& positions, int reference);
+
+/// Largest magnitude of a component.
+double largestShift(const std::vector<PointF>& shifts);
+
 }  // namespace vxsupport

@@ -8,8 +8,8 @@ namespace vxsupport {
 
 namespace {
 
-// A plastered house front on a clear winter evening. Lengths in metres, converted by `metre`; heights count
-// downward from the top of the frame as everywhere.
+// A plastered house front on a winter evening that fills the picture, as in a survey of its insulation: the
+// cold sky is kept out. Lengths in metres, converted by `metre_`.
 class Facade
 {
 public:
@@ -17,8 +17,7 @@ public:
         : metre_(12.0 * settings.zoom), area_(area.rect()), random_(settings.seed), layout_(area)
     {
         ground_ = settings.frame.height - 0.6 * metre_;
-        storeys_ = std::max(1, static_cast<int>((ground_ - 2.0 * metre_) / storeyHeight()));
-        eaves_ = ground_ - storeys_ * storeyHeight() - 0.3 * metre_;
+        storeys_ = static_cast<int>(std::ceil((ground_ - area_.y) / storeyHeight()));
     }
 
     SceneDesign design()
@@ -32,10 +31,6 @@ public:
         for (int bay = firstBay; bay <= lastBay; ++bay)
             if (floorModulo(bay, 3) == 2)
                 paintDownpipe(bay * bayWidth());
-        paintRoof();
-        for (int bay = firstBay; bay <= lastBay; ++bay)
-            if (floorModulo(bay, 4) == 1)
-                paintChimney((bay + 0.55) * bayWidth());
         paintGround();
         return {std::move(layout_), wallTemperature};
     }
@@ -63,9 +58,10 @@ private:
 
     void paintWall()
     {
-        const double height = ground_ - eaves_;
-        layout_.addField(4.0, [top = eaves_, height](cv::Point2d p) {
-            return 1.2 * (1.0 - std::clamp((p.y - top) / height, 0.0, 1.0));
+        // Rising warmth, and less of the cold street in view.
+        layout_.addField(4.0, [this](cv::Point2d p) {
+            const double storeys = std::max(ground_ - p.y, 0.0) / storeyHeight();
+            return 1.6 * storeys / (2.0 + storeys);
         });
         layout_.addFractal(random_.split(1).next(), 3.0 * metre_, 0.04 * metre_, 0.28);
         // Floor slabs conduct heat to the outside.
@@ -176,32 +172,11 @@ private:
 
     void paintDownpipe(double x)
     {
-        box(x - 0.05 * metre_, eaves_, 0.1 * metre_, ground_ - eaves_, {.temperature = 1.2});
+        const double top = floorOf(storeys_ + 1);
+        box(x - 0.05 * metre_, top, 0.1 * metre_, ground_ - top, {.temperature = 1.2});
         for (int storey = 0; storey <= storeys_; ++storey)
             box(x - 0.08 * metre_, floorOf(storey) - 0.5 * metre_, 0.16 * metre_, 0.04 * metre_,
                 {.temperature = 2.4});
-    }
-
-    // Tiles, gutter and the sky above them.
-    void paintRoof()
-    {
-        const double ridge = eaves_ - 1.0 * metre_;
-        const double sky = 100.0 * metre_;
-        band(ridge - sky, sky, {.temperature = -12.0 - 0.02 * sky, .gradient = {0.0, 0.04}});
-        band(ridge, 1.0 * metre_, {.temperature = -2.0, .gradient = {0.0, 0.08}});
-        for (int course = 1; course < 5; ++course)
-            band(ridge + course * 0.2 * metre_, 0.035 * metre_, {.temperature = 0.7, .relative = true});
-        band(eaves_ - 0.04 * metre_, 0.12 * metre_, {.temperature = -0.5});
-    }
-
-    void paintChimney(double x)
-    {
-        const double top = eaves_ - 1.7 * metre_;
-        layout_.addEllipse({x + 0.6 * metre_, top - 0.5 * metre_}, {1.0 * metre_, 0.5 * metre_},
-                           {.temperature = 4.0, .softness = 0.9 * metre_, .relative = true});
-        box(x, top, 0.7 * metre_, 1.3 * metre_, {.temperature = 3.0, .gradient = {0.0, -0.15}});
-        box(x - 0.06 * metre_, top, 0.82 * metre_, 0.1 * metre_, {.temperature = 6.0});
-        box(x + 0.15 * metre_, top - 0.25 * metre_, 0.16 * metre_, 0.25 * metre_, {.temperature = 16.0});
     }
 
     void paintGround()
@@ -216,7 +191,6 @@ private:
     Random random_;
     double ground_;
     int storeys_;
-    double eaves_;
     SceneLayout layout_;
 };
 

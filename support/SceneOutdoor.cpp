@@ -2,15 +2,15 @@
 #include <cmath>
 #include <utility>
 
-#include "support/Person.h"
 #include "support/Random.h"
 #include "support/SceneDesigns.h"
+#include "support/Subjects.h"
 
 namespace vxsupport {
 
 namespace {
 
-// A meadow at the edge of a wood, a quarter of an hour after sunset. Lengths near the person in metres,
+// A meadow at the edge of a wood, under an overcast evening sky. Lengths near the person in metres,
 // converted by `metre_`.
 class Outdoor
 {
@@ -34,18 +34,18 @@ public:
         paintTree({0.87 * width_, horizon_ + 0.5 * (bottom_ - horizon_)});
         paintFence();
         paintPerson({0.36 * width_, bottom_ - 0.22 * metre_}, 0.18);
-        return {std::move(layout_), -12.0};
+        return {std::move(layout_), -1.0};
     }
 
 private:
-    // A clear sky is coldest overhead; thin clouds are warmer.
+    // Clouds hide the cold of a clear sky; they are thinner overhead.
     void paintSky()
     {
         layout_.addField(4.0, [this](cv::Point2d p) {
             const double height = std::clamp((horizon_ - p.y) / bottom_, -0.2, 2.0);
-            return -9.0 * height / (0.3 + std::max(height, 0.0));
+            return -6.0 * height / (0.5 + std::max(height, 0.0));
         });
-        layout_.addFractal(random_.split(1).next(), 1.6 * metre_, 0.1 * metre_, 0.9);
+        layout_.addFractal(random_.split(1).next(), 1.6 * metre_, 0.1 * metre_, 0.7);
     }
 
     // The edge of a distant wood: heaps of leaves, each with its own warmth, and firs that stand out.

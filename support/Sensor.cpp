@@ -114,7 +114,7 @@ cv::Mat_<float> sampleTruth(const FineScene& scene, cv::Size frame, PointF shift
 
 cv::Mat_<float> sampleFrame(const FineScene& scene, cv::Size frame, PointF shift, double psfSigma)
 {
-    if (!(psfSigma > 0.0 && psfSigma <= maxPsfSigma))
+    if (!isPsfSigma(psfSigma))
         throw std::invalid_argument("the point spread's deviation is out of range");
     return sample(scene.cells, frame, frameWeights(static_cast<double>(shift.x), scene.margin, psfSigma),
                   frameWeights(static_cast<double>(shift.y), scene.margin, psfSigma));

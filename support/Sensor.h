@@ -31,6 +31,12 @@ cv::Mat_<float> sampleFrame(const FineScene& scene, cv::Size frame, PointF shift
 
 constexpr double maxPsfSigma = 4.0;
 
+/// Whether a point spread of this deviation can be simulated.
+inline bool isPsfSigma(double sigma)
+{
+    return sigma > 0.0 && sigma <= maxPsfSigma;
+}
+
 /// Margin that a scene needs for displacements of up to `largestShift` pixels.
 int requiredMargin(double largestShift, double psfSigma);
 

@@ -1,4 +1,4 @@
-#include "support/Person.h"
+#include "support/Subjects.h"
 
 namespace vxsupport {
 
@@ -70,6 +70,37 @@ void addPerson(SceneLayout& layout, const Person& person)
     figure.limb({0.0, 0.965}, {0.012, 0.97}, 0.04, 0.036, person.clothes + 1.0);
     figure.warmSpot({0.028, 0.915}, {0.014, 0.014}, 2.0);
     addArm(figure, person.stride, person);
+}
+
+void addHand(SceneLayout& layout, const Hand& hand)
+{
+    const double length = hand.length;
+    const auto at = [&](double right, double up) { return hand.wrist + cv::Point2d(right, -up) * length; };
+    const auto part = [&](cv::Point2d a, cv::Point2d b, double radiusA, double radiusB, double temperature) {
+        layout.addStroke(a, b, radiusA * length, radiusB * length,
+                         {.temperature = temperature, .softness = 0.02 * length});
+    };
+    // A sleeve covers the forearm; fingertips are colder than the palm.
+    part(at(-0.03, -1.2), at(0.0, -0.15), 0.2, 0.16, hand.skin - 9.0);
+    part(at(0.0, -0.1), at(0.0, 0.05), 0.14, 0.16, hand.skin - 1.0);
+    part(at(-0.02, 0.12), at(-0.01, 0.4), 0.17, 0.19, hand.skin);
+    layout.addEllipse(at(0.02, 0.25), {0.09 * length, 0.12 * length},
+                      {.temperature = 0.8, .softness = 0.1 * length, .relative = true});
+    struct Finger
+    {
+        double root;
+        double tip;
+        double reach;
+    };
+    for (const Finger& finger : {Finger{-0.14, -0.26, 0.82}, Finger{-0.05, -0.1, 0.96},
+                                 Finger{0.05, 0.06, 0.94}, Finger{0.14, 0.22, 0.8}}) {
+        const cv::Point2d root = at(finger.root, 0.46);
+        const cv::Point2d tip = at(finger.tip, finger.reach);
+        part(root, root + 0.55 * (tip - root), 0.055, 0.05, hand.skin - 0.8);
+        part(root + 0.5 * (tip - root), tip, 0.05, 0.04, hand.skin - 2.5);
+    }
+    part(at(-0.12, 0.2), at(-0.3, 0.38), 0.07, 0.055, hand.skin - 0.6);
+    part(at(-0.3, 0.38), at(-0.36, 0.52), 0.052, 0.042, hand.skin - 2.0);
 }
 
 }  // namespace vxsupport

@@ -19,4 +19,14 @@ struct Person
 
 void addPerson(SceneLayout& layout, const Person& person);
 
+/// A hand that reaches into the picture from below, the fingers spread.
+struct Hand
+{
+    cv::Point2d wrist;     ///< pixels of the small frame
+    double length = 50.0;  ///< from the wrist to the tip of the middle finger, pixels
+    double skin = 33.0;    ///< degrees Celsius
+};
+
+void addHand(SceneLayout& layout, const Hand& hand);
+
 }  // namespace vxsupport
