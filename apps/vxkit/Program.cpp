@@ -6,6 +6,7 @@
 #include <string>
 
 #include "apps/vxkit/Failure.h"
+#include "apps/vxkit/SuperresCommand.h"
 
 namespace vxapp {
 
@@ -27,6 +28,7 @@ int runProgram(int argc, const char* const* argv)
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return std::string("vxkit: ") + error.what() + " (vxkit --help tells more)\n";
     });
+    addSuperresCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "core/base/Export.h"
+
 namespace halvor::vx {
 
 /// Standard deviation of the point spread, in pixels of the large image, for a camera that is not known.
@@ -13,12 +15,12 @@ inline constexpr float unknownCameraPsfSigma = 0.683F;
 /// @param model        takes the model's code, "k" and the digits; of several, the one listed first
 /// @param fieldOfView  takes the integer; -1 if none can be read as a 32-bit number
 /// @return whether both were found; -1 counts as no field of view
-bool decodeCameraAndLens(const std::string& text, std::string& model, int& fieldOfView);
+VXKIT_API bool decodeCameraAndLens(const std::string& text, std::string& model, int& fieldOfView);
 
 /// Standard deviation of the point spread of a camera and lens, in pixels of the large image.
 ///
 /// @param model        as decodeCameraAndLens gives it; for any other text the unknown camera's value
 /// @param fieldOfView  as decodeCameraAndLens gives it
-float psfSigmaOf(const std::string& model, int fieldOfView);
+VXKIT_API float psfSigmaOf(const std::string& model, int fieldOfView);
 
 }  // namespace halvor::vx

@@ -1,0 +1,113 @@
+#include "apps/vxkit/Calibration.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <sstream>
+
+#include "apps/vxkit/Failure.h"
+
+namespace vxapp {
+
+namespace {
+
+// Counts are divided by a power of two, so that no bit is lost either way: 65535 / 16 lies below the upper
+// limit.
+constexpr double countsPerStep = 16.0;
+
+// The engine's limits of a valid temperature, in degrees Celsius.
+constexpr float lowestValid = -274.0F;
+constexpr float highestValid = 5000.0F;
+
+// With more than this share of a frame outside of the limits it isn't the pixels that are wrong.
+constexpr double largestDefectShare = 0.1;
+
+bool isMarker(float value)
+{
+    const auto bits = std::bit_cast<std::uint32_t>(value);
+    return bits == 0x81 || bits == 0x82 || bits == 0x84 || bits == 0x85;
+}
+
+cv::Mat_<float> scaled(const cv::Mat_<float>& frame, double scale, double offset)
+{
+    cv::Mat_<float> result(frame.size());
+    std::transform(frame.begin(), frame.end(), result.begin(), [=](float value) {
+        return isMarker(value) ? value : static_cast<float>(static_cast<double>(value) * scale + offset);
+    });
+    return result;
+}
+
+double finiteOption(const std::string& option, std::optional<double> value, double fallback)
+{
+    if (value && !std::isfinite(*value)) {
+        std::ostringstream text;
+        text << option << ' ' << *value << ": expected a finite number";
+        throw UsageError(text.str());
+    }
+    return value.value_or(fallback);
+}
+
+}  // namespace
+
+Calibration::Calibration(std::optional<double> scale, std::optional<double> offset, bool framesAreFloats)
+    : kind_(scale || offset   ? Kind::linear
+            : framesAreFloats ? Kind::floatsAsTheyAre
+                              : Kind::countsAsTheyAre),
+      scale_(finiteOption("--scale", scale, 1.0)),
+      offset_(finiteOption("--offset", offset, 0.0))
+{
+    if (scale_ == 0.0)
+        throw UsageError("--scale 0: expected degrees per count, not 0");
+}
+
+cv::Mat_<float> Calibration::toEngine(const cv::Mat_<float>& frame) const
+{
+    switch (kind_) {
+        case Kind::linear:
+            return scaled(frame, scale_, offset_);
+        case Kind::countsAsTheyAre:
+            return scaled(frame, 1.0 / countsPerStep, 0.0);
+        default:
+            return frame;
+    }
+}
+
+cv::Mat_<float> Calibration::fromEngine(const cv::Mat_<float>& image) const
+{
+    return kind_ == Kind::countsAsTheyAre ? scaled(image, countsPerStep, 0.0) : image;
+}
+
+Unit Calibration::unit() const
+{
+    return kind_ == Kind::countsAsTheyAre ? Unit::counts : Unit::degrees;
+}
+
+std::string Calibration::description() const
+{
+    switch (kind_) {
+        case Kind::linear:
+            return "degrees: " + scaleText({scale_, offset_});
+        case Kind::countsAsTheyAre:
+            return "no --scale or --offset: results are counts; the engine works on count / 16";
+        default:
+            return "floats are taken as degrees";
+    }
+}
+
+void Calibration::requirePlausible(const cv::Mat_<float>& fed, const std::string& name) const
+{
+    const auto outside = std::count_if(fed.begin(), fed.end(), [](float value) {
+        return std::isfinite(value) && (value < lowestValid || value > highestValid);
+    });
+    const double share = static_cast<double>(outside) / static_cast<double>(fed.total());
+    if (share <= largestDefectShare)
+        return;
+    std::ostringstream text;
+    text << name << ": " << std::lround(share * 100.0) << " % of the values lie outside of " << lowestValid
+         << " to " << highestValid
+         << " degrees, which the engine takes for defects; expected --scale and --offset that give degrees";
+    throw UsageError(text.str());
+}
+
+}  // namespace vxapp

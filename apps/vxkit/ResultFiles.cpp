@@ -1,0 +1,112 @@
+#include "apps/vxkit/ResultFiles.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
+#include <sstream>
+#include <utility>
+
+#include "apps/vxkit/Failure.h"
+#include "apps/vxkit/Recording.h"
+#include "apps/vxkit/SafeWrite.h"
+
+namespace vxapp {
+
+namespace {
+
+constexpr std::size_t leastDigits = 4;
+
+// "result-0004.tif" for "result.tif".
+std::string withNumber(const std::string& path, int number, int largest)
+{
+    const std::size_t digits = std::max(leastDigits, std::to_string(largest).size());
+    std::string text = std::to_string(number);
+    text.insert(0, digits - text.size(), '0');
+    const std::filesystem::path whole(path);
+    const std::string name = whole.stem().string() + "-" + text + whole.extension().string();
+    return (whole.parent_path() / name).string();
+}
+
+}  // namespace
+
+void addResultOptions(CLI::App& command, ResultOptions& options)
+{
+    command
+        .add_option("-o,--output", options.path,
+                    "Result file. .tif, .tiff or .pfm: 32-bit floats, every bit kept.\n"
+                    ".png: 16-bit counts; their scale is printed and stands in the file")
+        ->type_name("OUT");
+    command
+        .add_option("--preview", options.preview,
+                    "Also (or, without -o, only) write an 8-bit PNG in colours for looking at")
+        ->type_name("FILE.png");
+    command.add_option("--colour-map,--color-map", options.colourMap, "Colours of the preview")
+        ->check(CLI::IsMember(colourMaps()))
+        ->capture_default_str();
+    command.add_flag("--force", options.force, "Replace existing files");
+}
+
+void ResultFiles::checkNames(const ResultOptions& options)
+{
+    if (options.path.empty() && options.preview.empty())
+        throw UsageError("nowhere to write to; expected -o OUT or --preview FILE.png");
+    if (!options.path.empty() && !isFloatFile(options.path) && !isPngFile(options.path))
+        throw UsageError(options.path + ": expected an output name that ends in .tif, .tiff, .pfm or .png");
+    if (!options.preview.empty() && !isPngFile(options.preview))
+        throw UsageError(options.preview + ": expected a preview name that ends in .png");
+    if (options.path == options.preview)
+        throw UsageError(options.path + ": expected different names for the result and its preview");
+}
+
+ResultFiles::ResultFiles(ResultOptions options, int firstNumber, int count, Unit unit, const Recording& input)
+    : options_(std::move(options)), lastNumber_(firstNumber + count - 1), numbered_(count > 1), unit_(unit)
+{
+    checkNames(options_);
+    for (const std::string& path : {options_.path, options_.preview})
+        for (int number = firstNumber; !path.empty() && number <= lastNumber_; ++number) {
+            const std::string name = nameFor(path, number);
+            if (input.readsFrom(name))
+                throw UsageError(name + ": is an input; expected another output name");
+            requireWritable(name, options_.force);
+        }
+}
+
+std::string ResultFiles::nameFor(const std::string& path, int number) const
+{
+    return numbered_ ? withNumber(path, number, lastNumber_) : path;
+}
+
+std::string ResultFiles::write(int number, const cv::Mat_<float>& image)
+{
+    std::string written;
+    if (!options_.path.empty())
+        written = writeValues(number, image);
+    if (!options_.preview.empty())
+        written += (written.empty() ? "" : ", ") + writePreview(number, image);
+    return written;
+}
+
+std::string ResultFiles::writeValues(int number, const cv::Mat_<float>& image) const
+{
+    const std::string name = nameFor(options_.path, number);
+    if (isFloatFile(name)) {
+        saveFloats(name, image, options_.force);
+        return name;
+    }
+    const CountScale scale = scaleFor(image, unit_);
+    saveCounts(name, image, scale, options_.force);
+    return name + " (" + scaleText(scale) + ")";
+}
+
+std::string ResultFiles::writePreview(int number, const cv::Mat_<float>& image)
+{
+    if (!previewRange_)
+        previewRange_ = vxapp::previewRange(image);
+    const std::string name = nameFor(options_.preview, number);
+    savePreview(name, image, *previewRange_, options_.colourMap, options_.force);
+    std::ostringstream text;
+    text << name << " (" << previewRange_->low << " to " << previewRange_->high << ")";
+    return text.str();
+}
+
+}  // namespace vxapp

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <opencv2/core/mat.hpp>
+#include <optional>
+#include <string>
+
+#include "apps/vxkit/Output.h"
+
+namespace CLI {
+class App;
+}
+
+namespace vxapp {
+
+class Recording;
+
+/// Where results go.
+struct ResultOptions
+{
+    std::string path;     ///< ends in .tif, .tiff, .pfm (floats) or .png (16-bit counts); may be empty
+    std::string preview;  ///< 8-bit .png; may be empty, but not both
+    std::string colourMap = colourMaps().front();
+    bool force = false;
+};
+
+/// Adds -o, --preview, --colour-map and --force to a command.
+void addResultOptions(CLI::App& command, ResultOptions& options);
+
+/// The result files of one run: one under its own name, or several with the numbers of their newest frames.
+class ResultFiles
+{
+public:
+    /// Checks all names before any work starts.
+    ///
+    /// @param firstNumber, count  results are numbered firstNumber, firstNumber + 1, ...
+    /// @param input  the recording that is read: its files are never overwritten
+    /// @throws UsageError if a name has the wrong ending, is an input, or can't be written
+    ResultFiles(ResultOptions options, int firstNumber, int count, Unit unit, const Recording& input);
+
+    /// Checks what needs no recording: endings, and that there is something to write.
+    static void checkNames(const ResultOptions& options);
+
+    /// Writes one result.
+    /// @return what was written, for people: names, and the scale of counts or the range of a preview
+    std::string write(int number, const cv::Mat_<float>& image);
+
+private:
+    std::string nameFor(const std::string& path, int number) const;
+    std::string writeValues(int number, const cv::Mat_<float>& image) const;
+    std::string writePreview(int number, const cv::Mat_<float>& image);
+
+    ResultOptions options_;
+    int lastNumber_;
+    bool numbered_;
+    Unit unit_;
+    std::optional<ValueRange> previewRange_;  // that of the first result, so that all are coloured alike
+};
+
+}  // namespace vxapp

@@ -1,0 +1,267 @@
+#include "apps/vxkit/SuperresCommand.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include "apps/vxkit/BurstEngine.h"
+#include "apps/vxkit/Calibration.h"
+#include "apps/vxkit/Failure.h"
+#include "apps/vxkit/Progress.h"
+#include "apps/vxkit/Recording.h"
+#include "apps/vxkit/ResultFiles.h"
+
+namespace vxapp {
+
+namespace {
+
+struct SuperresOptions
+{
+    RecordingOptions recording;
+    std::optional<double> scale;
+    std::optional<double> offset;
+    bool lastOnly = false;
+    BurstSettings engine;
+    ResultOptions results;
+};
+
+/// One run of the command: feeds the frames in their order and writes what the engine answers.
+class SuperresRun
+{
+public:
+    explicit SuperresRun(const SuperresOptions& options);
+    void run();
+
+private:
+    void addFrame(int index);
+    void tell(int number, const BurstAnswer& answer, const std::string& written) const;
+    void tellFrames(int number, const BurstAnswer& answer) const;
+    void noteFailure(int index, const BurstAnswer& answer);
+
+    BurstSettings settings_;
+    Recording recording_;
+    Calibration calibration_;
+    int window_;
+    int first_;  // index of the first frame that is fed
+    ResultFiles files_;
+    std::unique_ptr<BurstEngine> engine_;
+    Progress progress_;
+    int results_ = 0;
+    int failures_ = 0;
+    std::string firstFailure_;
+};
+
+constexpr int largestWindow = 64;
+
+int checkedWindow(const Recording& recording, const SuperresOptions& options)
+{
+    const int window = options.engine.windowSize();
+    if (window < 2 || window > largestWindow)
+        throw UsageError("--window " + std::to_string(window) + ": expected 2 to " +
+                         std::to_string(largestWindow) + " frames");
+    if (recording.frameCount() < window)
+        throw UsageError(options.recording.inputs.front() + ": " + std::to_string(recording.frameCount()) +
+                         (recording.frameCount() == 1 ? " frame" : " frames") +
+                         " in all; expected at least " + std::to_string(window));
+    return window;
+}
+
+SuperresRun::SuperresRun(const SuperresOptions& options)
+    : settings_(options.engine),
+      recording_(options.recording),
+      calibration_(options.scale, options.offset, recording_.holdsFloats()),
+      window_(checkedWindow(recording_, options)),
+      first_(options.lastOnly ? recording_.frameCount() - window_ : 0),
+      files_(options.results, recording_.firstNumber() + first_ + window_ - 1,
+             recording_.frameCount() - first_ - window_ + 1, calibration_.unit(), recording_),
+      engine_(openBurstEngine(recording_.frameSize(), settings_)),
+      progress_(recording_.frameCount() - first_)
+{
+    calibration_.requirePlausible(calibration_.toEngine(recording_.values(first_)),
+                                  recording_.nameOf(first_));
+}
+
+void SuperresRun::run()
+{
+    const cv::Size size = recording_.frameSize();
+    std::cout << recording_.frameCount() - first_ << " frames of " << size.width << "x" << size.height << "; "
+              << calibration_.description() << std::endl;
+    if (!settings_.psfSigma)
+        std::cout << cameraText(settings_.camera) << std::endl;
+    for (int i = first_; i < recording_.frameCount(); ++i) {
+        progress_.show(i - first_ + 1);
+        addFrame(i);
+    }
+    progress_.clear();
+    if (failures_ == 0)
+        return;
+    std::string message = firstFailure_;
+    if (failures_ > 1)
+        message += "; " + std::to_string(failures_) + " frames failed in all";
+    if (results_ > 0)
+        message +=
+            "; " + std::to_string(results_) + (results_ == 1 ? " result was" : " results were") + " written";
+    throw EngineError(message);
+}
+
+void SuperresRun::addFrame(int index)
+{
+    const int number = recording_.firstNumber() + index;
+    const BurstAnswer answer = engine_->addFrame(calibration_.toEngine(recording_.values(index)));
+    std::string written;
+    if (answer.hasImage) {
+        written = files_.write(number, calibration_.fromEngine(engine_->image()));
+        ++results_;
+    }
+    progress_.clear();
+    if (answer.hasImage || answer.code != 0)
+        tell(number, answer, written);
+    if (isFailure(answer.code))
+        noteFailure(index, answer);
+}
+
+void SuperresRun::tell(int number, const BurstAnswer& answer, const std::string& written) const
+{
+    std::ostringstream line;
+    line << "frame " << number << ": code " << answer.code << ", " << textOf(answer);
+    if (answer.factor)
+        line << ", achieved factor " << std::fixed << std::setprecision(2) << *answer.factor;
+    if (!written.empty())
+        line << " -> " << written;
+    if (answer.code == exceptionCode)
+        line << "; starting anew with the next frame";
+    std::cout << line.str() << std::endl;
+    tellFrames(number, answer);
+}
+
+void SuperresRun::tellFrames(int number, const BurstAnswer& answer) const
+{
+    if (answer.frames.empty())
+        return;
+    const int count = static_cast<int>(answer.frames.size());
+    std::ostringstream table;
+    table << "      frame   shift x   shift y    usable\n" << std::fixed;
+    for (int i = 0; i < count; ++i) {
+        const FrameReport& frame = answer.frames[static_cast<std::size_t>(i)];
+        table << std::setw(11) << number - count + 1 + i << std::setprecision(3) << std::setw(10)
+              << frame.shift.x << std::setw(10) << frame.shift.y << std::setprecision(1) << std::setw(8)
+              << frame.usable * 100.0 << " %"
+              << (i == count - 1 - settings_.referenceIndex() ? "  reference" : "") << '\n';
+    }
+    std::cout << table.str() << std::flush;
+}
+
+void SuperresRun::noteFailure(int index, const BurstAnswer& answer)
+{
+    if (failures_++ == 0)
+        firstFailure_ =
+            recording_.nameOf(index) + ": " + textOf(answer) + " (code " + std::to_string(answer.code) + ")";
+    // After an exception the engine's windows may be out of step with each other: later frames begin anew.
+    if (answer.code == exceptionCode)
+        engine_ = openBurstEngine(recording_.frameSize(), settings_);
+}
+
+void addEngineOptions(CLI::App& command, BurstSettings& settings)
+{
+    command
+        .add_option("--camera", settings.camera,
+                    "Camera and lens, which set the width of the point spread: the three digits of\n"
+                    "a model (310 315 316 320 321 322 325 330) and FOV with the field of view")
+        ->type_name("\"k325 FOV25\"");
+    command
+        .add_option("--reference", settings.reference,
+                    "Frame that the result is aligned with, counted back from the newest frame of\n"
+                    "the window (default: 3, the second oldest of five)")
+        ->type_name("0..4");
+
+    const std::string group = "Solver (these options use the engine class in place of the flat interface)";
+    command
+        .add_flag("--report", settings.report,
+                  "Print each frame's shift in pixels and its share of usable pixels")
+        ->group(group);
+    command.add_option("--window", settings.window, "Frames that make one result (default: 5)")
+        ->type_name("N")
+        ->group(group);
+    command
+        .add_option("--relative-residue", settings.relativeResidue,
+                    "Residue at which a round of the solver ends; smaller is sharper and slower\n"
+                    "(default: 0.007)")
+        ->type_name("X")
+        ->group(group);
+    command.add_option("--iterations", settings.iterations, "Budget of solver steps (default: 8)")
+        ->type_name("N")
+        ->group(group);
+    command
+        .add_option("--weight", settings.weight,
+                    "Inverse strength of the smoothing; larger smooths less (default: 400)")
+        ->type_name("X")
+        ->group(group);
+    command
+        .add_option("--registration-error", settings.registrationError,
+                    "Largest local error of a usable pixel, at most 1 (default: 0.0001)")
+        ->type_name("X")
+        ->group(group);
+    command
+        .add_option("--psf-sigma", settings.psfSigma,
+                    "Deviation of the point spread in pixels of the result, in place of the camera's\n"
+                    "(default: 0.683)")
+        ->type_name("X")
+        ->group(group);
+}
+
+const char* const footer = R"(Results:
+  Five frames give one result. A longer recording gives one for each frame from the fifth on; their names carry
+  the number of the newest frame: result-0004.tif, result-0005.tif, ... With --last only the newest five frames
+  are used.
+
+Units:
+  The engine works on degrees Celsius and takes values outside of -274 to 5000 for defect pixels.
+  Floats are taken as degrees, and bad-pixel markers (bit patterns 0x81, 0x82, 0x84, 0x85) are kept.
+  16-bit counts become degrees by --scale and --offset; hundredths of a kelvin, for example, by
+  --scale 0.01 --offset -273.15. Without these options the calibration is taken as unknown: the result is in
+  counts, too.
+
+Codes:
+    0  success
+   -2  a bad pixel had too few good neighbours and took a fallback value; the result is written
+   -3  a frame has half or more of its pixels unregistered; the result is written
+   -4  a frame spans less than 2 degrees (32 counts); it is used all the same
+   -6  a frame is displaced by more than a tenth of its height (told by the engine class only)
+   -9  no corner of the reference frame could be tracked; no result
+ -999  another failure, told with its message; no result
+  The exit status is 0 if every result was written, 1 after a failure of the engine, 2 for bad input.
+
+Examples:
+  vxkit superres burst.pfm -o result.tif --preview result.png
+  vxkit superres shot-*.png --scale 0.01 --offset -273.15 --camera "k325 FOV25" -o result.pfm --report
+  vxkit superres recording.raw --size 160x120 --frames 10:5 -o result.png)";
+
+}  // namespace
+
+void addSuperresCommand(CLI::App& program)
+{
+    CLI::App& command = *program.add_subcommand(
+        "superres", "Makes one image of twice the size from every five frames of a hand-held recording");
+    auto options = std::make_shared<SuperresOptions>();
+    addRecordingOptions(command, options->recording);
+    addResultOptions(command, options->results);
+    command
+        .add_option("--scale", options->scale, "Degrees Celsius per count: degrees = count * SCALE + OFFSET")
+        ->type_name("SCALE");
+    command.add_option("--offset", options->offset, "Degrees Celsius at count 0")->type_name("OFFSET");
+    command.add_flag("--last", options->lastOnly, "Make only the result of the newest frames");
+    addEngineOptions(command, options->engine);
+    command.footer(footer);
+    command.callback([options] {
+        ResultFiles::checkNames(options->results);
+        SuperresRun(*options).run();
+    });
+}
+
+}  // namespace vxapp
