@@ -5,7 +5,9 @@
 #include <iostream>
 #include <string>
 
+#include "apps/vxkit/CompareCommand.h"
 #include "apps/vxkit/Failure.h"
+#include "apps/vxkit/SimulateCommand.h"
 #include "apps/vxkit/SuperresCommand.h"
 
 namespace vxapp {
@@ -29,6 +31,8 @@ int runProgram(int argc, const char* const* argv)
         return std::string("vxkit: ") + error.what() + " (vxkit --help tells more)\n";
     });
     addSuperresCommand(app);
+    addSimulateCommand(app);
+    addCompareCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -35,15 +35,6 @@ std::optional<std::pair<int, int>> parsePair(std::string_view text, char separat
     return numbers;
 }
 
-cv::Size parseSize(const std::string& text)
-{
-    const auto size = parsePair(text, 'x');
-    const auto fits = [](int side) { return side > 0 && side <= largestSide; };
-    if (!size || !fits(size->first) || !fits(size->second))
-        throw UsageError("--size " + text + ": expected WIDTHxHEIGHT in pixels, for example 160x120");
-    return {size->first, size->second};
-}
-
 bool hasImageEnding(const std::string& path)
 {
     std::string ending = std::filesystem::path(path).extension().string();
@@ -70,6 +61,15 @@ std::string shapeText(const FrameShape& shape)
 }
 
 }  // namespace
+
+cv::Size parseSize(const std::string& text)
+{
+    const auto size = parsePair(text, 'x');
+    const auto fits = [](int side) { return side > 0 && side <= largestSide; };
+    if (!size || !fits(size->first) || !fits(size->second))
+        throw UsageError("--size " + text + ": expected WIDTHxHEIGHT in pixels, for example 160x120");
+    return {size->first, size->second};
+}
 
 void addRecordingOptions(CLI::App& command, RecordingOptions& options)
 {

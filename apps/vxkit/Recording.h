@@ -23,6 +23,9 @@ struct RecordingOptions
     std::string frames;  ///< "FIRST:COUNT" of all the frames; empty for all
 };
 
+/// "WIDTHxHEIGHT" as a size; anything else is a UsageError that names --size.
+cv::Size parseSize(const std::string& text);
+
 /// Adds INPUT..., --size and --frames to a command.
 void addRecordingOptions(CLI::App& command, RecordingOptions& options);
 

@@ -1,0 +1,221 @@
+#include "apps/vxkit/CompareCommand.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "apps/vxkit/Failure.h"
+#include "apps/vxkit/FrameFile.h"
+#include "apps/vxkit/Output.h"
+#include "apps/vxkit/SafeWrite.h"
+#include "support/PictureMeasures.h"
+#include "support/Pictures.h"
+
+namespace vxapp {
+
+namespace {
+
+struct CompareOptions
+{
+    std::string image;
+    std::string reference;
+    std::string frame;  // small frame to enlarge as a baseline; empty for none
+    double scale = 1.0;
+    double offset = 0.0;
+    int margin = 0;
+    bool align = false;
+    std::string picture;
+    std::vector<int> region;  // x, y, width, height; empty for all
+    std::string colourMap = colourMaps().front();
+    bool force = false;
+};
+
+struct Candidate
+{
+    std::string name;
+    cv::Mat_<float> image;
+};
+
+cv::Mat_<float> readValues(const std::string& path, const CompareOptions& options)
+{
+    const std::unique_ptr<FrameFile> file = openImageFile(path);
+    if (file->frameCount() != 1)
+        throw UsageError(path + ": holds " + std::to_string(file->frameCount()) + " images; expected one");
+    const cv::Mat image = file->read(0);
+    if (image.type() == CV_32FC1)
+        return image;
+    cv::Mat_<float> values;
+    image.convertTo(values, CV_32F, options.scale, options.offset);
+    return values;
+}
+
+std::string sizeText(const cv::Mat& image)
+{
+    return std::to_string(image.cols) + "x" + std::to_string(image.rows);
+}
+
+void requireSize(const Candidate& candidate, const cv::Mat& reference, const CompareOptions& options)
+{
+    if (candidate.image.size() != reference.size())
+        throw UsageError(candidate.name + ": is " + sizeText(candidate.image) + "; expected " +
+                         sizeText(reference) + ", the size of " + options.reference);
+}
+
+// The candidate on the reference's grid, and the margin within which both may be compared.
+int alignTo(const cv::Mat_<float>& reference, const CompareOptions& options, Candidate& candidate)
+{
+    if (!options.align)
+        return options.margin;
+    const PointF shift = vxsupport::estimateShift(candidate.image, reference, options.margin);
+    const bool removable =
+        std::abs(shift.x) < vxsupport::maxRemovableShift && std::abs(shift.y) < vxsupport::maxRemovableShift;
+    if (!removable)
+        throw UsageError(candidate.name + ": no global shift of less than " +
+                         std::to_string(static_cast<int>(vxsupport::maxRemovableShift)) +
+                         " pixels aligns it with " + options.reference);
+    candidate.image = vxsupport::withoutShift(candidate.image, shift);
+    std::cout << candidate.name << ": removed a global shift of (" << std::fixed << std::setprecision(3)
+              << shift.x << ", " << shift.y << ") pixels\n";
+    return std::max(options.margin, vxsupport::spoiledMargin(shift));
+}
+
+void tell(const Candidate& candidate, const cv::Mat_<float>& reference, int margin)
+{
+    std::cout << candidate.name << ": PSNR " << std::fixed << std::setprecision(2)
+              << vxsupport::psnr(candidate.image, reference, margin) << " dB, SSIM " << std::setprecision(4)
+              << vxsupport::ssim(candidate.image, reference, margin) << ", largest difference "
+              << std::setprecision(3) << vxsupport::largestDifference(candidate.image, reference, margin)
+              << std::endl;
+}
+
+cv::Rect regionOf(const CompareOptions& options, const cv::Mat& reference)
+{
+    const cv::Rect whole(0, 0, reference.cols, reference.rows);
+    if (options.region.empty())
+        return whole;
+    const cv::Rect region(options.region[0], options.region[1], options.region[2], options.region[3]);
+    if (region.empty() || (region & whole) != region)
+        throw UsageError("--region: expected X,Y,WIDTH,HEIGHT inside the " + sizeText(reference) +
+                         " pixels of " + options.reference);
+    return region;
+}
+
+void writePicture(const std::vector<Candidate>& candidates, const cv::Rect& region,
+                  const CompareOptions& options)
+{
+    constexpr int wantedHeight = 360;
+    const int times = std::max(1, wantedHeight / region.height);
+    const ValueRange range = previewRange(candidates.back().image(region));
+    std::vector<vxsupport::Panel> panels;
+    for (const Candidate& candidate : candidates) {
+        const cv::Mat_<std::uint8_t> levels =
+            vxsupport::greyLevels(candidate.image(region), {range.low, range.high});
+        panels.push_back({vxsupport::magnified(vxsupport::falseColours(levels, options.colourMap), times),
+                          candidate.name});
+    }
+    const cv::Mat_<cv::Vec3b> picture = vxsupport::sideBySide(panels);
+    writeSafely(options.picture, options.force, [&](const std::filesystem::path& temporary) {
+        return cv::imwrite(temporary.string(), picture);
+    });
+    std::cout << "picture: " << options.picture << std::endl;
+}
+
+void checkOptions(const CompareOptions& options)
+{
+    if (!std::isfinite(options.scale) || options.scale == 0.0)
+        throw UsageError("--scale: expected a finite number other than 0");
+    if (!std::isfinite(options.offset))
+        throw UsageError("--offset: expected a finite number");
+    if (options.picture.empty())
+        return;
+    if (!isPngFile(options.picture))
+        throw UsageError(options.picture + ": expected a picture name that ends in .png");
+    requireWritable(options.picture, options.force);
+}
+
+void compare(const CompareOptions& options)
+{
+    checkOptions(options);
+    const cv::Mat_<float> reference = readValues(options.reference, options);
+    std::vector<Candidate> candidates;
+    if (!options.frame.empty()) {
+        cv::Mat_<float> enlarged;
+        cv::resize(readValues(options.frame, options), enlarged, reference.size(), 0.0, 0.0, cv::INTER_CUBIC);
+        candidates.push_back({"bicubic enlargement of " + options.frame, enlarged});
+    }
+    candidates.push_back({options.image, readValues(options.image, options)});
+    requireSize(candidates.back(), reference, options);
+    const cv::Rect region = regionOf(options, reference);
+    for (Candidate& candidate : candidates) {
+        const int margin = alignTo(reference, options, candidate);
+        try {
+            tell(candidate, reference, margin);
+        } catch (const std::invalid_argument& error) {
+            throw UsageError(candidate.name + ": can't be compared with " + options.reference + ": " +
+                             error.what());
+        }
+    }
+    if (options.picture.empty())
+        return;
+    candidates.push_back({options.reference, reference});
+    writePicture(candidates, region, options);
+}
+
+const char* const footer =
+    R"(Images are PNG, PGM or TIFF with 16 bits, or TIFF or PFM with 32-bit floats. PSNR and SSIM take the reference's
+range (its largest minus its smallest value) as full scale.
+
+Examples:
+  vxkit compare result.tif truth.tif --margin 8
+  vxkit compare result.tif truth.tif --bicubic frame-0001.tif --picture comparison.png --region 80,60,120,90)";
+
+}  // namespace
+
+void addCompareCommand(CLI::App& program)
+{
+    CLI::App& command = *program.add_subcommand(
+        "compare", "Tells how far an image is from a reference: PSNR, SSIM and the largest difference");
+    auto options = std::make_shared<CompareOptions>();
+    command.add_option("IMAGE", options->image, "Image to judge")->required();
+    command.add_option("REFERENCE", options->reference, "Image of the same size that counts as true")
+        ->required();
+    command.add_flag("--align", options->align, "Remove a global sub-pixel shift first");
+    command.add_option("--margin", options->margin, "Pixels left out at each edge")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("N");
+    command
+        .add_option(
+            "--bicubic", options->frame,
+            "Also judge this smaller image, enlarged to the reference's size by bicubic\ninterpolation")
+        ->type_name("FRAME");
+    command.add_option("--scale", options->scale, "Images with counts: value = count * SCALE + OFFSET")
+        ->type_name("SCALE");
+    command.add_option("--offset", options->offset, "Value of count 0")->type_name("OFFSET");
+    command
+        .add_option("--picture", options->picture,
+                    "Write all images side by side, coloured over one range of values")
+        ->type_name("FILE.png");
+    command
+        .add_option("--region", options->region,
+                    "Part of the reference that the picture shows (default: all)")
+        ->delimiter(',')
+        ->expected(4)
+        ->type_name("X,Y,WIDTH,HEIGHT");
+    command.add_option("--colour-map,--color-map", options->colourMap, "Colours of the picture")
+        ->check(CLI::IsMember(colourMaps()))
+        ->capture_default_str();
+    command.add_flag("--force", options->force, "Replace an existing picture");
+    command.footer(footer);
+    command.callback([options] { compare(*options); });
+}
+
+}  // namespace vxapp

@@ -1,0 +1,12 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace vxapp {
+
+/// Adds "vxkit simulate": writes a simulated hand-held recording with its ground truth.
+void addSimulateCommand(CLI::App& program);
+
+}  // namespace vxapp
