@@ -103,15 +103,6 @@ VX_KERNEL void measureRow(const std::int16_t* samples, const int* wide, int* VX_
     }
 }
 
-struct Measures
-{
-    const int* centre;
-    const int* squareSum;
-    const int* squareDeviation;
-    const int* rowSum;
-    const int* rowDeviation;
-};
-
 VX_KERNEL void updateLine(const Measures& measures, const Settings& settings, int* VX_RESTRICT line,
                           int* VX_RESTRICT earlier, int* VX_RESTRICT later, int n)
 {
@@ -141,36 +132,27 @@ struct LineWindow
     const int* rest;
 };
 
-// The curvature of the line values under the two windows of a pixel.
-VX_KERNEL void measureBend(const LineWindow& window, int* VX_RESTRICT squareBend, int* VX_RESTRICT rowBend,
-                           int n)
-{
-    const auto [a, b, c, d] = window.left;
-    const int* rest = window.rest;
-    for (int i = 0; i < n; ++i) {
-        squareBend[i] = div9LessAccurate(3 * d[i] - 6 * rest[i] + 3 * rest[i + 1]);
-        rowBend[i] = div9LessAccurate(a[i] + b[i] + c[i] + d[i] - 8 * rest[i] + rest[i + 1] + rest[i + 2] +
-                                      rest[i + 3] + rest[i + 4]);
-    }
-}
-
-VX_KERNEL void updateFrame(const Measures& measures, const int* squareBend, const int* rowBend,
-                           const int* appliedLine, const Settings& settings, int* VX_RESTRICT frame,
-                           int* VX_RESTRICT result, int n)
+// Corrects a run of columns and learns from them. The curvature of the line values under a window is taken
+// out of the sum of its neighbours.
+VX_KERNEL void updateFrame(const Measures& measures, const LineWindow& window, const Settings& settings,
+                           int* VX_RESTRICT frame, int* VX_RESTRICT result, int n)
 {
     const auto [centre, squareSum, squareDeviation, rowSum, rowDeviation] = measures;
     const int threshold = settings.threshold;
     const int similar = threshold >> 2;
     const int limit = settings.frameLimit;
+    const auto [a, b, c, d] = window.left;
+    const int* line = window.rest;
     for (int i = 0; i < n; ++i) {
         const int old = frame[i];
         const int applied = dropFraction(old, 5);
-        result[i] = centre[i] - div9LessAccurate(appliedLine[i]) - div9LessAccurate(applied);
+        result[i] = centre[i] - div9LessAccurate(line[i]) - div9LessAccurate(applied);
 
         const int dev3 = squareDeviation[i];
         const int dev9 = rowDeviation[i];
-        const int square = squareSum[i] - squareBend[i];
-        const int row = rowSum[i] - rowBend[i];
+        const int square = squareSum[i] - div9LessAccurate(3 * d[i] - 6 * line[i] + 3 * line[i + 1]);
+        const int row = rowSum[i] - div9LessAccurate(a[i] + b[i] + c[i] + d[i] - 8 * line[i] + line[i + 1] +
+                                                     line[i + 2] + line[i + 3] + line[i + 4]);
         const int flatter = dev3 <= dev9 ? square : row;
         const int neighbours = std::abs(dev9 - dev3) < similar ? (square + row) >> 1 : flatter;
         const int learned = wrapAdd(wrapSub(old, applied), centre[i] * 8 - neighbours);
@@ -222,8 +204,6 @@ PatternRemoval::PatternRemoval(int cols)
       rowDeviation_(padded_),
       earlierLine_(padded_),
       laterLine_(padded_),
-      squareBend_(padded_),
-      rowBend_(padded_),
       result_(padded_)
 {}
 
@@ -254,20 +234,19 @@ void PatternRemoval::runRows(const FrameView<Pixel>& frame, const Corrections& c
 {
     if (cols_ == 0 || frame.rows == 0)
         return;
-    const Measures measures{centre_.data() + reach, squareSum_.data(), squareDeviation_.data(),
-                            rowSum_.data(), rowDeviation_.data()};
     load(frame.input(0), 0);
     for (int y = 0; y < frame.rows; ++y) {
         // A row is taken before the one above it is overwritten, so that the result may replace the input.
         if (y + 1 < frame.rows)
             load(frame.input(y + 1), y + 1);
         measure(y, frame.rows - 1);
-        updateLine(measures, settings, corrections.line, earlierLine_.data() + reach,
+        updateLine(measures(0), settings, corrections.line, earlierLine_.data() + reach,
                    laterLine_.data() + reach, cols_);
-        bendLine(scan.hideLineAtTop && y == 0, scan.lag);
-        updateFrame(measures, squareBend_.data(), rowBend_.data(), earlierLine_.data() + reach, settings,
-                    corrections.frame + static_cast<std::size_t>(y) * corrections.frameStride, result_.data(),
-                    cols_);
+        // Ahead of column 'lag' no new value is visible, though windows beyond the edge repeat column 0. At
+        // the top of a block's first frame none is, and the former ones are still zeros.
+        const int hidden = scan.hideLineAtTop && y == 0 ? cols_ : std::min(scan.lag, cols_);
+        correct(settings, hidden, reach + 1 - scan.lag,
+                corrections.frame + static_cast<std::size_t>(y) * corrections.frameStride);
         store(frame.input(y), frame.output(y));
     }
 }
@@ -303,27 +282,26 @@ void PatternRemoval::measure(int y, int lastRow)
     measureRow(here, centre_.data(), rowSum_.data(), rowDeviation_.data(), cols_);
 }
 
-void PatternRemoval::bendLine(bool blind, int lag)
+void PatternRemoval::correct(const Settings& settings, int hidden, int visible, int* frameRow)
 {
-    if (blind) {
-        std::fill_n(squareBend_.data(), cols_, 0);
-        std::fill_n(rowBend_.data(), cols_, 0);
-        return;
-    }
     padEdges(earlierLine_.data(), cols_);
     padEdges(laterLine_.data(), cols_);
-    const auto bend = [this](int first, int n, int visible) {
+    const auto update = [&](int first, int n, int newValues) {
         const int* earlier = earlierLine_.data() + first;
         const int* later = laterLine_.data() + first;
         LineWindow window{{}, earlier + reach};
         for (int j = 0; j < reach; ++j)
-            window.left[j] = (j < visible ? later : earlier) + j;
-        measureBend(window, squareBend_.data() + first, rowBend_.data() + first, n);
+            window.left[j] = (j < newValues ? later : earlier) + j;
+        updateFrame(measures(first), window, settings, frameRow + first, result_.data() + first, n);
     };
-    // Ahead of column 'lag' no new value is visible, though windows beyond the edge repeat column 0.
-    const int hidden = std::min(lag, cols_);
-    bend(0, hidden, 0);
-    bend(hidden, cols_ - hidden, reach + 1 - lag);
+    update(0, hidden, 0);
+    update(hidden, cols_ - hidden, visible);
+}
+
+Measures PatternRemoval::measures(int first) const
+{
+    return {centre_.data() + reach + first, squareSum_.data() + first, squareDeviation_.data() + first,
+            rowSum_.data() + first, rowDeviation_.data() + first};
 }
 
 }  // namespace halvor::vx::pattern

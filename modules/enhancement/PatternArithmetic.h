@@ -29,15 +29,25 @@ struct Corrections
 struct Scan
 {
     int lag;             ///< 1 to 3: the window at x sees this row's values only up to column x - lag
-    bool hideLineAtTop;  ///< the windows of the first row see zeros
+    bool hideLineAtTop;  ///< in the first row the windows see no new value at all
+};
+
+/// What a row's input says of each of its pixels.
+struct Measures
+{
+    const int* centre;
+    const int* squareSum;  ///< of the eight neighbours in the 3 x 3 square
+    const int* squareDeviation;
+    const int* rowSum;  ///< of the eight neighbours along the row
+    const int* rowDeviation;
 };
 
 /// Removes the learned pattern from frames of one width, row by row, and learns on; the result may replace
 /// the frame.
 ///
 /// The updates of a row's line values depend on the input and on their own former values only, so each step
-/// takes a whole row: measures of the input, line update, curvature of the line values around each pixel as
-/// the scan order shows them, frame update and correction.
+/// takes a whole row: measures of the input, line update, then frame update and correction with the line
+/// values as the scan order shows them to each pixel.
 class PatternRemoval
 {
 public:
@@ -63,7 +73,8 @@ private:
     void load(const short* row, int y);
     std::int16_t* samples(int y);
     void measure(int y, int lastRow);
-    void bendLine(bool blind, int lag);
+    Measures measures(int first) const;
+    void correct(const Settings& settings, int hidden, int visible, int* frameRow);
 
     int cols_;
     std::size_t padded_;
@@ -74,8 +85,7 @@ private:
     std::vector<int> squareSum_, rowSum_;  // of the eight neighbours
     std::vector<int> squareDeviation_, rowDeviation_;
     std::vector<int> earlierLine_, laterLine_;  // rounded line values before and after the row, padded
-    std::vector<int> squareBend_, rowBend_;
-    std::vector<int> result_;  // corrected samples, signed
+    std::vector<int> result_;                   // corrected samples, signed
 };
 
 }  // namespace halvor::vx::pattern
