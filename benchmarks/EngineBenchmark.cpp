@@ -131,7 +131,7 @@ void liveImage(benchmark::State& state)
     const int threads = static_cast<int>(state.range(2));
     LiveEngine engine(sizeOf(state));
     useThreads(threads);
-    for (auto _ : state)
+    for ([[maybe_unused]] auto iteration : state)
         benchmark::DoNotOptimize(engine.nextImage());
 
     constexpr int repetitions = 25;
@@ -179,7 +179,7 @@ void bilateralTotalVariation(benchmark::State& state)
     cv::Mat image;
     peer->nextFrame(image);
     double fastest = 1e9;
-    for (auto _ : state)
+    for ([[maybe_unused]] auto iteration : state)
         fastest = std::min(fastest, fastestSeconds([&] { peer->nextFrame(image); }, 1));
 
     LiveEngine engine(sizeOf(state));

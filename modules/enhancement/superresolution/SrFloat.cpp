@@ -71,6 +71,7 @@ std::vector<Value*> slices(std::vector<Value>& storage, int count, int size)
 {
     storage.resize(static_cast<std::size_t>(count) * static_cast<std::size_t>(size));
     std::vector<Value*> pointers;
+    pointers.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)
         pointers.push_back(storage.data() + static_cast<std::ptrdiff_t>(i) * size);
     return pointers;
@@ -154,6 +155,7 @@ float SrFloat<Registration>::computeSR(float* out)
     cv::Mat_<float> image(outHeight, outWidth, outputImage.data());
     badPixelHandling.maskBadPixel(image, completeShifts);
     std::vector<cv::Mat_<float>> window;
+    window.reserve(static_cast<std::size_t>(frameCount));
     for (int i = 0; i < frameCount; ++i)
         window.push_back(frameView(i));
     badPixelHandling.replaceMaskedPixel(image, completeShifts, window);
@@ -345,7 +347,8 @@ void SrFloat<Registration>::saveFrame(float* out) const
 template <typename Registration>
 int SrFloat<Registration>::warningFor(const std::vector<PointF>& completeShifts) const
 {
-    const auto limit = static_cast<float>(height / 10);
+    const int tenth = height / 10;
+    const auto limit = static_cast<float>(tenth);
     bool largeDisplacement = false;
     bool poorFrame = false;
     for (std::size_t i = 0; i < static_cast<std::size_t>(frameCount); ++i) {

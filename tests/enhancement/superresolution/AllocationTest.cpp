@@ -37,7 +37,8 @@ void* allocate(std::size_t size, const void* caller)
             ++largeAllocations;
         counting = true;
     }
-    if (void* memory = std::malloc(size == 0 ? 1 : size))  // NOLINT(cppcoreguidelines-no-malloc)
+    // NOLINTNEXTLINE(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
+    if (void* memory = std::malloc(size == 0 ? 1 : size))
         return memory;
     throw std::bad_alloc();
 }
@@ -45,7 +46,7 @@ void* allocate(std::size_t size, const void* caller)
 }  // namespace
 
 // Not inlined: the compiler must not see malloc behind one operator and free behind its partner.
-// NOLINTBEGIN(cppcoreguidelines-no-malloc)
+// NOLINTBEGIN(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
 [[gnu::noinline]] void* operator new(std::size_t size)
 {
     return allocate(size, __builtin_return_address(0));
@@ -70,7 +71,7 @@ void* allocate(std::size_t size, const void* caller)
 {
     std::free(memory);
 }
-// NOLINTEND(cppcoreguidelines-no-malloc)
+// NOLINTEND(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
 
 namespace {
 

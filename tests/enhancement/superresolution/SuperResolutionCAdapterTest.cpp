@@ -51,6 +51,7 @@ public:
     std::vector<int> addAll(const std::vector<cv::Mat_<float>>& frames) const
     {
         std::vector<int> codes;
+        codes.reserve(frames.size());
         for (const cv::Mat_<float>& frame : frames)
             codes.push_back(add(frame));
         return codes;
@@ -189,9 +190,9 @@ TEST_F(FlatInterface, KeepsContextsApart)
         EXPECT_EQ(other.add(otherBurst.frames[4 - i]), 0);
     }
     // The table has grown meanwhile, which moves every record.
-    std::vector<int> more;
-    for (int i = 0; i < 20; ++i)
-        more.push_back(SuperResolution_init(16, 16));
+    std::vector<int> more(20);
+    for (int& number : more)
+        number = SuperResolution_init(16, 16);
     cv::Mat_<float> image(smallFrame * 2);
     EXPECT_EQ(SuperResolution_getSuperresolutionImage(one.number(), image.ptr<float>()), 0);
     EXPECT_TRUE(sameBits(image, expected));
@@ -327,9 +328,10 @@ TEST_F(FlatInterface, TellsAFrameThatDoesNotFitTheOthers)
 {
     vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
     // The same scene for the tracker, but the lower two thirds disagree by a smooth, large amount.
-    for (int y = smallFrame.height / 3; y < smallFrame.height; ++y)
+    const int first = smallFrame.height / 3;
+    for (int y = first; y < smallFrame.height; ++y)
         for (int x = 0; x < smallFrame.width; ++x)
-            burst.frames[4](y, x) += 0.6F * static_cast<float>(y - smallFrame.height / 3);
+            burst.frames[4](y, x) += 0.6F * static_cast<float>(y - first);
     const Context context(smallFrame);
     EXPECT_THAT(context.addAll(burst.frames), ElementsAre(0, 0, 0, 0, -3));
 }

@@ -322,9 +322,7 @@ TEST(BadPixelMask, SurvivesShiftsThatAreNoNumberOrBeyondAnyImage)
 TEST(BadPixelRefill, AveragesTheGoodPixelsOfAllFramesThatSeeThePlace)
 {
     SuperResolutionBadPixelHandling handling(3);
-    std::vector<cv::Mat_<float>> frames;
-    for (int i = 0; i < 3; ++i)
-        frames.push_back(ramp(10, 12, 20.0F + 100.0F * static_cast<float>(i)));
+    std::vector<cv::Mat_<float>> frames{ramp(10, 12), ramp(10, 12, 120.0F), ramp(10, 12, 220.0F)};
     frames[1](5, 6) = marker(0x84);
     for (cv::Mat_<float>& frame : frames)
         handling.detectAndReplaceBadPixel(frame);
