@@ -1,0 +1,143 @@
+#include "enhancement/ClusterPatternRemover.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <opencv2/imgproc.hpp>
+
+#include "core/base/Exception.h"
+#include "enhancement/PixelStatistics.h"
+
+namespace halvor::vx {
+
+namespace {
+
+// Differences to the background below this share of the mean are rounding of the blur.
+constexpr double blurRounding = 1e-6;
+
+// A window of twice the cluster and more, cut to the image: a cluster fills at most a quarter of it.
+int windowSize(unsigned int cluster, int imageSize)
+{
+    const unsigned int half = std::clamp(cluster, 1U, static_cast<unsigned int>(imageSize));
+    return 2 * static_cast<int>(half) + 1;
+}
+
+}  // namespace
+
+ClusterPatternRemover::ClusterPatternRemover(unsigned int width, unsigned int height, float a, float /*b*/,
+                                             float c)
+    : clusterWidth(width),
+      clusterHeight(height),
+      stdDevLimit(a),
+      alphaDamping(a),  // hosts rely on one value for both
+      meanLimit(c)
+{}
+
+void ClusterPatternRemover::learn(const cv::Mat_<float>& mean, const cv::Mat_<float>& stdDev, FILTERMODE mode)
+{
+    if (mean.empty() || mean.size() != stdDev.size())
+        throw Exception("mean and standard deviation must be images of one size",
+                        VX_WHERE("halvor::vx::ClusterPatternRemover::learn"));
+    cv::Mat_<float> bounded = stdDev.clone();
+    excludeLargeGroups(mean, bounded);
+    calculateDamping(mean, bounded, mode);
+}
+
+void ClusterPatternRemover::learn(const std::vector<cv::Mat>& frames, FILTERMODE mode)
+{
+    if (frames.size() < 2)
+        throw Exception("a standard deviation needs at least two frames",
+                        VX_WHERE("halvor::vx::ClusterPatternRemover::learn"));
+    PixelStatistics statistics;
+    for (const cv::Mat& frame : frames)
+        statistics.add(frame);
+    learn(statistics.mean(), statistics.stdDev(), mode);
+}
+
+void ClusterPatternRemover::setClusterSize(unsigned int width, unsigned int height)
+{
+    if (width != clusterWidth || height != clusterHeight)
+        damping.release();
+    clusterWidth = width;
+    clusterHeight = height;
+}
+
+bool ClusterPatternRemover::setAlphaDamping(float alpha)
+{
+    if (!(alpha >= 0.0F && alpha <= 1.0F))
+        return false;
+    alphaDamping = alpha;
+    return true;
+}
+
+void ClusterPatternRemover::getDamping(cv::Mat& out, bool deepCopy) const
+{
+    out = deepCopy ? damping.clone() : damping;
+}
+
+void ClusterPatternRemover::calculateDamping(const cv::Mat_<float>& mean, const cv::Mat_<float>& stdDev,
+                                             FILTERMODE mode)
+{
+    cv::Mat_<float> filtered;
+    switch (mode) {
+        case MEDIAN:
+            cv::medianBlur(mean, filtered, 3);
+            break;
+        case GAUSSIAN:
+            cv::GaussianBlur(mean, filtered, cv::Size(3, 3), 0, 0, cv::BORDER_REFLECT_101);
+            break;
+        default:
+            throw Exception("unsupported mode", "halvor::vx::ClusterPatternRemover::calculateDamping");
+    }
+    if (mean.size() != damping.size())
+        damping = cv::Mat(mean.size(), CV_32F, cv::Scalar(1.0));
+    for (int y = 0; y < stdDev.rows; ++y) {
+        float* learned = damping.ptr<float>(y);
+        for (int x = 0; x < stdDev.cols; ++x) {
+            const float own = mean(y, x);
+            if (!(std::abs(stdDev(y, x)) < stdDevLimit) || !checkMeanLimit(mean, y, x) || own == 0.0F)
+                continue;
+            learned[x] = (1.0F - alphaDamping) * learned[x] + (filtered(y, x) / own) * alphaDamping;
+        }
+    }
+}
+
+bool ClusterPatternRemover::checkMeanLimit(const cv::Mat_<float>& mean, int y, int x) const
+{
+    for (int ny = std::max(y - 1, 0); ny <= std::min(y + 1, mean.rows - 1); ++ny)
+        for (int nx = std::max(x - 1, 0); nx <= std::min(x + 1, mean.cols - 1); ++nx)
+            if (std::abs(mean(y, x) - mean(ny, nx)) > meanLimit)
+                return false;
+    return true;
+}
+
+// A group that exceeds the cluster size gets a standard deviation that no limit accepts.
+void ClusterPatternRemover::excludeLargeGroups(const cv::Mat_<float>& mean, cv::Mat_<float>& stdDev) const
+{
+    cv::Mat_<float> background;
+    cv::blur(mean, background,
+             cv::Size(windowSize(clusterWidth, mean.cols), windowSize(clusterHeight, mean.rows)),
+             cv::Point(-1, -1), cv::BORDER_REFLECT_101);
+    const cv::Mat deviation = mean - background;
+    const cv::Mat unseen = cv::abs(stdDev) + blurRounding * cv::abs(mean);
+    const cv::Mat sides[] = {deviation > unseen, -deviation > unseen};
+    for (const cv::Mat& side : sides) {
+        cv::Mat_<int> labels;
+        cv::Mat_<int> groups;
+        cv::Mat centroids;
+        const int count = cv::connectedComponentsWithStats(side, labels, groups, centroids);
+        std::vector<bool> tooLarge(static_cast<std::size_t>(count));
+        for (int group = 1; group < count; ++group)
+            tooLarge[static_cast<std::size_t>(group)] =
+                static_cast<unsigned int>(groups(group, cv::CC_STAT_WIDTH)) > clusterWidth ||
+                static_cast<unsigned int>(groups(group, cv::CC_STAT_HEIGHT)) > clusterHeight;
+        std::transform(
+            labels.begin(), labels.end(), stdDev.begin(), stdDev.begin(), [&](int label, float own) {
+                return tooLarge[static_cast<std::size_t>(label)] ? std::numeric_limits<float>::infinity()
+                                                                 : own;
+            });
+    }
+}
+
+}  // namespace halvor::vx
