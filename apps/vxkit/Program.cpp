@@ -30,9 +30,9 @@ int runProgram(int argc, const char* const* argv)
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return std::string("vxkit: ") + error.what() + " (vxkit --help tells more)\n";
     });
-    addSuperresCommand(app);
-    addSimulateCommand(app);
     addCompareCommand(app);
+    addSimulateCommand(app);
+    addSuperresCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

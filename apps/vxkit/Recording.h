@@ -15,6 +15,9 @@ class App;
 
 namespace vxapp {
 
+/// Reads the value of --size, "WIDTHxHEIGHT"; anything else is a UsageError.
+cv::Size parseSize(const std::string& text);
+
 /// What a command line tells about the frames to read.
 struct RecordingOptions
 {
@@ -22,9 +25,6 @@ struct RecordingOptions
     std::string size;    ///< "WIDTHxHEIGHT" of headerless recordings; empty for image files
     std::string frames;  ///< "FIRST:COUNT" of all the frames; empty for all
 };
-
-/// "WIDTHxHEIGHT" as a size; anything else is a UsageError that names --size.
-cv::Size parseSize(const std::string& text);
 
 /// Adds INPUT..., --size and --frames to a command.
 void addRecordingOptions(CLI::App& command, RecordingOptions& options);

@@ -1,261 +1,275 @@
 #include "apps/vxkit/SimulateCommand.h"
 
 #include <CLI/CLI.hpp>
-#include <cmath>
-#include <filesystem>
-#include <fstream>
+#include <cstdint>
 #include <iomanip>
 #include <iostream>
-#include <map>
 #include <memory>
-#include <stdexcept>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "apps/vxkit/Failure.h"
+#include "apps/vxkit/NumberChecks.h"
 #include "apps/vxkit/Output.h"
 #include "apps/vxkit/Recording.h"
-#include "apps/vxkit/SafeWrite.h"
+#include "apps/vxkit/SimulatedFiles.h"
 #include "support/Burst.h"
-#include "support/Counts.h"
+#include "support/Sensor.h"
+#include "support/Stream.h"
 
 namespace vxapp {
 
-namespace fs = std::filesystem;
-
 namespace {
+
+using namespace vxsupport;
+
+// A frame of this side takes some gigabytes while its scene is painted.
+constexpr int smallestSide = 8;
+constexpr int largestSide = 2048;
+constexpr int mostFrames = 100000;
 
 struct SimulateOptions
 {
     std::string folder;
     std::string scene = "facade";
     std::string size = "160x120";
-    std::string format = "tif";
-    double scale = 0.01;
-    double offset = -273.15;
+    int frames = 0;  // 0: what the kind of recording asks for
+    int reference = -1;
+    std::uint64_t seed = 1;
+    std::uint64_t sceneSeed = 1;
+    double zoom = 1.0;
+    double netd = 0.05;
+    double psfSigma = 0.683;
+    double shake = 1.0;
+    double drift = 0.0;
+    double columnOffset = 0.0;
+    double pixelOffset = 0.0;
+    int defects = 0;
+    std::string defectStyle = "stuck";
+    std::string format = "png";
+    vxsupport::CountScale scale{0.01, -273.15};
+    bool stream = false;
     bool force = false;
-    vxsupport::BurstSettings burst;
 };
 
-bool writesCounts(const SimulateOptions& options)
+SceneSettings sceneOf(const SimulateOptions& options)
 {
-    return options.format == "png" || options.format == "raw";
+    const cv::Size size = parseSize(options.size);
+    if (size.width < smallestSide || size.height < smallestSide || size.width > largestSide ||
+        size.height > largestSide)
+        throw UsageError("--size " + options.size + ": expected sides of " + std::to_string(smallestSide) +
+                         " to " + std::to_string(largestSide) + " pixels");
+    return {*sceneKindFrom(options.scene), size, options.sceneSeed, options.zoom};
 }
 
-void checkOptions(const SimulateOptions& options)
+HandMotion motionOf(const SimulateOptions& options)
 {
-    if (!std::isfinite(options.scale) || options.scale <= 0.0)
-        throw UsageError("--scale: expected a finite number above 0");
-    if (!std::isfinite(options.offset))
-        throw UsageError("--offset: expected a finite number");
-    const auto& defects = options.burst.defects;
-    if (writesCounts(options) && defects.count > 0 && defects.style == vxsupport::DefectStyle::markers)
-        throw UsageError("--defect-style markers: counts can't hold markers; expected --format tif or pfm");
+    HandMotion motion;
+    motion.deviationX *= options.shake;
+    motion.deviationY *= options.shake;
+    motion.drift = options.drift;
+    return motion;
 }
 
-vxsupport::BurstSettings settingsOf(const SimulateOptions& options)
+DefectSettings defectsOf(const SimulateOptions& options)
 {
-    vxsupport::BurstSettings settings = options.burst;
-    settings.scene.kind = *vxsupport::sceneKindFrom(options.scene);
-    settings.scene.frame = parseSize(options.size);
-    return settings;
+    const bool markers = options.defectStyle == "markers";
+    if (markers && !keepsFloats(*frameFormatFrom(options.format)))
+        throw UsageError(
+            "--defect-style markers: counts can't hold the markers; expected --format tiff or pfm");
+    return {options.defects, markers ? DefectStyle::markers : DefectStyle::stuck};
 }
 
-// All frames in one file, or one file each.
-std::vector<fs::path> frameNames(const SimulateOptions& options)
+BurstSettings burstOf(const SimulateOptions& options)
 {
-    if (options.format == "raw")
-        return {fs::path(options.folder) / "frames.raw"};
-    std::vector<fs::path> names;
-    for (int i = 0; i < options.burst.frameCount; ++i) {
-        std::string number = std::to_string(i);
-        number.insert(0, number.size() < 4 ? 4 - number.size() : 0, '0');
-        names.push_back(fs::path(options.folder) / ("frame-" + number + "." + options.format));
-    }
-    return names;
+    BurstSettings burst;
+    burst.scene = sceneOf(options);
+    burst.frameCount = options.frames == 0 ? burst.frameCount : options.frames;
+    // Of five frames the engine takes the second as its reference.
+    burst.reference = options.reference >= 0 ? options.reference : std::min(1, burst.frameCount - 1);
+    if (burst.reference >= burst.frameCount)
+        throw UsageError("--reference " + std::to_string(burst.reference) +
+                         ": expected one of the frames 0 to " + std::to_string(burst.frameCount - 1));
+    burst.seed = options.seed;
+    burst.motion = motionOf(options);
+    burst.psfSigma = options.psfSigma;
+    burst.netd = options.netd;
+    burst.columnOffset = options.columnOffset;
+    burst.pixelOffset = options.pixelOffset;
+    burst.defects = defectsOf(options);
+    return burst;
 }
 
-void makeFolder(const fs::path& folder)
+StreamSettings streamOf(const SimulateOptions& options)
 {
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (!fs::is_directory(folder))
-        throw UsageError(folder.string() + ": can't be made; expected the name of a folder to write to");
+    if (options.reference >= 0)
+        throw UsageError("--reference: a recording with --stream has no ground truth on a frame's grid");
+    StreamSettings stream;
+    stream.scene = sceneOf(options);
+    stream.frameCount = options.frames == 0 ? stream.frameCount : options.frames;
+    stream.seed = options.seed;
+    stream.psfSigma = options.psfSigma;
+    stream.netd = options.netd;
+    stream.columnOffset = options.columnOffset;
+    stream.rowOffset = options.columnOffset / 2.0;
+    stream.pixelOffset = options.pixelOffset;
+    stream.defects = defectsOf(options);
+    stream.motion = motionOf(options);
+    return stream;
 }
 
-void writeRaw(const fs::path& path, const std::vector<cv::Mat_<float>>& frames,
-              const vxsupport::CountScale& scale, bool force)
+std::string describe(const SimulateOptions& options, const std::vector<PointF>& shifts)
 {
-    writeSafely(path, force, [&](const fs::path& temporary) {
-        std::ofstream file(temporary, std::ios::binary);
-        for (const cv::Mat_<float>& frame : frames) {
-            for (const std::uint16_t count : vxsupport::toCounts(frame, scale)) {
-                file.put(static_cast<char>(static_cast<unsigned char>(count & 0xFFU)));
-                file.put(static_cast<char>(static_cast<unsigned char>(count >> 8U)));
-            }
-        }
-        file.close();
-        return file.good();
-    });
+    std::ostringstream text;
+    text << "# Simulated by vxkit simulate; temperatures in degrees Celsius, lengths in pixels of the "
+            "frames.\n"
+         << "scene " << options.scene << " seed " << options.sceneSeed << " zoom " << options.zoom << '\n'
+         << "size " << options.size << '\n'
+         << "frames " << shifts.size() << " seed " << options.seed << '\n'
+         << "netd " << options.netd << " psf-sigma " << options.psfSigma << " column-offset "
+         << options.columnOffset << " pixel-offset " << options.pixelOffset << '\n'
+         << "defects " << options.defects << ' ' << options.defectStyle << '\n';
+    if (keepsFloats(*frameFormatFrom(options.format)))
+        text << "values degrees\n";
+    else
+        text << "values " << scaleText({options.scale.scale, options.scale.offset}) << '\n';
+    text << "# Frame, shift x, shift y: positive when the scene lies further right or lower than in the\n"
+         << "# frame whose shift is 0 0.\n"
+         << std::setprecision(7);
+    for (std::size_t i = 0; i < shifts.size(); ++i)
+        text << i << ' ' << shifts[i].x << ' ' << shifts[i].y << '\n';
+    return text.str();
 }
 
-void writeFrames(const std::vector<fs::path>& names, const vxsupport::Burst& burst,
-                 const SimulateOptions& options)
+constexpr const char* noteName = "simulation.txt";
+
+void writeBurst(const SimulateOptions& options, const SimulatedFiles& files)
 {
-    if (options.format == "raw") {
-        writeRaw(names.front(), burst.frames, {options.scale, options.offset}, options.force);
-        return;
-    }
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        if (options.format == "png")
-            saveCounts(names[i], burst.frames[i], {options.scale, options.offset}, options.force);
-        else
-            saveFloats(names[i], burst.frames[i], options.force);
-    }
+    const BurstSettings settings = burstOf(options);
+    files.reserve({"frame"}, settings.frameCount, {"truth.tiff", noteName});
+    const Burst burst = simulateBurst(settings);
+    files.writeSeries("frame", settings.frameCount,
+                      [&](int i) { return burst.frames[static_cast<std::size_t>(i)]; });
+    files.writeFloats("truth.tiff", burst.truth);
+    files.writeText(noteName, describe(options, burst.shifts));
+    std::cout << options.folder << ": " << settings.frameCount << " frames of " << options.size
+              << ", ground truth of frame " << settings.reference << " in truth.tiff, shifts in " << noteName
+              << '\n';
 }
 
-void writeShifts(const fs::path& path, const vxsupport::Burst& burst, const SimulateOptions& options)
+void writeStream(const SimulateOptions& options, const SimulatedFiles& files)
 {
-    writeSafely(path, options.force, [&](const fs::path& temporary) {
-        std::ofstream file(temporary);
-        file << "# displacement of each frame against frame " << options.burst.reference
-             << ", x y in pixels of the frame; positive: the scene lies further right or lower\n";
-        if (writesCounts(options))
-            file << "# degrees Celsius = count * " << options.scale << " + " << options.offset << '\n';
-        file << std::setprecision(9);
-        for (const PointF& shift : burst.shifts)
-            file << shift.x << ' ' << shift.y << '\n';
-        file.close();
-        return file.good();
-    });
+    const StreamSettings settings = streamOf(options);
+    files.reserve({"frame", "ideal"}, settings.frameCount, {noteName});
+    const StreamSimulator stream(settings);
+    files.writeSeries("frame", settings.frameCount, [&](int i) { return stream.frame(i); });
+    files.writeSeries("ideal", settings.frameCount, [&](int i) { return stream.ideal(i); });
+    std::vector<PointF> shifts;
+    for (int i = 0; i < settings.frameCount; ++i)
+        shifts.push_back(stream.shift(i));
+    files.writeText(noteName, describe(options, shifts));
+    std::cout << options.folder << ": " << settings.frameCount << " frames of " << options.size
+              << ", the same without noise and pattern as ideal, shifts in " << noteName << '\n';
 }
 
 void simulate(const SimulateOptions& options)
 {
-    checkOptions(options);
-    const vxsupport::BurstSettings settings = settingsOf(options);
-    const fs::path folder(options.folder);
-    const fs::path truth = folder / "truth.tif";
-    const fs::path shifts = folder / "shifts.txt";
-    const std::vector<fs::path> names = frameNames(options);
-    makeFolder(folder);
-    for (const fs::path& path : names)
-        requireWritable(path, options.force);
-    requireWritable(truth, options.force);
-    requireWritable(shifts, options.force);
-
-    vxsupport::Burst burst;
-    try {
-        burst = vxsupport::simulateBurst(settings);
-    } catch (const std::invalid_argument& error) {
-        throw UsageError(error.what());
-    }
-    writeFrames(names, burst, options);
-    saveFloats(truth, burst.truth, options.force);
-    writeShifts(shifts, burst, options);
-
-    std::cout << settings.frameCount << " frames of " << options.size << ": " << names.front().string();
-    if (names.size() > 1)
-        std::cout << " to " << names.back().filename().string();
-    std::cout << '\n';
-    if (writesCounts(options))
-        std::cout << "degrees Celsius = count * " << options.scale << " + " << options.offset << '\n';
-    std::cout << "ground truth of frame " << settings.reference << ", twice the size: " << truth.string()
-              << '\n'
-              << "true shifts: " << shifts.string() << std::endl;
+    const SimulatedFiles files(options.folder, *frameFormatFrom(options.format), options.scale,
+                               options.force);
+    if (options.stream)
+        writeStream(options, files);
+    else
+        writeBurst(options, files);
 }
 
 std::vector<std::string> sceneNames()
 {
     std::vector<std::string> names;
-    for (const vxsupport::SceneKind kind : vxsupport::allSceneKinds())
-        names.emplace_back(vxsupport::nameOf(kind));
+    for (const SceneKind kind : allSceneKinds())
+        names.emplace_back(nameOf(kind));
     return names;
 }
 
-void addSensorOptions(CLI::App& command, vxsupport::BurstSettings& burst)
+void addSceneOptions(CLI::App& command, SimulateOptions& options)
 {
-    const std::string group = "Camera";
-    command
-        .add_option("--psf-sigma", burst.psfSigma, "Deviation of the point spread, in pixels of the truth")
-        ->capture_default_str()
-        ->group(group);
-    command.add_option("--netd", burst.netd, "Deviation of the temporal noise, kelvin")
-        ->capture_default_str()
-        ->group(group);
-    command
-        .add_option("--column-offset", burst.columnOffset, "Deviation of the columns' fixed offsets, kelvin")
-        ->capture_default_str()
-        ->group(group);
-    command.add_option("--pixel-offset", burst.pixelOffset, "Deviation of the pixels' fixed offsets, kelvin")
-        ->capture_default_str()
-        ->group(group);
-    command.add_option("--defects", burst.defects.count, "Number of defect pixels")
-        ->check(CLI::NonNegativeNumber)
-        ->group(group);
-    const std::map<std::string, vxsupport::DefectStyle> styles = {
-        {"stuck", vxsupport::DefectStyle::stuck}, {"markers", vxsupport::DefectStyle::markers}};
-    command
-        .add_option("--defect-style", burst.defects.style,
-                    "stuck: dead and hot pixels; markers: the float patterns that mark bad pixels")
-        ->transform(CLI::CheckedTransformer(styles).description(""))
-        ->type_name("stuck|markers")
-        ->group(group);
-    command
-        .add_option("--drift", burst.motion.drift,
-                    "Deviation of a walk of whole pixels from frame to frame, beside the hand's tremor")
-        ->capture_default_str()
-        ->group(group);
+    command.add_option("--scene", options.scene, "What the camera looks at")
+        ->check(CLI::IsMember(sceneNames()))
+        ->capture_default_str();
+    command.add_option("--size", options.size, "Size of the frames, WIDTHxHEIGHT")->capture_default_str();
+    command.add_option("--zoom", options.zoom, "Enlarges what is seen")
+        ->check(numberWithin(0.1, 10.0))
+        ->capture_default_str();
+    command.add_option("--scene-seed", options.sceneSeed, "Arranges what is random about the scene")
+        ->capture_default_str();
+    command.add_option("--seed", options.seed, "Seed of motion, noise, offsets and defects")
+        ->capture_default_str();
 }
 
-const char* const footer =
-    R"(The scene is rendered much finer than the truth, displaced by sub-pixel steps like those of a hand-held camera,
-blurred by the point spread and sampled down by 2. The same options give the same bits.
-
-Examples:
-  vxkit simulate -o burst
-  vxkit simulate -o recording --scene board --frames 40 --size 320x240 --format raw --netd 0.08)";
+void addCameraOptions(CLI::App& command, SimulateOptions& options)
+{
+    command
+        .add_option("--shake", options.shake,
+                    "Tremor of the hand; 1 is that of a measured burst (0.3 pixels)")
+        ->check(numberWithin(0.0, 20.0))
+        ->capture_default_str();
+    command.add_option("--drift", options.drift, "Whole pixels that the view drifts per frame, deviation")
+        ->check(numberWithin(0.0, 20.0))
+        ->capture_default_str();
+    command.add_option("--netd", options.netd, "Deviation of the temporal noise in kelvin")
+        ->check(zeroOrMore())
+        ->capture_default_str();
+    command.add_option("--psf-sigma", options.psfSigma, "Deviation of the point spread in half pixels")
+        ->check(numberWithin(0.05, maxPsfSigma))
+        ->capture_default_str();
+    command
+        .add_option("--column-offset", options.columnOffset,
+                    "Deviation of the columns' fixed offsets in kelvin (rows of a --stream: half of it)")
+        ->check(zeroOrMore())
+        ->capture_default_str();
+    command
+        .add_option("--pixel-offset", options.pixelOffset, "Deviation of the pixels' fixed offsets in kelvin")
+        ->check(zeroOrMore())
+        ->capture_default_str();
+    command.add_option("--defects", options.defects, "Number of defect pixels")
+        ->check(CLI::Range(0, 1 << 22))
+        ->capture_default_str();
+    command
+        .add_option("--defect-style", options.defectStyle,
+                    "stuck: dead and hot pixels; markers: bad-pixel marks")
+        ->check(CLI::IsMember({"stuck", "markers"}))
+        ->capture_default_str();
+}
 
 }  // namespace
 
 void addSimulateCommand(CLI::App& program)
 {
-    CLI::App& command = *program.add_subcommand(
-        "simulate", "Writes a simulated hand-held recording with its ground truth and true shifts");
-    auto options = std::make_shared<SimulateOptions>();
-    command.add_option("-o,--output", options->folder, "Folder to write to; made if it isn't there")
-        ->required()
-        ->type_name("FOLDER");
-    command.add_option("--scene", options->scene, "What the camera looks at")
-        ->check(CLI::IsMember(sceneNames()))
-        ->capture_default_str();
-    command.add_option("--size", options->size, "Size of a frame")
-        ->type_name("WIDTHxHEIGHT")
-        ->capture_default_str();
-    command.add_option("--frames", options->burst.frameCount, "Number of frames")
-        ->check(CLI::Range(1, 100000))
-        ->type_name("N")
-        ->capture_default_str();
-    command
-        .add_option("--reference", options->burst.reference, "Frame on whose grid the truth lies, from 0 on")
-        ->capture_default_str();
-    command.add_option("--seed", options->burst.seed, "Motion, noise and defects")->capture_default_str();
-    command.add_option("--scene-seed", options->burst.scene.seed, "What is random about the scene")
-        ->capture_default_str();
-    command.add_option("--zoom", options->burst.scene.zoom, "Above 1, less of the scene is seen, larger")
-        ->capture_default_str();
+    const auto options = std::make_shared<SimulateOptions>();
+    CLI::App& command =
+        *program.add_subcommand("simulate", "Write a simulated burst or recording with its ground truth");
+    command.add_option("folder", options->folder, "Folder for the files; made if there is none")->required();
+    addSceneOptions(command, *options);
+    addCameraOptions(command, *options);
+    command.add_option("--frames", options->frames, "Number of frames (5; with --stream 100)")
+        ->check(CLI::Range(1, mostFrames));
+    command.add_option("--reference", options->reference, "Frame on whose grid the truth lies (1)")
+        ->check(CLI::Range(0, mostFrames));
+    command.add_flag(
+        "--stream", options->stream,
+        "A recording with a moving subject; the truth is the same recording without noise and offsets");
     command
         .add_option("--format", options->format,
-                    "tif, pfm: degrees as 32-bit floats, a file for each frame; png: 16-bit counts;\n"
-                    "raw: headerless 16-bit little-endian counts, all frames in one file")
-        ->check(CLI::IsMember({"tif", "pfm", "png", "raw"}))
+                    "png, raw: 16-bit counts; tiff, pfm: 32-bit degrees (raw: all frames in one file)")
+        ->check(CLI::IsMember({"png", "tiff", "pfm", "raw"}))
         ->capture_default_str();
-    command.add_option("--scale", options->scale, "Counts: degrees = count * SCALE + OFFSET")
+    command.add_option("--scale", options->scale.scale, "Degrees per count")
+        ->check(aboveZero())
         ->capture_default_str();
-    command.add_option("--offset", options->offset, "Degrees Celsius at count 0")->capture_default_str();
+    command.add_option("--offset", options->scale.offset, "Degrees at count 0")
+        ->check(finiteNumber())
+        ->capture_default_str();
     command.add_flag("--force", options->force, "Replace existing files");
-    addSensorOptions(command, options->burst);
-    command.footer(footer);
     command.callback([options] { simulate(*options); });
 }
 

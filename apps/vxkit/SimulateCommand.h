@@ -6,7 +6,7 @@ class App;
 
 namespace vxapp {
 
-/// Adds "vxkit simulate": writes a simulated hand-held recording with its ground truth.
+/// Adds "vxkit simulate": writes a simulated burst or recording with its ground truth.
 void addSimulateCommand(CLI::App& program);
 
 }  // namespace vxapp

@@ -30,3 +30,9 @@ inline ProgramRun runVxkit(const std::vector<std::string>& arguments)
     run.error = testing::internal::GetCapturedStderr();
     return run;
 }
+
+/// Whether a text is a single line.
+inline bool isOneLine(const std::string& text)
+{
+    return !text.empty() && text.find('\n') == text.size() - 1;
+}

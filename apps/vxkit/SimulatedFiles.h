@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <opencv2/core/mat.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/Counts.h"
+
+namespace vxapp {
+
+enum class FrameFormat
+{
+    png,   ///< 16-bit counts, one file each
+    tiff,  ///< 32-bit floats, one file each
+    pfm,   ///< 32-bit floats, one file each
+    raw,   ///< 16-bit little-endian counts, all frames in one file
+};
+
+std::optional<FrameFormat> frameFormatFrom(const std::string& name);
+
+/// Whether a format keeps degrees as floats; the others hold counts.
+bool keepsFloats(FrameFormat format);
+
+/// Writes the files of a simulation into one folder, which is created if need be. Existing files are replaced
+/// only if `force` is set; reserve() checks that before anything is written.
+class SimulatedFiles
+{
+public:
+    SimulatedFiles(std::filesystem::path folder, FrameFormat format, vxsupport::CountScale scale, bool force);
+
+    /// Checks that the folder can be made or written to and that none of the files is in the way.
+    ///
+    /// @param series  frames of each name, as writeSeries() will be given them
+    void reserve(const std::vector<std::string>& seriesNames, int frames,
+                 const std::vector<std::string>& singleFiles) const;
+
+    /// Writes `frames` frames: "NAME-000.png" and so on, or "NAME.raw".
+    void writeSeries(const std::string& name, int frames,
+                     const std::function<cv::Mat_<float>(int)>& frame) const;
+
+    /// Writes floats as TIFF.
+    void writeFloats(const std::string& fileName, const cv::Mat_<float>& image) const;
+    void writeText(const std::string& fileName, const std::string& text) const;
+
+private:
+    std::filesystem::path pathOf(const std::string& series, int frame) const;
+    void makeFolder() const;
+
+    std::filesystem::path folder_;
+    FrameFormat format_;
+    vxsupport::CountScale scale_;
+    bool force_;
+};
+
+}  // namespace vxapp
