@@ -26,7 +26,7 @@ class VXKIT_API SrFloatRegistration2
 {
 public:
     /// @param frameWidth, frameHeight  in pixels
-    /// @param window                   number of frames that are kept
+    /// @param window                   number of frames that are kept, at least 1
     SrFloatRegistration2(int frameWidth, int frameHeight, int window);
     SrFloatRegistration2(const SrFloatRegistration2&) = delete;
     SrFloatRegistration2& operator=(const SrFloatRegistration2&) = delete;

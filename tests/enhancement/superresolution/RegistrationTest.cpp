@@ -140,6 +140,26 @@ TEST(CornerRegistration, AnswersForFramesThatWereNeverPrepared)
     EXPECT_EQ(harness.run(0), 0);
 }
 
+// Down to sizes below the smoothing kernel, the search window and the error filter.
+TEST(CornerRegistration, TakesFramesOfAnySize)
+{
+    for (const cv::Size size : {cv::Size(1, 1), cv::Size(2, 3), cv::Size(40, 5), cv::Size(5, 40),
+                                cv::Size(12, 9), cv::Size(22, 22)}) {
+        const Scene scene(size, 10, 20, 1.5, 3.0);
+        Harness harness(size, 3);
+        harness.registration.setRegErrBlurRadius(30);
+        for (const double d : {0.0, 0.3, -0.4})
+            harness.add(scene.frame(size, d, d));
+        try {
+            const int result = harness.run(0);
+            EXPECT_TRUE(result == 0 || result == -9) << result;
+        } catch (const Exception& failure) {
+            EXPECT_STREQ(failure.what(), "Too large displacement");
+        }
+        EXPECT_EQ(harness.usablePixels(0), harness.area()) << size;
+    }
+}
+
 TEST(CornerRegistration, RefusesADisplacementOfHalfTheHeightInEitherDirection)
 {
     const cv::Size wide(96, 44);
