@@ -5,19 +5,18 @@
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstring>
-#include <limits>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
 #include <vector>
 
+#include "benchmarks/Timing.h"
 #include "core/imaging/GradientRefinement.h"
 #include "enhancement/superresolution/SrFloatRegistration2.h"
 #include "support/Burst.h"
 
 using namespace halvor::vx;
+using vxbench::fastestSeconds;
 
 namespace {
 
@@ -71,19 +70,6 @@ private:
 cv::Size sizeOf(const benchmark::State& state)
 {
     return {static_cast<int>(state.range(0)), static_cast<int>(state.range(1))};
-}
-
-template <typename Work>
-double fastestSeconds(Work work, int repetitions = 9)
-{
-    double fastest = std::numeric_limits<double>::max();
-    for (int i = 0; i < repetitions; ++i) {
-        const auto begin = std::chrono::steady_clock::now();
-        work();
-        fastest = std::min(fastest,
-                           std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
-    }
-    return fastest;
 }
 
 // Seconds to copy an image of floats that is read once and written once.

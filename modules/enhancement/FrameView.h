@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <opencv2/core/mat.hpp>
 
+#include "core/base/ParallelPixels.h"
+
 namespace halvor::vx {
 
 /// A frame and the place of its result, by rows; strides in elements.
@@ -40,8 +42,5 @@ inline FrameView<short> viewOf(const cv::Mat_<short>& src, cv::Mat_<short>& dst)
 {
     return {src.ptr<short>(), src.step1(), dst.ptr<short>(), dst.step1(), src.cols, src.rows};
 }
-
-/// Pixels from which a frame is worth sharing among threads: below, waking them costs more than they save.
-constexpr std::size_t parallelPixels = std::size_t{1} << 16;
 
 }  // namespace halvor::vx

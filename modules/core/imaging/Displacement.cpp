@@ -1,5 +1,7 @@
 #include "core/imaging/Displacement.h"
 
+#include "core/base/ParallelPixels.h"
+
 namespace halvor::vx {
 
 namespace {
@@ -19,7 +21,7 @@ void moveSegment(const float* source, const FlatMove& move, int from, int to, fl
 void moveByWholePixels(const cv::Size& size, int count, const float* const* frames, int usable,
                        PointF* displacements, float* const* moved)
 {
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (static_cast <std::size_t>(size.area()) >= parallelPixels)
     for (int line = 0; line < count * size.height; ++line) {
         const int i = line / size.height;
         const int from = line % size.height * size.width;

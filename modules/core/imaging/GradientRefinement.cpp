@@ -7,6 +7,7 @@
 #include <cstddef>
 
 #include "core/base/Kernel.h"
+#include "core/base/ParallelPixels.h"
 #include "core/imaging/Displacement.h"
 #include "core/imaging/MeanFilter.h"
 
@@ -73,7 +74,7 @@ float GradientRefinement::smoothingSigma(int radius)
 void GradientRefinement::setReference(const cv::Mat_<float>& reference)
 {
     reference_ = reference;
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (gradX.total() >= 4 * parallelPixels)
     for (int y = 0; y < size_.height; ++y) {
         const int above = std::max(y - 1, 0);
         const int below = std::min(y + 1, size_.height - 1);
@@ -108,8 +109,9 @@ void GradientRefinement::refineAll(const std::vector<cv::Mat_<float>>& frames,
                                    int blurRadius, char** masks, std::vector<PointF>& refined)
 {
     refined.assign(shifts.size(), PointF{0.0F, 0.0F});
-    const int others = static_cast<int>(shifts.size()) - 1;
-#pragma omp parallel for schedule(static) num_threads(std::min(omp_get_max_threads(), workers()))
+    const int others = std::max(static_cast<int>(shifts.size()) - 1, 0);
+#pragma omp parallel for schedule(static) \
+    num_threads(std::min(omp_get_max_threads(), workers())) if (gradX.total() >= parallelPixels)
     for (int other = 0; other < others; ++other) {
         const int i = other < reference ? other : other + 1;
         const auto slot = static_cast<std::size_t>(i);

@@ -60,9 +60,9 @@ private:
 
 inline const cv::Size frameSize(160, 120);
 
-inline Scene fineScene()
+inline Scene fineScene(const cv::Size& size = frameSize)
 {
-    return {frameSize, 20, 350, 1.5, 5.0};
+    return {size, 20, (size.width + 40) * (size.height + 40) / 90, 1.5, 5.0};
 }
 
 /// A registration with the buffers that an engine keeps for it.
@@ -134,11 +134,11 @@ inline const std::vector<cv::Point2d> burst = {
 inline constexpr int burstReference = 1;
 
 template <typename Registration>
-void addBurst(RegistrationHarness<Registration>& harness)
+void addBurst(RegistrationHarness<Registration>& harness, const cv::Size& size = frameSize)
 {
-    const Scene scene = fineScene();
+    const Scene scene = fineScene(size);
     for (const cv::Point2d& d : burst)
-        harness.add(scene.frame(frameSize, d.x, d.y));
+        harness.add(scene.frame(size, d.x, d.y));
 }
 
 }  // namespace vxtest

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstddef>
+
+namespace halvor::vx {
+
+/// Pixels from which a frame is worth sharing among threads: below, waking them costs more than they save,
+/// and beside a busy neighbour each wait for them costs a time slice. Passes that do little per pixel take a
+/// multiple.
+constexpr std::size_t parallelPixels = std::size_t{1} << 16;
+
+}  // namespace halvor::vx
