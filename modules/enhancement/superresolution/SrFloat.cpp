@@ -4,13 +4,13 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
-#include <limits>
 #include <opencv2/core.hpp>
 #include <string>
 
 #include "core/base/Exception.h"
 #include "core/base/Kernel.h"
 #include "core/diagnostics/DebugSingleton.h"
+#include "enhancement/superresolution/EngineSettings.h"
 #include "enhancement/superresolution/SrFloatRegistration1.h"
 #include "enhancement/superresolution/SrFloatRegistration2.h"
 
@@ -19,7 +19,7 @@ namespace halvor::vx {
 namespace {
 
 constexpr int stepLevel = 11;
-constexpr float largestFactor = 1024.0F;
+constexpr float smallestFactor = 0.0F;  // below 2, the solver refuses to work
 constexpr float poorShare = 0.5F;
 
 VX_KERNEL int usablePixels(const char* mask, int n)
@@ -46,24 +46,9 @@ VX_KERNEL int surplusCoverage(const int* counts, int n, int maxUsable)
     return sum;
 }
 
-int pixelCount(int width, int height)
+std::string constructorWhere()
 {
-    const std::int64_t count = static_cast<std::int64_t>(width) * height;
-    if (width < 0 || height < 0 || count > std::numeric_limits<std::int32_t>::max())
-        throw Exception("Invalid image size: " + std::to_string(width) + " x " + std::to_string(height),
-                        VX_WHERE("halvor::vx::SrFloat::SrFloat"));
-    return static_cast<int>(count);
-}
-
-int enlarged(int length, float factor)
-{
-    const float size = static_cast<float>(length) * factor;
-    if (!(factor >= 0.0F && factor <= largestFactor) ||
-        !(size < static_cast<float>(std::numeric_limits<std::int32_t>::max())))
-        throw Exception(
-            "Invalid enlargement: " + std::to_string(length) + " pixels by " + std::to_string(factor),
-            VX_WHERE("halvor::vx::SrFloat::SrFloat"));
-    return static_cast<int>(size);
+    return VX_WHERE("halvor::vx::SrFloat::SrFloat");
 }
 
 template <typename Value>
@@ -84,10 +69,10 @@ SrFloat<Registration>::SrFloat(int frameWidth, int frameHeight, int window, floa
     : DebugChannel("SrFloat"),
       width(frameWidth),
       height(frameHeight),
-      inputSize(pixelCount(frameWidth, frameHeight)),
-      outWidth(enlarged(frameWidth, factor)),
-      outHeight(enlarged(frameHeight, factor)),
-      outputSize(pixelCount(outWidth, outHeight)),
+      inputSize(pixelCount(frameWidth, frameHeight, constructorWhere())),
+      outWidth(enlarged(frameWidth, factor, smallestFactor, constructorWhere())),
+      outHeight(enlarged(frameHeight, factor, smallestFactor, constructorWhere())),
+      outputSize(pixelCount(outWidth, outHeight, constructorWhere())),
       fftSize((frameWidth / 2 + 1) * frameHeight),
       // A negative window is an empty one, which setReferenceIndex() refuses.
       windowSize(std::max(window, 0)),
@@ -270,50 +255,42 @@ int SrFloat<Registration>::getMaxCGIters() const
 template <typename Registration>
 void SrFloat<Registration>::setReferenceIndex(int index)
 {
-    if (index < 0 || index >= windowSize)
-        throw "Invalid reference index specified.";
+    requireReferenceIndex(index, windowSize);
     referenceIndex = index;
 }
 
 template <typename Registration>
 void SrFloat<Registration>::setPsfSigma(float sigma)
 {
-    if (!(sigma > 0.0F))
-        throw "Invalid standard deviation of the sensor psf specified.";
+    requirePsfSigma(sigma);
     minimization.setPsfSigma(sigma);
 }
 
 template <typename Registration>
 void SrFloat<Registration>::setWeightTV(float weight)
 {
-    if (!(weight >= 1.0F))
-        throw "Invalid total-variation term weight specified.";
+    requireWeightTV(weight);
     minimization.setWeightTV(weight);
 }
 
 template <typename Registration>
 void SrFloat<Registration>::setRegError(float error)
 {
-    if (!(error > 0.0F && error <= 1.0F))
-        throw "Invalid maximum registration error specified.";
+    requireRegError(error);
     registration.setRegError(error);
 }
 
 template <typename Registration>
 void SrFloat<Registration>::setRelativeResidue(float residue)
 {
-    // Compared as double, so that the float 1e-6, which lies below it, is refused; hosts know the weight's
-    // text.
-    if (!(static_cast<double>(residue) >= 1e-6))
-        throw "Invalid total-variation term weight specified.";
+    requireRelativeResidue(residue);
     minimization.setRelRes(residue);
 }
 
 template <typename Registration>
 void SrFloat<Registration>::setMaxCGIters(int iterations)
 {
-    if (iterations < 1)
-        throw "Invalid maximum number of iterations specified.";
+    requireMaxCGIters(iterations);
     minimization.setMaxIter(iterations);
 }
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
-#include <iostream>
 #include <memory>
 #include <numbers>
 #include <random>
@@ -16,10 +15,12 @@
 #include "core/base/Exception.h"
 #include "enhancement/superresolution/SrFloatFft2d.h"
 #include "enhancement/superresolution/reference/SuperResolutionFft2d.h"
+#include "support/CapturedOutput.h"
 
 using halvor::vx::Exception;
 using halvor::vx::SrFloatFft2d;
 using halvor::vx::SuperResolutionFft2d;
+using vxsupport::CapturedOutput;
 
 namespace {
 
@@ -120,25 +121,11 @@ std::vector<float> smooth(const std::vector<float>& image, int width, int height
     return blurred;
 }
 
-// Keeps the twin's lines out of the test's report.
-class SilentOutput
-{
-public:
-    SilentOutput() : console_(std::cout.rdbuf(text_.rdbuf())) {}
-    SilentOutput(const SilentOutput&) = delete;
-    SilentOutput& operator=(const SilentOutput&) = delete;
-    ~SilentOutput() { std::cout.rdbuf(console_); }
-    std::string text() const { return text_.str(); }
-
-private:
-    std::ostringstream text_;
-    std::streambuf* console_;
-};
-
+// The twin's lines are not for the test's report.
 template <typename Fft>
 class Fft2d : public testing::Test
 {
-    SilentOutput silence_;
+    CapturedOutput silence_;
 };
 
 using Transforms = testing::Types<SrFloatFft2d, SuperResolutionFft2d>;
@@ -246,7 +233,7 @@ TEST(Fft2dTwins, GiveTheSameBitsWithAnyNumberOfThreads)
     constexpr int height = 46;
     const std::vector<float> image = randomImage(width, height);
     std::vector<float> kernel;
-    const SilentOutput silence;
+    const CapturedOutput silence;
     const std::vector<float> serial = smooth<SuperResolutionFft2d>(image, width, height, 5, kernel);
     const int before = omp_get_max_threads();
     for (const int threads : {1, 2, 7}) {
@@ -278,7 +265,7 @@ TEST(SuperResolutionFft2d, WritesTheTapsOfTheKernel)
     SuperResolutionFft2d fft(16, 16);
     HalfSpectrum spectrum(16, 16);
     std::vector<float> kernel(6);
-    const SilentOutput output;
+    const CapturedOutput output;
     fft.gaussFft(5, std::sqrt(3.0F), spectrum.data(), kernel.data());
     std::ostringstream expected;
     for (const float tap : kernel)

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include "core/base/Exception.h"
+
+// What the engine drivers accept as sizes and settings.
+namespace halvor::vx {
+
+/// @param where  where-text of the exception
+/// @throws Exception  if a side is negative, or an int does not count the pixels
+inline int pixelCount(int width, int height, const std::string& where)
+{
+    const std::int64_t count = static_cast<std::int64_t>(width) * height;
+    if (width < 0 || height < 0 || count > std::numeric_limits<std::int32_t>::max())
+        throw Exception("Invalid image size: " + std::to_string(width) + " x " + std::to_string(height),
+                        where);
+    return static_cast<int>(count);
+}
+
+/// Pixels of an enlarged side, truncated.
+///
+/// @param smallest  factor that the engine can still work with
+/// @param where     where-text of the exception
+/// @throws Exception  for a factor outside of what makes sense
+inline int enlarged(int length, float factor, float smallest, const std::string& where)
+{
+    constexpr float largest = 1024.0F;
+    const float size = static_cast<float>(length) * factor;
+    if (!(factor >= smallest && factor <= largest) ||
+        !(size < static_cast<float>(std::numeric_limits<std::int32_t>::max())))
+        throw Exception(
+            "Invalid enlargement: " + std::to_string(length) + " pixels by " + std::to_string(factor), where);
+    return static_cast<int>(size);
+}
+
+// A refused setting is thrown as a bare text literal (const char*), which hosts of every engine know.
+
+inline void requireReferenceIndex(int index, int windowSize)
+{
+    if (index < 0 || index >= windowSize)
+        throw "Invalid reference index specified.";
+}
+
+inline void requireRegError(float error)
+{
+    if (!(error > 0.0F && error <= 1.0F))
+        throw "Invalid maximum registration error specified.";
+}
+
+inline void requirePsfSigma(float sigma)
+{
+    if (!(sigma > 0.0F))
+        throw "Invalid standard deviation of the sensor psf specified.";
+}
+
+inline void requireWeightTV(float weight)
+{
+    if (!(weight >= 1.0F))
+        throw "Invalid total-variation term weight specified.";
+}
+
+inline void requireRelativeResidue(float residue)
+{
+    // Compared as double, so that the float 1e-6, which lies below it, is refused; hosts know the weight's
+    // text.
+    if (!(static_cast<double>(residue) >= 1e-6))
+        throw "Invalid total-variation term weight specified.";
+}
+
+inline void requireMaxCGIters(int iterations)
+{
+    if (iterations < 1)
+        throw "Invalid maximum number of iterations specified.";
+}
+
+}  // namespace halvor::vx

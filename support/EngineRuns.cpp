@@ -1,0 +1,219 @@
+#include "support/EngineRuns.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <opencv2/imgproc.hpp>
+#include <sstream>
+#include <stdexcept>
+
+#include "core/diagnostics/DebugDeviceBase.h"
+#include "core/diagnostics/DebugSingleton.h"
+#include "enhancement/superresolution/SrFloat.h"
+#include "enhancement/superresolution/SrFloatRegistration1.h"
+#include "enhancement/superresolution/SrFloatRegistration2.h"
+#include "enhancement/superresolution/reference/SuperResolution.h"
+#include "support/CapturedOutput.h"
+#include "support/PictureMeasures.h"
+
+namespace vxsupport {
+
+namespace {
+
+using halvor::vx::DebugChannel;
+using halvor::vx::DebugSingleton;
+using halvor::vx::SrFloat;
+using halvor::vx::SrFloatRegistration1;
+using halvor::vx::SrFloatRegistration2;
+using halvor::vx::SuperResolution;
+
+constexpr int stepLevel = 11;
+constexpr int pictureMargin = 12;
+
+// Reads the number of steps off the line that a solver ends with.
+class StepReader : public halvor::vx::DebugDeviceBase
+{
+public:
+    void write(std::string_view /*channel*/, std::string_view text, int /*level*/) override
+    {
+        constexpr std::string_view label = "cummulated iterations";
+        if (text.substr(0, label.size()) == label)
+            steps = std::atoi(std::string(text.substr(label.size())).c_str());
+    }
+
+    int steps = 0;
+};
+
+void listen(DebugChannel* channel, const std::shared_ptr<StepReader>& reader)
+{
+    channel->setDebugDevice(reader);
+    channel->setOutputLevel(stepLevel);
+}
+
+// Has the channels of all fast engines send to a device while it lives.
+class RegistryListener
+{
+public:
+    explicit RegistryListener(const std::shared_ptr<StepReader>& reader)
+    {
+        DebugSingleton::getInstance("").setDebugDevice(reader);
+        DebugSingleton::getInstance("").setOutputLevel(stepLevel);
+    }
+    RegistryListener(const RegistryListener&) = delete;
+    RegistryListener& operator=(const RegistryListener&) = delete;
+    ~RegistryListener()
+    {
+        DebugSingleton::getInstance("").setDebugDevice(nullptr);
+        DebugSingleton::getInstance("").setOutputLevel(0);
+    }
+};
+
+template <typename Engine>
+EngineRun runOn(Engine& engine, const std::vector<cv::Mat_<float>>& frames, int referenceFrame)
+{
+    const int count = static_cast<int>(frames.size());
+    engine.setReferenceIndex(count - 1 - referenceFrame);
+    for (const cv::Mat_<float>& frame : frames)
+        engine.addFrame(frame.template ptr<float>());
+    EngineRun run;
+    run.image.create(frames[0].size() * 2);
+    run.result = engine.computeSR(run.image.ptr<float>());
+    engine.getCompleteShifts(run.shifts);
+    engine.getMasks(run.masks);
+    return run;
+}
+
+template <typename Registration>
+EngineRun runFast(const std::vector<cv::Mat_<float>>& frames, int referenceFrame)
+{
+    const auto reader = std::make_shared<StepReader>();
+    const RegistryListener listener(reader);
+    SrFloat<Registration> engine(frames[0].cols, frames[0].rows, static_cast<int>(frames.size()), 2.0F);
+    EngineRun run = runOn(engine, frames, referenceFrame);
+    run.iterations = reader->steps;
+    return run;
+}
+
+EngineRun runReference(const std::vector<cv::Mat_<float>>& frames, int referenceFrame)
+{
+    const CapturedOutput dropped;
+    const auto reader = std::make_shared<StepReader>();
+    SuperResolution engine(frames[0].cols, frames[0].rows, static_cast<int>(frames.size()), 2.0F);
+    listen(engine.getInternalDebugChannelObjects().back(), reader);
+    EngineRun run = runOn(engine, frames, referenceFrame);
+    run.iterations = reader->steps;
+    return run;
+}
+
+double largestDifference(const std::vector<PointF>& a, const std::vector<PointF>& b)
+{
+    double largest = 0.0;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        const double difference = std::max(std::abs(a[i].x - b[i].x), std::abs(a[i].y - b[i].y));
+        if (!(difference <= largest))
+            largest = difference;
+    }
+    return largest;
+}
+
+void note(std::vector<std::string>& notes, std::string_view name, double found, double limit, bool fits)
+{
+    if (fits)
+        return;
+    std::ostringstream text;
+    text << name << ": " << found << ", limit " << limit;
+    notes.push_back(text.str());
+}
+
+}  // namespace
+
+const std::vector<EngineKind>& allEngineKinds()
+{
+    static const std::vector<EngineKind> kinds{EngineKind::production, EngineKind::phase,
+                                               EngineKind::reference};
+    return kinds;
+}
+
+std::string_view nameOf(EngineKind kind)
+{
+    constexpr std::array<std::string_view, 3> names{"production", "phase", "reference"};
+    return names.at(static_cast<std::size_t>(kind));
+}
+
+EngineRun runEngine(EngineKind kind, const std::vector<cv::Mat_<float>>& frames, int referenceFrame)
+{
+    if (frames.empty())
+        throw std::invalid_argument("runEngine: no frames");
+    switch (kind) {
+        case EngineKind::production:
+            return runFast<SrFloatRegistration2>(frames, referenceFrame);
+        case EngineKind::phase:
+            return runFast<SrFloatRegistration1>(frames, referenceFrame);
+        default:
+            return runReference(frames, referenceFrame);
+    }
+}
+
+Disagreement compareRuns(const EngineRun& a, const EngineRun& b)
+{
+    if (a.shifts.size() != b.shifts.size() || a.image.size() != b.image.size())
+        throw std::invalid_argument("compareRuns: the runs are of different bursts");
+    Disagreement found;
+    found.shift = largestDifference(a.shifts, b.shifts);
+    double differing = 0.0;
+    double pixels = 0.0;
+    for (std::size_t i = 0; i < a.masks.size(); ++i) {
+        differing += cv::countNonZero(a.masks[i] != b.masks[i]);
+        pixels += static_cast<double>(a.masks[i].total());
+    }
+    found.masks = differing / pixels;
+    found.image = cv::norm(a.image, b.image, cv::NORM_L2) / std::sqrt(static_cast<double>(a.image.total()));
+    found.result = std::abs(a.result - b.result);
+    found.iterations = std::abs(a.iterations - b.iterations);
+    return found;
+}
+
+RunError compareWithTruth(const EngineRun& run, const Burst& burst, int referenceFrame)
+{
+    cv::Mat_<float> bicubic;
+    cv::resize(burst.frames[static_cast<std::size_t>(referenceFrame)], bicubic, burst.truth.size(), 0.0, 0.0,
+               cv::INTER_CUBIC);
+    return {largestDifference(run.shifts, burst.shifts),
+            psnr(run.image, burst.truth, pictureMargin) - psnr(bicubic, burst.truth, pictureMargin)};
+}
+
+Burst checkBurst(SceneKind kind, cv::Size frame, std::uint64_t seed)
+{
+    BurstSettings settings;
+    settings.scene.kind = kind;
+    settings.scene.frame = frame;
+    settings.seed = seed;
+    settings.shifts = {{0.3F, -0.4F}, {0.0F, 0.0F}, {-0.45F, 0.2F}, {1.2F, 0.55F}, {0.1F, -1.7F}};
+    return simulateBurst(settings);
+}
+
+std::vector<std::string> excesses(const Disagreement& found, const Disagreement& limits)
+{
+    std::vector<std::string> notes;
+    const auto check = [&notes](std::string_view name, double value, double limit) {
+        note(notes, name, value, limit, value <= limit);
+    };
+    check("shift [pixels]", found.shift, limits.shift);
+    check("masks [share]", found.masks, limits.masks);
+    check("image [K]", found.image, limits.image);
+    check("achieved factor", found.result, limits.result);
+    check("iterations", found.iterations, limits.iterations);
+    return notes;
+}
+
+std::vector<std::string> excesses(const RunError& found, const RunError& limits)
+{
+    std::vector<std::string> notes;
+    note(notes, "shift error [pixels]", found.shift, limits.shift, found.shift <= limits.shift);
+    note(notes, "gain over bicubic [dB]", found.gain, limits.gain, found.gain >= limits.gain);
+    return notes;
+}
+
+}  // namespace vxsupport

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstdint>
+#include <opencv2/core/mat.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/base/PointF.h"
+#include "support/Burst.h"
+
+namespace vxsupport {
+
+/// The float engines for factor 2, which are to agree with each other.
+enum class EngineKind
+{
+    production,  ///< SrFloat with tracked corners, the one behind the flat interface
+    phase,       ///< SrFloat with phase correlation
+    reference,   ///< SuperResolution, the serial twin of the phase engine
+};
+
+const std::vector<EngineKind>& allEngineKinds();
+std::string_view nameOf(EngineKind kind);
+
+/// What an engine made of a burst, at its own default settings.
+struct EngineRun
+{
+    float result = 0.0F;  ///< achieved factor or code
+    cv::Mat_<float> image;
+    std::vector<PointF> shifts;
+    std::vector<cv::Mat_<unsigned char>> masks;
+    int iterations = 0;  ///< conjugate-gradient steps
+};
+
+/// Runs an engine on a whole burst. What the engine writes to the standard output is dropped.
+///
+/// Reads the iterations from the debug channels and leaves these silent, so no other engine may be running.
+EngineRun runEngine(EngineKind kind, const std::vector<cv::Mat_<float>>& frames, int referenceFrame);
+
+/// How far two runs on the same burst are apart.
+struct Disagreement
+{
+    double shift = 0.0;       ///< largest difference of a displacement in x or y, pixels
+    double masks = 0.0;       ///< share of the pixels of all frames that only one run used
+    double image = 0.0;       ///< root of the mean squared difference of the images, kelvin
+    double result = 0.0;      ///< difference of the achieved factors
+    double iterations = 0.0;  ///< difference of the numbers of steps
+};
+
+Disagreement compareRuns(const EngineRun& a, const EngineRun& b);
+
+/// How far a run is from the truth of a simulated burst.
+struct RunError
+{
+    double shift = 0.0;  ///< largest error of a displacement in x or y, pixels
+    double gain = 0.0;  ///< decibels over bicubic enlargement of the reference frame, 12 pixels off the edges
+};
+
+RunError compareWithTruth(const EngineRun& run, const Burst& burst, int referenceFrame);
+
+/// The phase engine and its serial twin differ by the rounding of their sums alone.
+inline constexpr Disagreement twinLimits{0.0001, 0.0001, 0.001, 0.0001, 0.0};
+
+/// Tracked corners and phase correlation may start a frame from different whole pixels.
+inline constexpr Disagreement siblingLimits{0.06, 0.005, 0.15, 0.005, 1.0};
+
+/// What any engine is to reach on checkBurst().
+inline constexpr RunError truthLimits{0.06, 3.0};
+
+/// A burst of a good camera whose five displacements, the second of which is the reference, are spread over
+/// the sub-pixel positions and over a few pixels.
+Burst checkBurst(SceneKind kind, cv::Size frame, std::uint64_t seed);
+
+/// The measures that exceed their limits, with both figures; empty if there are none. A figure that is not a
+/// number exceeds.
+std::vector<std::string> excesses(const Disagreement& found, const Disagreement& limits);
+std::vector<std::string> excesses(const RunError& found, const RunError& limits);
+
+}  // namespace vxsupport
