@@ -175,8 +175,8 @@ const char* const footer =
 range (its largest minus its smallest value) as full scale.
 
 Examples:
-  vxkit compare result.tif truth.tif --margin 8
-  vxkit compare result.tif truth.tif --bicubic frame-0001.tif --picture comparison.png --region 80,60,120,90)";
+  vxkit compare result.tif burst/truth.tiff --margin 8
+  vxkit compare result.tif burst/truth.tiff --bicubic burst/frame-0001.tiff --picture comparison.png --region 80,60,120,90)";
 
 }  // namespace
 

@@ -119,7 +119,7 @@ fs::path SimulatedFiles::pathOf(const std::string& series, int frame) const
     std::ostringstream name;
     name << series;
     if (format_ != FrameFormat::raw)
-        name << '-' << std::setw(3) << std::setfill('0') << frame;
+        name << '-' << std::setw(4) << std::setfill('0') << frame;
     name << endingOf(format_);
     return folder_ / name.str();
 }

@@ -54,7 +54,7 @@ TEST_F(SimulateCommand, WritesCountsTruthAndShifts)
 
     const vxsupport::Burst burst = vxsupport::simulateBurst(sameBurst());
     cv::Mat_<float> degrees;
-    cv::imread(file("frame-003.png"), cv::IMREAD_UNCHANGED).convertTo(degrees, CV_32F, 0.01, -273.15);
+    cv::imread(file("frame-0003.png"), cv::IMREAD_UNCHANGED).convertTo(degrees, CV_32F, 0.01, -273.15);
     EXPECT_LT(largestDifference(degrees, burst.frames[3]), 0.0051);
     EXPECT_EQ(largestDifference(cv::imread(file("truth.tiff"), cv::IMREAD_UNCHANGED), burst.truth), 0.0);
 
@@ -76,7 +76,7 @@ TEST_F(SimulateCommand, KeepsFloatsAndMarkersBitByBit)
         vxsupport::BurstSettings settings = sameBurst();
         settings.defects = {4, vxsupport::DefectStyle::markers};
         const vxsupport::Burst burst = vxsupport::simulateBurst(settings);
-        Recording recording({{file("frame-002." + format)}, "", ""});
+        Recording recording({{file("frame-0002." + format)}, "", ""});
         const cv::Mat_<float> frame = recording.values(0);
         for (int r = 0; r < frame.rows; ++r)
             for (int c = 0; c < frame.cols; ++c)
@@ -111,16 +111,16 @@ TEST_F(SimulateCommand, WritesARawRecordingWithItsIdeal)
 TEST_F(SimulateCommand, ReplacesFilesOnlyWhenForced)
 {
     std::filesystem::create_directories(target());
-    writeText(file("frame-002.png"), "mine");
+    writeText(file("frame-0002.png"), "mine");
     const ProgramRun refused = simulate({});
     EXPECT_EQ(refused.status, 2);
     EXPECT_TRUE(isOneLine(refused.error)) << refused.error;
-    EXPECT_NE(refused.error.find("frame-002.png"), std::string::npos);
-    EXPECT_EQ(textOf(file("frame-002.png")), "mine");
+    EXPECT_NE(refused.error.find("frame-0002.png"), std::string::npos);
+    EXPECT_EQ(textOf(file("frame-0002.png")), "mine");
     EXPECT_EQ(fileCount(), 2U);
 
     EXPECT_EQ(simulate({"--force"}).status, 0);
-    EXPECT_FALSE(cv::imread(file("frame-002.png"), cv::IMREAD_UNCHANGED).empty());
+    EXPECT_FALSE(cv::imread(file("frame-0002.png"), cv::IMREAD_UNCHANGED).empty());
     EXPECT_EQ(fileCount(), 8U);
 }
 
@@ -142,7 +142,7 @@ TEST_F(SimulateCommand, RefusesBadInputInOneLineAndWritesNothing)
         {"--offset", "inf"},
         {"--unknown"},
         {"--zoom", "0"},
-        {"--defects", "2", "--defect-style", "markers"},
+        {"--defect-style", "markers", "--defects", "2"},
         {"--stream", "--reference", "1"},
     };
     for (std::vector<std::string> options : cases) {
