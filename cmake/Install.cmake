@@ -14,5 +14,8 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/VxKitConfigVersion.cmake
   DESTINATION ${package_dir})
 
+# Relative to the file itself, so that an install tree may be moved.
+file(RELATIVE_PATH VXKIT_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" VXKIT_PC_TO_PREFIX "${VXKIT_PC_TO_PREFIX}")
 configure_file(cmake/vxkit.pc.in vxkit.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vxkit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
