@@ -257,6 +257,7 @@ TEST_F(RecordingTest, SurvivesDamagedAndRandomFiles)
     const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random()) % limit; };
     for (const std::string name : {"a.png", "a.tif", "a.pgm", "a.pfm"}) {
         const std::string sound = textOf(folder / name);
+        ASSERT_FALSE(sound.empty());
         for (int round = 0; round < 150; ++round) {
             std::string damaged = sound;
             const std::size_t hits = 1 + below(6);

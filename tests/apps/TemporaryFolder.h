@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -9,15 +10,17 @@
 #include <iterator>
 #include <string>
 
-/// Fixture with an empty folder of its own, removed after the test.
+/// Fixture with an empty folder of its own, also among test programs that run at the same time; removed after
+/// the test.
 class TemporaryFolder : public testing::Test
 {
 protected:
     void SetUp() override
     {
         const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
-        folder = std::filesystem::temp_directory_path() /
-                 ("vxkit-" + std::string(test.test_suite_name()) + "-" + test.name());
+        folder =
+            std::filesystem::temp_directory_path() / ("vxkit-" + std::string(test.test_suite_name()) + "-" +
+                                                      test.name() + "-" + std::to_string(::getpid()));
         std::filesystem::remove_all(folder);
         std::filesystem::create_directories(folder);
     }
