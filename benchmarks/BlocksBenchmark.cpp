@@ -4,13 +4,12 @@
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <cstring>
 #include <opencv2/core.hpp>
 #include <vector>
 
+#include "FrameTiming.h"
 #include "NoisePeers.h"
-#include "Timing.h"
 #include "enhancement/BlockFrames.h"
 #include "enhancement/PlainPattern.h"
 #include "enhancement/PlainSpatial.h"
@@ -96,26 +95,6 @@ struct Settings
     int gain = 6;
 };
 
-Size sizeOf(const benchmark::State& state)
-{
-    return {static_cast<int>(state.range(0)), static_cast<int>(state.range(1))};
-}
-
-template <typename Own, typename Copy, typename Plain, typename Peer>
-void measure(benchmark::State& state, int pixelCount, Own own, Copy copy, Plain plain, Peer peer)
-{
-    for (auto _ : state)
-        own();
-    // Short frames need more runs to find one that nothing disturbed.
-    const int runs = std::clamp(40'000'000 / pixelCount, 50, 1000);
-    const double seconds = fastestSeconds(own, runs);
-    state.counters["ns/pixel"] = seconds * 1e9 / pixelCount;
-    state.counters["frames/s"] = 1.0 / seconds;
-    state.counters["own/copy"] = seconds / fastestSeconds(copy, runs);
-    state.counters["plain/own"] = fastestSeconds(plain, runs / 5) / seconds;
-    state.counters["opencv/own"] = fastestSeconds(peer, runs / 5) / seconds;
-}
-
 template <typename Peer, typename Block, typename Plain>
 void measureBlock(benchmark::State& state, Block& block, Plain plain)
 {
@@ -185,15 +164,6 @@ void spatialFilter(benchmark::State& state)
     const auto [cols, rows] = sizeOf(state);
     const Settings s;
     measureFilter<Bilateral>(state, SpatialNoiseRemover(s.gain), plain::Spatial(cols, rows, s.gain, 0));
-}
-
-void frameSizes(benchmark::internal::Benchmark* benchmark)
-{
-    benchmark->Args({160, 120})
-        ->Args({320, 240})
-        ->Args({640, 480})
-        ->Args({1024, 768})
-        ->Unit(benchmark::kMicrosecond);
 }
 
 BENCHMARK(temporalBlock)->Apply(frameSizes);
