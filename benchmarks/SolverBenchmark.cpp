@@ -85,7 +85,7 @@ StageSeconds measureStages(const cv::Size& size, SolverInput& input)
     const double one = withBudget(1);
     const double eight = withBudget(8);
     const double step = (eight - one) / 7.0;
-    return {none, (one - none - step) / 2.0, step};
+    return {none, one - none - step, step};
 }
 
 double fullPixels(const cv::Size& size)

@@ -7,7 +7,7 @@ namespace halvor::vx {
 // The sensor's point spread as one-dimensional kernels: a Gaussian, integrated over the pixels of the large
 // image. Lengths are in pixels of the large image.
 
-/// Error function in the closed form of Winitzki: relative error below 1.3e-4, odd, 0 at 0.
+/// Error function in the closed form of Winitzki: relative error below 4e-4, odd, 0 at 0.
 float approxErf(float x);
 
 /// Integral of a Gaussian of standard deviation sigma over the pixel whose centre lies x from its middle.

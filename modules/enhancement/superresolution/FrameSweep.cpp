@@ -11,104 +11,171 @@ namespace {
 
 using Taps = FrameModel::Taps;
 
-inline void collectRow(const float* VX_RESTRICT row, int half, const Taps& taps, float* VX_RESTRICT out,
-                       int n)
+constexpr int lanes = LaneOrder::lanes;
+constexpr int next = lanes;  // from a column to its neighbour
+
+// One pair of rows, for one frame. Each row is gathered horizontally; what comes of it is added to the frame
+// rows that see the pair, in the order of their taps. The pair holds the first taps of `newest` and the last
+// of `oldest`.
+template <int FirstY>
+inline void gatherPair(const float* VX_RESTRICT even, const float* VX_RESTRICT odd, const Taps& x,
+                       const Taps& y, float* VX_RESTRICT newest, float* VX_RESTRICT middle,
+                       float* VX_RESTRICT oldest, int run)
 {
-    // The columns that meet the taps 0, 2, 4 and the taps 1, 3, once the kernel begins at its first tap.
-    const float* VX_RESTRICT a = taps.first == 0 ? row : row + half;
-    const float* VX_RESTRICT b = taps.first == 0 ? row + half : row + 1;
-    const auto [t0, t1, t2, t3, t4] = taps.value;
-    for (int c = 0; c < n; ++c)
-        out[c] = a[c] * t0 + b[c] * t1 + a[c + 1] * t2 + b[c + 1] * t3 + a[c + 2] * t4;
+    const auto [x0, x1, x2, x3, x4] = x.value;
+    const auto [y0, y1, y2, y3, y4] = y.value;
+    even += x.first * next;
+    odd += x.first * next;
+    for (int column = 0; column < run; ++column)
+        for (int lane = 0; lane < lanes; ++lane) {
+            const int i = 2 * next * column + lane;
+            const int o = next * column + lane;
+            const float e = even[i] * x0 + even[i + next] * x1 + even[i + 2 * next] * x2 +
+                            even[i + 3 * next] * x3 + even[i + 4 * next] * x4;
+            const float d = odd[i] * x0 + odd[i + next] * x1 + odd[i + 2 * next] * x2 +
+                            odd[i + 3 * next] * x3 + odd[i + 4 * next] * x4;
+            if constexpr (FirstY == 0) {
+                newest[o] = e * y0 + d * y1;
+                middle[o] = middle[o] + e * y2 + d * y3;
+                oldest[o] = oldest[o] + e * y4;
+            } else {
+                newest[o] = d * y0;
+                middle[o] = middle[o] + e * y1 + d * y2;
+                oldest[o] = oldest[o] + e * y3 + d * y4;
+            }
+        }
 }
 
-VX_KERNEL void collectFrames(const FrameModel* frames, std::size_t count, const float* row, int half,
-                             float* out, std::ptrdiff_t step, int blocks)
+VX_KERNEL void gatherFrames(const FrameModel* frames, std::size_t count, const float* even, const float* odd,
+                            float* newest, float* middle, float* oldest, std::ptrdiff_t step, int run)
 {
-    for (std::size_t k = 0; k < count; ++k, out += step)
-        collectRow(row, half, frames[k].x, out, blocks * SplitLayout::block);
-}
-
-inline void sampleRow(const float* VX_RESTRICT r0, const float* VX_RESTRICT r1, const float* VX_RESTRICT r2,
-                      const float* VX_RESTRICT r3, const float* VX_RESTRICT r4, const Taps& taps,
-                      const std::int8_t* VX_RESTRICT mask, float* VX_RESTRICT out, int n)
-{
-    const auto [t0, t1, t2, t3, t4] = taps.value;
-    for (int c = 0; c < n; ++c)
-        out[c] =
-            static_cast<float>(mask[c]) * (r0[c] * t0 + r1[c] * t1 + r2[c] * t2 + r3[c] * t3 + r4[c] * t4);
-}
-
-// rows: the six rows that a frame row sees.
-VX_KERNEL void sampleFrames(const FrameModel* frames, std::size_t count, const float* const* rows,
-                            std::ptrdiff_t rowStep, std::ptrdiff_t maskOffset, float* out,
-                            std::ptrdiff_t step, int n)
-{
-    for (std::size_t k = 0; k < count; ++k, out += step) {
-        const float* const* const seen = rows + frames[k].y.first;
-        const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(k) * rowStep;
-        sampleRow(seen[0] + at, seen[1] + at, seen[2] + at, seen[3] + at, seen[4] + at, frames[k].y,
-                  frames[k].mask + maskOffset, out, n);
-    }
-}
-
-VX_KERNEL void maskRow(const float* VX_RESTRICT image, const std::int8_t* VX_RESTRICT mask,
-                       float* VX_RESTRICT out, int n)
-{
-    for (int c = 0; c < n; ++c)
-        out[c] = static_cast<float>(mask[c]) * image[c];
-}
-
-// Three taps of the vertical scatter into one row; s0 is the lowest frame row, which meets the first tap.
-inline void scatterThree(const float* VX_RESTRICT s0, const float* VX_RESTRICT s1,
-                         const float* VX_RESTRICT s2, const Taps& taps, float* VX_RESTRICT out, int n)
-{
-    const float t0 = taps.value[0];
-    const float t2 = taps.value[2];
-    const float t4 = taps.value[4];
-    for (int c = 0; c < n; ++c)
-        out[c] = s0[c] * t0 + s1[c] * t2 + s2[c] * t4;
-}
-
-inline void scatterTwo(const float* VX_RESTRICT s0, const float* VX_RESTRICT s1, const Taps& taps,
-                       float* VX_RESTRICT out, int n)
-{
-    const float t1 = taps.value[1];
-    const float t3 = taps.value[3];
-    for (int c = 0; c < n; ++c)
-        out[c] = s0[c] * t1 + s1[c] * t3;
-}
-
-inline void spreadRow(const float* VX_RESTRICT in, const Taps& taps, float* VX_RESTRICT row, int half, int n)
-{
-    float* VX_RESTRICT a = taps.first == 0 ? row : row + half;
-    float* VX_RESTRICT b = taps.first == 0 ? row + half : row;
-    const float* VX_RESTRICT late = in - taps.first;
-    const auto [t0, t1, t2, t3, t4] = taps.value;
-    for (int c = 0; c < n; ++c) {
-        a[c] += in[c] * t0 + in[c - 1] * t2 + in[c - 2] * t4;
-        b[c] += late[c] * t1 + late[c - 1] * t3;
-    }
-}
-
-// parity: 0 for the even row of a pair, 1 for the odd one. sampled: frame rows pair, pair - 1, pair - 2.
-VX_KERNEL void scatterFrames(const FrameModel* frames, std::size_t count, const float* const* sampled,
-                             std::ptrdiff_t step, int parity, float* VX_RESTRICT scattered,
-                             float* VX_RESTRICT row, int half, int blocks)
-{
-    const int n = blocks * SplitLayout::block;
-    for (std::size_t k = 0; k < count; ++k) {
-        const Taps& taps = frames[k].y;
-        const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(k) * step;
-        if (parity == taps.first)
-            scatterThree(sampled[0] + at, sampled[1] + at, sampled[2] + at, taps, scattered, n);
+    for (std::size_t k = 0; k < count; ++k, newest += step, middle += step, oldest += step)
+        if (frames[k].y.first == 0)
+            gatherPair<0>(even, odd, frames[k].x, frames[k].y, newest, middle, oldest, run);
         else
-            scatterTwo(sampled[taps.first] + at, sampled[taps.first + 1] + at, taps, scattered, n);
-        spreadRow(scattered, frames[k].x, row, half, n);
+            gatherPair<1>(even, odd, frames[k].x, frames[k].y, newest, middle, oldest, run);
+}
+
+VX_KERNEL void maskRow(const std::int8_t* VX_RESTRICT mask, float* VX_RESTRICT row, int groups)
+{
+    for (int i = 0; i < groups * LaneMasks::group; ++i)
+        row[i] = static_cast<float>(mask[i]) * row[i];
+}
+
+VX_KERNEL void maskColumns(const std::int8_t* VX_RESTRICT mask, const float* VX_RESTRICT image,
+                           float* VX_RESTRICT out, int n)
+{
+    for (int i = 0; i < n; ++i)
+        out[i] = static_cast<float>(mask[i]) * image[i];
+}
+
+VX_KERNEL bool allOnes(const std::int8_t* mask, int n)
+{
+    int other = 0;
+    for (int i = 0; i < n; ++i)
+        other |= mask[i] ^ 1;
+    return other == 0;
+}
+
+// The vertical scatter of one frame into a pair of rows, which still have the frame's columns.
+template <int FirstY>
+inline void scatterPair(const float* VX_RESTRICT newest, const float* VX_RESTRICT middle,
+                        const float* VX_RESTRICT oldest, const Taps& y, float* VX_RESTRICT even,
+                        float* VX_RESTRICT odd, int run)
+{
+    const auto [y0, y1, y2, y3, y4] = y.value;
+    for (int i = 0; i < run * lanes; ++i)
+        if constexpr (FirstY == 0) {
+            even[i] = newest[i] * y0 + middle[i] * y2 + oldest[i] * y4;
+            odd[i] = newest[i] * y1 + middle[i] * y3;
+        } else {
+            even[i] = middle[i] * y1 + oldest[i] * y3;
+            odd[i] = newest[i] * y0 + middle[i] * y2 + oldest[i] * y4;
+        }
+}
+
+// The horizontal scatter of one row.
+template <int FirstX>
+inline void spreadRow(const float* VX_RESTRICT in, const Taps& x, float* VX_RESTRICT out, int run)
+{
+    const auto [x0, x1, x2, x3, x4] = x.value;
+    for (int column = 0; column < run; ++column)
+        for (int lane = 0; lane < lanes; ++lane) {
+            const int i = next * column + lane;
+            const int o = 2 * next * column + lane;
+            const float three = in[i] * x0 + in[i - next] * x2 + in[i - 2 * next] * x4;
+            const float two = in[i - FirstX * next] * x1 + in[i - (FirstX + 1) * next] * x3;
+            out[o] += FirstX == 0 ? three : two;
+            out[o + next] += FirstX == 0 ? two : three;
+        }
+}
+
+// Frame k + 1 is scattered vertically before frame k horizontally: the edge blocks in between are read from
+// rows that were just written, and this gives them time to reach the cache.
+VX_KERNEL void scatterFrames(const FrameModel* frames, std::size_t count, const float* newest,
+                             const float* middle, const float* oldest, std::ptrdiff_t step, float* scattered,
+                             std::ptrdiff_t scatteredStep, float* even, float* odd, int run)
+{
+    for (std::size_t k = 0; k <= count; ++k) {
+        if (k < count) {
+            float* const evenRow = scattered + (k % 2) * 2 * scatteredStep;
+            float* const oddRow = evenRow + scatteredStep;
+            if (frames[k].y.first == 0)
+                scatterPair<0>(newest, middle, oldest, frames[k].y, evenRow, oddRow, run);
+            else
+                scatterPair<1>(newest, middle, oldest, frames[k].y, evenRow, oddRow, run);
+            newest += step;
+            middle += step;
+            oldest += step;
+        }
+        if (k > 0) {
+            float* const evenRow = scattered + ((k - 1) % 2) * 2 * scatteredStep;
+            float* const oddRow = evenRow + scatteredStep;
+            for (float* row : {evenRow, oddRow})
+                for (const int distance : {1, 2})
+                    LaneEdges::fillBefore(row, run, distance);
+            if (frames[k - 1].x.first == 0) {
+                spreadRow<0>(evenRow, frames[k - 1].x, even, run);
+                spreadRow<0>(oddRow, frames[k - 1].x, odd, run);
+            } else {
+                spreadRow<1>(evenRow, frames[k - 1].x, even, run);
+                spreadRow<1>(oddRow, frames[k - 1].x, odd, run);
+            }
+        }
     }
+}
+
+int wholeGroups(int floats)
+{
+    return (floats + LaneMasks::group - 1) / LaneMasks::group;
 }
 
 }  // namespace
+
+LaneMasks::LaneMasks(int frameWidth, int frameHeight, int capacity, LaneOrder order)
+    : width_(frameWidth),
+      height_(frameHeight),
+      order_(order),
+      groups_(wholeGroups(order.size())),
+      bytes_(static_cast<std::size_t>(capacity) * frameHeight * groups_ * group),
+      full_(static_cast<std::size_t>(capacity) * frameHeight)
+{}
+
+void LaneMasks::setRow(int frame, int frameRow, const std::int8_t* mask, std::int8_t* scratch)
+{
+    const std::size_t index = static_cast<std::size_t>(frame) * height_ + frameRow;
+    full_[index] = allOnes(mask, width_) ? 1 : 0;
+    if (full_[index] != 0)
+        return;
+    std::copy_n(mask, width_, scratch);
+    order_.toLanes(scratch, &bytes_[index * groups_ * group]);
+}
+
+const std::int8_t* LaneMasks::row(int frame, int frameRow) const
+{
+    const std::size_t index = static_cast<std::size_t>(frame) * height_ + frameRow;
+    return full_[index] != 0 ? nullptr : &bytes_[index * groups_ * group];
+}
 
 FrameModel::Taps FrameModel::trim(std::span<const float> kernel)
 {
@@ -118,70 +185,71 @@ FrameModel::Taps FrameModel::trim(std::span<const float> kernel)
     return taps;
 }
 
-FrameSweep::FrameSweep(int frameWidth, int frameHeight, int capacity)
+FrameSweep::FrameSweep(int frameWidth, int frameHeight, int capacity, LaneOrder frameOrder)
     : width_(frameWidth),
       height_(frameHeight),
-      rowWidth_(SplitLayout::wholeBlocks(frameWidth + windowRows - 1)),
-      collected_(collectedRows, capacity * rowWidth_, 0.0F),
-      sampled_(windowRows, guard + capacity * rowWidth_, 0.0F),
-      scattered_(1, guard + rowWidth_, 0.0F)
+      order_(frameOrder),
+      step_(wholeGroups(frameOrder.size()) * LaneMasks::group),
+      rows_(ring + 1 + reach, capacity * step_, 0.0F),
+      scattered_(4, (frameOrder.run + 2) * lanes, 0.0F),
+      columns_(frameOrder.size())
 {}
 
-void FrameSweep::begin(std::span<const FrameModel> frames)
+void FrameSweep::begin(std::span<const FrameModel> frames, int firstFrameRow)
 {
     frames_ = frames;
-    for (int row = 0; row < windowRows; ++row)
-        clearSampled(row);
+    firstRow_ = firstFrameRow;
 }
 
-void FrameSweep::collect(int pair, const float* even, const float* odd, const SplitLayout& layout)
+float* FrameSweep::gathered(int frameRow, int tapPair)
 {
-    const int blocks = SplitLayout::wholeBlocks(width_) / SplitLayout::block;
-    collectFrames(frames_.data(), frames_.size(), even, layout.half, collectedRow(2 * pair), rowWidth_,
-                  blocks);
-    collectFrames(frames_.data(), frames_.size(), odd, layout.half, collectedRow(2 * pair + 1), rowWidth_,
-                  blocks);
+    return present(frameRow) ? rows_[frameRow % ring] : rows_[ring + 1 + tapPair];
 }
 
-void FrameSweep::sample(int frameRow)
+const float* FrameSweep::sampled(int frameRow) const
 {
-    if (frameRow >= height_) {
-        clearSampled(frameRow);
+    return present(frameRow) ? rows_[frameRow % ring] : rows_[ring];
+}
+
+void FrameSweep::gather(int pair, const float* even, const float* odd)
+{
+    gatherFrames(frames_.data(), frames_.size(), even, odd, gathered(pair, 0), gathered(pair - 1, 1),
+                 gathered(pair - 2, 2), step_, order_.run);
+}
+
+void FrameSweep::finish(int frameRow, const LaneMasks& masks)
+{
+    if (!present(frameRow))
         return;
+    float* row = rows_[frameRow % ring];
+    for (int k = 0; k < static_cast<int>(frames_.size()); ++k, row += step_) {
+        const std::int8_t* const mask = masks.row(k, frameRow);
+        if (mask != nullptr)
+            maskRow(mask, row, masks.groups());
+        else
+            order_.clearFrom(width_, row);
     }
-    const float* rows[collectedRows];
-    for (int k = 0; k < collectedRows; ++k)
-        rows[k] = collectedRow(2 * frameRow + k);
-    sampleFrames(frames_.data(), frames_.size(), rows, rowWidth_,
-                 static_cast<std::ptrdiff_t>(frameRow) * width_, sampledRow(frameRow), rowWidth_, width_);
 }
 
-void FrameSweep::load(int frameRow, const float* const* images)
+void FrameSweep::load(int frameRow, const float* const* images, const char* const* masks)
 {
-    if (frameRow >= height_) {
-        clearSampled(frameRow);
+    if (!present(frameRow))
         return;
+    const std::ptrdiff_t start = static_cast<std::ptrdiff_t>(frameRow) * width_;
+    float* row = rows_[frameRow % ring];
+    for (std::size_t k = 0; k < frames_.size(); ++k, row += step_) {
+        const float* const image = images[k] + start;
+        const auto* const mask = reinterpret_cast<const std::int8_t*>(masks[k]) + start;
+        maskColumns(mask, image, columns_.data(), width_);
+        order_.toLanes(columns_.data(), row);
     }
-    const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(frameRow) * width_;
-    float* out = sampledRow(frameRow);
-    for (std::size_t k = 0; k < frames_.size(); ++k, out += rowWidth_)
-        maskRow(images[k] + at, frames_[k].mask + at, out, width_);
 }
 
-void FrameSweep::scatter(int pair, float* even, float* odd, const SplitLayout& layout)
+void FrameSweep::scatter(int pair, float* even, float* odd)
 {
-    const float* const sampled[windowRows] = {sampledRow(pair), sampledRow(pair - 1), sampledRow(pair - 2)};
-    const int blocks = rowWidth_ / SplitLayout::block;
-    float* const scattered = scattered_.ptr<float>() + guard;
-    scatterFrames(frames_.data(), frames_.size(), sampled, rowWidth_, 0, scattered, even, layout.half,
-                  blocks);
-    scatterFrames(frames_.data(), frames_.size(), sampled, rowWidth_, 1, scattered, odd, layout.half, blocks);
-}
-
-void FrameSweep::clearSampled(int frameRow)
-{
-    float* const row = sampledRow(frameRow);
-    std::fill_n(row, rowWidth_ * static_cast<int>(frames_.size()), 0.0F);
+    scatterFrames(frames_.data(), frames_.size(), sampled(pair), sampled(pair - 1), sampled(pair - 2), step_,
+                  scattered_.ptr<float>() + 2 * lanes, static_cast<std::ptrdiff_t>(scattered_.step1()), even,
+                  odd, order_.run);
 }
 
 }  // namespace halvor::vx

@@ -1,15 +1,45 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <opencv2/core/mat.hpp>
 #include <span>
 #include <vector>
 
-#include "enhancement/superresolution/SplitImage.h"
+#include "enhancement/superresolution/LaneOrder.h"
 
 namespace halvor::vx {
 
-/// How one frame sees the large image: its kernels without the outer tap that is always zero, and its mask.
+/// Masks of a burst in the solver's order of columns.
+class LaneMasks
+{
+public:
+    LaneMasks(int frameWidth, int frameHeight, int capacity, LaneOrder order);
+
+    /// Takes one row of a mask, signed bytes in the frame's own order of columns.
+    ///
+    /// @param scratch  rowBytes() bytes, zero behind the frame's width
+    void setRow(int frame, int frameRow, const std::int8_t* mask, std::int8_t* scratch);
+    std::size_t rowBytes() const { return static_cast<std::size_t>(order_.size()); }
+
+    /// The row in whole groups of bytes, or null if it is all ones and changes nothing.
+    const std::int8_t* row(int frame, int frameRow) const;
+
+    /// Bytes that a loop converts at once.
+    static constexpr int group = 64;
+    int groups() const { return groups_; }
+
+private:
+    int width_;
+    int height_;
+    LaneOrder order_;
+    int groups_;
+    std::vector<std::int8_t> bytes_;
+    std::vector<std::uint8_t> full_;
+};
+
+/// How one frame sees the large image: its kernels without the outer tap that is always zero.
 struct FrameModel
 {
     static constexpr int tapCount = 5;
@@ -26,49 +56,52 @@ struct FrameModel
 
     Taps x;
     Taps y;
-    const std::int8_t* mask = nullptr;
 };
 
-/// Moves down the large image two rows at a time and passes them through the imaging model of all frames and
-/// back: what SrFloatConvolution does with whole images, on a window of rows that stays in the cache.
+/// Moves down the large image and passes it through the imaging model of all frames and back: what
+/// SrFloatConvolution does with whole images, on a few rows that stay in the cache.
 ///
 /// Row pair p is the large image's rows 2p and 2p + 1. A frame's row r is seen in the pairs r to r + 2. Bits
-/// equal those of the operators' told order of taps, up to the sign of a zero, as long as all is finite.
+/// equal those of the operators' order of taps, up to the sign of a zero, as long as all is finite.
 class FrameSweep
 {
 public:
-    FrameSweep(int frameWidth, int frameHeight, int capacity);
+    FrameSweep(int frameWidth, int frameHeight, int capacity, LaneOrder frameOrder);
 
-    /// Forgets all rows: those above the first one that follows count as absent.
-    void begin(std::span<const FrameModel> frames);
-    /// Horizontal gather of one pair of stored rows, for all frames.
-    void collect(int pair, const float* even, const float* odd, const SplitLayout& layout);
-    /// Vertical gather of a frame row whose three pairs were collected, masked, for all frames.
-    void sample(int frameRow);
-    /// In place of sample(): takes the frames' own pixels.
-    void load(int frameRow, const float* const* images);
-    /// Vertical and horizontal scatter into one pair: adds what the frame rows pair - 2 to pair give to it,
-    /// frame after frame.
-    void scatter(int pair, float* even, float* odd, const SplitLayout& layout);
+    /// Starts with a frame row; those above count as absent.
+    void begin(std::span<const FrameModel> frames, int firstFrameRow);
+    /// Gathers one pair of rows for all frames. Pairs come in ascending order, from begin()'s row on.
+    ///
+    /// @param even, odd  as RowWindow keeps them
+    void gather(int pair, const float* even, const float* odd);
+    /// Masks a frame row whose three pairs were gathered.
+    void finish(int frameRow, const LaneMasks& masks);
+    /// In place of gather() and finish(): takes a row of the frames' own pixels, which have their own order
+    /// of columns.
+    void load(int frameRow, const float* const* images, const char* const* masks);
+    /// Adds to one pair of rows what the frame rows pair - 2 to pair give to it, frame after frame.
+    ///
+    /// @param even, odd  as LaneImage keeps them
+    void scatter(int pair, float* even, float* odd);
 
 private:
-    static constexpr int windowRows = 3;     // frame rows that meet in one pair
-    static constexpr int collectedRows = 6;  // rows of the large image that a frame row sees
+    static constexpr int reach = 3;             // pairs that see a frame row, and the reverse
+    static constexpr int ring = 2 * reach - 1;  // rows that are gathered or scattered at one time
 
-    float* collectedRow(int y) { return collected_[y % collectedRows]; }
-    float* sampledRow(int frameRow) { return sampled_[(frameRow + windowRows) % windowRows] + guard; }
-    void clearSampled(int frameRow);
-
-    static constexpr int guard = SplitLayout::block;  // zeros in front of a row
+    bool present(int frameRow) const { return frameRow >= firstRow_ && frameRow < height_; }
+    float* gathered(int frameRow, int tapPair);
+    const float* sampled(int frameRow) const;
 
     int width_;
     int height_;
-    int rowWidth_;  // columns of one part of a stored row that a frame reaches, in whole blocks
+    LaneOrder order_;
+    int step_;  // floats from a frame's stretch of a row to that of the next
+    int firstRow_ = 0;
     std::span<const FrameModel> frames_;
-    // Rings of rows. Each row holds one stretch per frame.
-    cv::Mat_<float> collected_;
-    cv::Mat_<float> sampled_;
+    // Rows with one stretch per frame: a ring, one of zeros, and some that take what belongs to absent rows.
+    cv::Mat_<float> rows_;
     cv::Mat_<float> scattered_;
+    std::vector<float> columns_;  // one row of a frame in its own order, zero behind its width
 };
 
 }  // namespace halvor::vx

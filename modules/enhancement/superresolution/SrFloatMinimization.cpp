@@ -150,6 +150,9 @@ void SrFloatMinimization::generatePsfs(int count, const PointF* shifts)
 
 int SrFloatMinimization::conjugateGradients(int budget)
 {
+    // Without a step to make only the debug lines would tell that the weights were formed once more.
+    if (budget == 0 && !isDebugActive(debugLevel))
+        return 0;
     Pnr = static_cast<float>(system_->linearise({negInvWeightTV, epsilon, invEpsilon}));
     if (relRes * relRes > Pnr * NormB)
         return 0;

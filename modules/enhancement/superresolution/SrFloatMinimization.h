@@ -73,8 +73,6 @@ public:
                  char** masks, float* outputImage);
 
 private:
-    friend struct SrFloatMinimizationAccess;
-
     struct Normalisation
     {
         float mean;

@@ -1,13 +1,17 @@
 #pragma once
 
+#include <omp.h>
+
+#include <algorithm>
 #include <cstdint>
-#include <span>
+#include <opencv2/core/mat.hpp>
 #include <vector>
 
 #include "core/base/RowSums.h"
 #include "core/diagnostics/DebugChannel.h"
 #include "enhancement/superresolution/FrameSweep.h"
-#include "enhancement/superresolution/SplitImage.h"
+#include "enhancement/superresolution/LaneImage.h"
+#include "enhancement/superresolution/RowWindow.h"
 #include "enhancement/superresolution/SrFloatConvolution.h"
 #include "enhancement/superresolution/TotalVariationRows.h"
 
@@ -56,20 +60,20 @@ public:
     double step(float alpha);
 
     /// Writes U without its margin, denormalised: U * scale + offset.
-    void writeResult(float scale, float offset, float* out) const;
+    void writeResult(float scale, float offset, float* out);
 
 private:
-    friend struct SrFloatSystemAccess;
-
     struct Worker
     {
-        Worker(int frameWidth, int frameHeight, int capacity, const SplitLayout& layout);
-        float* borderRow(int y) { return border[y % border.rows]; }
-        WeightRow aboveWeights();
+        Worker(int frameWidth, int frameHeight, int capacity, const LaneLayout& layout);
+        WeightRow weightsAbove();
 
         FrameSweep sweep;
-        cv::Mat_<float> border;  // rows of S that belong to other threads
-        cv::Mat_<float> above;   // weights of the row above the first own one
+        RowWindow window;
+        cv::Mat_<float> above;       // weights of the row above the first own one, one kind per row
+        std::vector<float> unused;   // takes the rows of S that belong to other threads
+        std::vector<float> columns;  // one row in the image's own order of columns
+        std::vector<std::int8_t> maskColumns;
     };
     struct PairRange
     {
@@ -82,9 +86,13 @@ private:
     void forEachWorker(Pass pass);
     template <typename Work>
     void forEachRow(Work work);
-    template <typename RowSource, typename Weights, typename Finish>
-    void sweepSystem(Worker& worker, PairRange range, SplitImage& out, RowSource source, Weights weights,
+    template <typename Fetch, typename Weights, typename Finish>
+    void sweepSystem(Worker& worker, PairRange range, LaneImage& out, Fetch fetch, Weights weights,
                      Finish finish);
+    template <typename Visit>
+    void forEachTriple(const LaneImage& x, Visit visit);
+
+    static RowTriple triple(const RowWindow& window, int y);
 
     WeightRow weightRow(int y);
     bool fusedWanted() const;
@@ -94,37 +102,60 @@ private:
     void computeL(const EdgePotential& potential);
     template <typename Direction>
     double multiplyDirection(Direction direction);
-    void gradient(const SplitImage& x, SplitImage& out);
-    void addTmpFull(SplitImage& out);
-    float laplacianAt(const SplitImage& x, int index) const;
+    void gradient(const LaneImage& x, LaneImage& out);
+    void addTmpFull(LaneImage& out);
+    float laplacianAt(const LaneImage& x, int index) const;
 
     int width_;
     int height_;
     float factor_;
     int psfSize_;
     const DebugChannel& debug_;
-    SplitLayout layout_;
+    LaneLayout layout_;
     SrFloatConvolution conv;
-    SplitImage B;
-    SplitImage U;
-    SplitImage Lr;
-    SplitImage Ld;
-    SplitImage Ldl;
-    SplitImage Ldr;
-    SplitImage Lc;
-    SplitImage R;
-    SplitImage S;
-    SplitImage nextS_;
-    SplitImage Q;
+    LaneImage B;
+    LaneImage U;
+    LaneImage Lr;
+    LaneImage Ld;
+    LaneImage Ldl;
+    LaneImage Ldr;
+    LaneImage Lc;
+    LaneImage R;
+    LaneImage S;
+    LaneImage nextS_;
+    LaneImage Q;
     // Row-major arrays of the operators.
     std::vector<float> TmpConv;
     std::vector<float> TmpFull;
     std::vector<float> plain_;
     RowSums<double> sums_;
     std::vector<FrameModel> models_;
+    LaneMasks masks_;
     std::vector<Worker> workers_;
     SrFloatBurst burst_{};
     bool fused_ = false;
 };
+
+// pass(worker, pairs): each thread has a worker and a stretch of row pairs of its own.
+template <typename Pass>
+void SrFloatSystem::forEachWorker(Pass pass)
+{
+    const int threads = std::min(omp_get_max_threads(), static_cast<int>(workers_.size()));
+#pragma omp parallel num_threads(threads)
+    {
+        const int thread = omp_get_thread_num();
+        const int team = omp_get_num_threads();
+        const int pairs = pairCount();
+        pass(workers_[thread], PairRange{pairs * thread / team, pairs * (thread + 1) / team});
+    }
+}
+
+template <typename Work>
+void SrFloatSystem::forEachRow(Work work)
+{
+#pragma omp parallel for schedule(static)
+    for (int y = 0; y < layout_.height; ++y)
+        work(y);
+}
 
 }  // namespace halvor::vx

@@ -1,11 +1,12 @@
 #pragma once
 
-#include "enhancement/superresolution/SplitImage.h"
+#include "enhancement/superresolution/LaneImage.h"
 
 namespace halvor::vx {
 
-// Row kernels of the total-variation term on split rows: the graph Laplacian over eight neighbours whose edge
-// weights are frozen from an estimate. Weights are negative, the diagonal is positive.
+// Row kernels of the total-variation term: the graph Laplacian over eight neighbours whose edge weights are
+// frozen from an estimate. Weights are negative, the diagonal is positive. Rows of the image come from a
+// RowWindow, rows of weights are laid out as in a LaneImage.
 
 /// Weight of an edge: scale / m, with m the difference of its pixels, clamped.
 struct EdgePotential
@@ -36,16 +37,16 @@ struct RowTriple
 /// Fills the edge weights of row y from the estimate; those that would leave the image are zero. Pixel 0 of
 /// the image takes the differences at pixel 1. Does not touch the diagonal.
 ///
-/// @param own, below  rows y and y + 1 of the estimate
-void fillEdgeWeights(const SplitLayout& layout, const EdgePotential& potential, int y, const float* own,
-                     const float* below, const WeightRow& weights);
+/// @param estimate  its row above is not read
+void fillEdgeWeights(const LaneLayout& layout, const EdgePotential& potential, int y,
+                     const RowTriple& estimate, const WeightRow& weights);
 
 /// Fills the diagonal of a row: the negated sum of the weights of all edges that touch a pixel.
-void fillDiagonal(const SplitLayout& layout, const WeightRow& above, const WeightRow& weights);
+void fillDiagonal(const LaneLayout& layout, const WeightRow& above, const WeightRow& weights);
 
 /// One row of the operator applied to an image. The sum's order is that of the linear index of the
-/// neighbours; a zero comes out positive. Padding takes any value.
-void applyLaplacian(const SplitLayout& layout, const WeightRow& above, const WeightRow& weights,
+/// neighbours; a zero comes out positive.
+void applyLaplacian(const LaneLayout& layout, const WeightRow& above, const WeightRow& weights,
                     const RowTriple& image, float* out);
 
 }  // namespace halvor::vx

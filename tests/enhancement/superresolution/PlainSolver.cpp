@@ -38,17 +38,25 @@ void shiftKernel(const std::vector<float>& base, float s, std::vector<float>& ke
             kernel[i] = -s * base[i - 1] + (s + 1.0F) * base[i];
 }
 
-// A row's sum is made of partial sums: term i goes to number i modulo their count.
-template <std::size_t partials, typename Term>
-void addTerms(std::array<double, partials>& sums, int n, Term term)
+// The sum over a row of a frame is made of eight partial sums: term i goes to number i modulo 8.
+template <typename Term>
+double frameRowSum(int n, Term term)
 {
+    std::array<double, 8> sums{};
     for (int i = 0; i < n; ++i)
-        sums[static_cast<std::size_t>(i) % partials] += static_cast<double>(term(i));
+        sums[static_cast<std::size_t>(i) % sums.size()] += static_cast<double>(term(i));
+    return std::accumulate(sums.begin(), sums.end(), 0.0);
 }
 
-template <std::size_t partials>
-double totalOf(const std::array<double, partials>& sums)
+// The sum over a row of the large image is made of sixteen partial sums, each of a run of neighbouring
+// columns. A run is an even number of columns.
+template <typename Term>
+double largeRowSum(int n, Term term)
 {
+    std::array<double, 16> sums{};
+    const int run = 2 * std::max(2, (n + 31) / 32);
+    for (int i = 0; i < n; ++i)
+        sums[static_cast<std::size_t>(i / run)] += static_cast<double>(term(i));
     return std::accumulate(sums.begin(), sums.end(), 0.0);
 }
 
@@ -119,21 +127,15 @@ int Solver::minimize(int count, int referenceFrame, float* const* frames, const 
 {
     const float* reference = frames[referenceFrame];
     double sum = 0.0;
-    for (int r = 0; r < height; ++r) {
-        std::array<double, 8> row{};
-        addTerms(row, width, [&](int c) { return reference[r * width + c]; });
-        sum += totalOf(row);
-    }
+    for (int r = 0; r < height; ++r)
+        sum += frameRowSum(width, [&](int c) { return reference[r * width + c]; });
     const double exactMean = sum / (width * height);
     double squares = 0.0;
-    for (int r = 0; r < height; ++r) {
-        std::array<double, 8> row{};
-        addTerms(row, width, [&](int c) {
+    for (int r = 0; r < height; ++r)
+        squares += frameRowSum(width, [&](int c) {
             const double difference = reference[r * width + c] - exactMean;
             return difference * difference;
         });
-        squares += totalOf(row);
-    }
     const float sigma = std::sqrt(static_cast<float>(squares / (width * height)));
     const auto mean = static_cast<float>(exactMean);
     for (int k = 0; k < count; ++k)
@@ -297,13 +299,8 @@ double Solver::dot(const std::vector<float>& a, const std::vector<float>& b) con
 {
     double sum = 0.0;
     for (int y = 0; y < fullHeight; ++y) {
-        std::array<double, 16> row{};
-        for (const int parity : {0, 1})
-            addTerms(row, (fullWidth + 1 - parity) / 2, [&](int i) {
-                const int at = y * fullWidth + 2 * i + parity;
-                return a[at] * b[at];
-            });
-        sum += totalOf(row);
+        const std::size_t start = static_cast<std::size_t>(y) * fullWidth;
+        sum += largeRowSum(fullWidth, [&](int x) { return a[start + x] * b[start + x]; });
     }
     return sum;
 }

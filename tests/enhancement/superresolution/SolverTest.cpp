@@ -14,6 +14,7 @@
 
 #include "core/base/Exception.h"
 #include "core/diagnostics/DebugSingleton.h"
+#include "enhancement/AllocationCounter.h"
 #include "enhancement/superresolution/PlainSolver.h"
 #include "enhancement/superresolution/SolverBurst.h"
 #include "enhancement/superresolution/SrFloatMinimization.h"
@@ -303,6 +304,22 @@ TEST(Solver, ExplainsFramesOnlyWithTheirTrueDisplacement)
         shift = {-shift.x, -shift.y};
     const double wrong = error(solve(burst, {.relRes = 0.002F}).image);
     EXPECT_LT(right, 0.5 * wrong);
+}
+
+TEST(Solver, AllocatesNothingAfterConstruction)
+{
+    SolverBurst burst = makeSolverBurst(40, 30, 5, 17);
+    SrFloatMinimization solver(40, 30, 5, 2.0F);
+    std::vector<float> image(4 * burst.frameSize());
+    const std::vector<float*> frames = burst.framePointers();
+    std::vector<char*> masks = burst.maskPointers();
+    const auto minimize = [&] {
+        solver.minimize(5, burst.reference, frames.data(), burst.shifts.data(), masks.data(), image.data());
+    };
+    minimize();  // the threads start
+    const blocktest::AllocationCounter counter;
+    minimize();
+    EXPECT_EQ(counter.count(), 0U);
 }
 
 TEST(Solver, RefusesWhatItHasNoRoomOrNoKernelFor)
