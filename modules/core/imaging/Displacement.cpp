@@ -6,6 +6,11 @@ namespace halvor::vx {
 
 namespace {
 
+std::size_t pixelsOf(const cv::Size& size)
+{
+    return static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height);
+}
+
 // The part of a flat move that fills target[from] up to target[to].
 void moveSegment(const float* source, const FlatMove& move, int from, int to, float* target)
 {
@@ -21,7 +26,7 @@ void moveSegment(const float* source, const FlatMove& move, int from, int to, fl
 void moveByWholePixels(const cv::Size& size, int count, const float* const* frames, int usable,
                        PointF* displacements, float* const* moved)
 {
-#pragma omp parallel for schedule(static) if (static_cast <std::size_t>(size.area()) >= parallelPixels)
+#pragma omp parallel for schedule(static) if (pixelsOf(size) >= 4 * parallelPixels)
     for (int line = 0; line < count * size.height; ++line) {
         const int i = line / size.height;
         const int from = line % size.height * size.width;
