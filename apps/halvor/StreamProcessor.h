@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "apps/halvor/Settings.h"
+#include "enhancement/EnhancerStages.h"
+
+namespace halvorapp {
+
+/// Runs the enhancer chain over raw recordings, as the reference against which the hardware is compared.
+///
+/// A recording is a headerless sequence of frames of 16-bit little-endian two's complement samples. Each frame
+/// stands in it at least twice: a frame counts when it repeats its predecessor, so that a torn one is passed
+/// over. The output holds for each frame the low 16 bits of the peaking image and four image lines of the
+/// binary histogram block, little-endian too.
+///
+/// The blocks keep what they have learned from one recording to the next.
+class StreamProcessor
+{
+public:
+    /// Prints a message when the settings can't be read or name no sensor size to work with; no recording
+    /// yields a frame then.
+    explicit StreamProcessor(const char* settingsPath);
+    StreamProcessor(const StreamProcessor&) = delete;
+    StreamProcessor& operator=(const StreamProcessor&) = delete;
+    ~StreamProcessor();
+
+    /// Processes one recording and prints how it went.
+    ///
+    /// @param settingsPath  for the equaliser's and the peaking block's sections
+    /// @param stream        the recording; null for the one that the settings name
+    /// @return false when a file could not be opened or not be written whole
+    bool process(const char* settingsPath, const char* stream);
+
+private:
+    struct CloseFile
+    {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    using File = std::unique_ptr<std::FILE, CloseFile>;
+
+    bool openFiles();
+    bool closeFiles();
+    std::string outputName() const;
+    bool readFrame();
+    bool writeFrame();
+    bool writeWords(const int* words, int count);
+    void coreProc(int frame);
+
+    Settings settings_;
+    int pixelCount;
+    int frameIndex = 0;
+    std::vector<unsigned char> frameBufferA;
+    std::vector<unsigned char> frameBufferB;
+    std::vector<unsigned char> outputBuffer;
+    bool hasPredecessor_ = false;
+    File inFile;
+    File outFile;
+    std::unique_ptr<TnrCmod> tnrModule;
+    std::unique_ptr<SprCmod> sprModule;
+    std::unique_ptr<SnrCmod> snrModule;
+    std::unique_ptr<Histogram> histogramModule;
+    std::unique_ptr<Peaking> peakingModule;
+    ChainMatrix inputArray;
+    ChainMatrix tnrArray;
+    ChainMatrix sprArray;
+    ChainMatrix snrArray;
+    ChainMatrix histoArray;
+    ChainMatrix histoBinArray;
+    ChainMatrix peakArray;
+};
+
+}  // namespace halvorapp
