@@ -186,9 +186,9 @@ bool StreamProcessor::writeWords(const int* words, int count)
 
 void StreamProcessor::coreProc(int frame)
 {
-    halvor::vx::runStages(frame,
-                          {*tnrModule, *sprModule, *snrModule, *histogramModule, *peakingModule, inputArray,
-                           tnrArray, sprArray, snrArray, histoArray, histoBinArray, peakArray});
+    halvor::vx::runStages(
+        frame, {*tnrModule, *sprModule, *snrModule, *histogramModule, *peakingModule, inputArray, tnrArray,
+                sprArray, snrArray, histoArray, histoBinArray, peakArray});
 }
 
 }  // namespace halvorapp

@@ -12,10 +12,10 @@ namespace halvorapp {
 
 /// Runs the enhancer chain over raw recordings, as the reference against which the hardware is compared.
 ///
-/// A recording is a headerless sequence of frames of 16-bit little-endian two's complement samples. Each frame
-/// stands in it at least twice: a frame counts when it repeats its predecessor, so that a torn one is passed
-/// over. The output holds for each frame the low 16 bits of the peaking image and four image lines of the
-/// binary histogram block, little-endian too.
+/// A recording is a headerless sequence of frames of 16-bit little-endian two's complement samples. Each
+/// frame stands in it at least twice: a frame counts when it repeats its predecessor, so that a torn one is
+/// passed over. The output holds for each frame the low 16 bits of the peaking image and four image lines of
+/// the binary histogram block, little-endian too.
 ///
 /// The blocks keep what they have learned from one recording to the next.
 class StreamProcessor

@@ -1,15 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstddef>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include "BlockFrames.h"
 #include "PlainHistogram.h"
+#include "apps/TemporaryFolder.h"
 #include "core/base/Exception.h"
 #include "enhancement/histogram.h"
 
@@ -107,24 +107,7 @@ HistogramParam hardwareBranch(int mode)
     return param;
 }
 
-class ParameterText
-{
-public:
-    explicit ParameterText(const std::string& text)
-        : path_(std::filesystem::temp_directory_path() /
-                ("equaliser" + std::to_string(reinterpret_cast<std::uintptr_t>(this)) + ".ini"))
-    {
-        std::ofstream(path_) << text;
-    }
-    ~ParameterText() { std::filesystem::remove(path_); }
-    ParameterText(const ParameterText&) = delete;
-    ParameterText& operator=(const ParameterText&) = delete;
-
-    std::string name() const { return path_.string(); }
-
-private:
-    std::filesystem::path path_;
-};
+using EqualiserFile = TemporaryFolder;
 
 }  // namespace
 
@@ -357,29 +340,29 @@ TEST(Equaliser, WritesAndReadsTheBinaryBlock)
     EXPECT_EQ(other.getPoffset(), 16);
 }
 
-TEST(Equaliser, ReadsItsSectionOfAParameterFile)
+TEST_F(EqualiserFile, ReadsItsSectionOfAParameterFile)
 {
-    const ParameterText file(
+    writeText(
+        folder / "a.ini",
         "gamma=9\n[SNR_Parameter]\ngain=77\n[Histogram_Parameter]\nmode=0x2\nwidth=7\nrange=010\noffset=-3\n"
         "speed=4\nrangedis=1\npoffdis=1\nlimit=11\ngain=12\ngainlow=13\ngainhigh=4294967295\ntridis=1\n"
         "[Peaking_Parameter]\nlimit=5\n");
     Histogram equaliser(8, 8);
-    equaliser.SetParam(file.name().c_str());
+    equaliser.SetParam((folder / "a.ini").c_str());
     const HistogramParam& p = equaliser.param;
     EXPECT_THAT((std::vector<int>{p.mode, p.width, p.range, p.offset, p.speed, p.gamma, p.tridis, p.rangedis,
                                   p.poffdis, p.limit, p.gain, p.gainlow, p.gainhigh}),
                 testing::ElementsAre(2, 7, 8, -3, 4, 0, 0, 1, 1, 11, 12, 13, -1));
 }
 
-TEST(Equaliser, TellsAParameterFileThatCannotBeRead)
+TEST_F(EqualiserFile, IsToldWhenItCannotBeRead)
 {
     Histogram equaliser(8, 8);
     testing::internal::CaptureStdout();
     equaliser.SetParam("/no/such/file.ini");
-    equaliser.SetParam(std::filesystem::temp_directory_path().c_str());
+    equaliser.SetParam(folder.c_str());
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "histo: Cannot read /no/such/file.ini\nhisto: Cannot read " +
-                  std::filesystem::temp_directory_path().string() + "\n");
+              "histo: Cannot read /no/such/file.ini\nhisto: Cannot read " + folder.string() + "\n");
     EXPECT_EQ(equaliser.param.mode, 3);
 }
 

@@ -1,0 +1,285 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "TemporaryFolder.h"
+#include "apps/halvor/CommandLine.h"
+#include "apps/halvor/Settings.h"
+#include "enhancement/BlockFrames.h"
+#include "enhancement/PlainChain.h"
+
+using blocktest::makeFrame;
+using blocktest::Scene;
+using blocktest::Size;
+using halvorapp::readSettings;
+using halvorapp::Settings;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+constexpr Size sensor{20, 9};
+const std::string sensorText = "[Main_Window]\nsensor=@Size(20 9)\n";
+const std::string allOn = "(spr_snr_tnr_hist_peak_t1.19).proc";
+
+void appendWords(std::string& bytes, const std::vector<int>& words)
+{
+    for (const int word : words) {
+        bytes.push_back(static_cast<char>(word & 0xFF));
+        bytes.push_back(static_cast<char>(word >> 8 & 0xFF));
+    }
+}
+
+std::vector<int> frame(int number)
+{
+    return makeFrame(Scene::calm, sensor, number);
+}
+
+// Each frame as often as a camera's capture repeats it.
+std::string recording(const std::vector<int>& numbers)
+{
+    std::string bytes;
+    for (const int number : numbers)
+        appendWords(bytes, frame(number));
+    return bytes;
+}
+
+// What the processor writes for these frames, by the plain form of the chain.
+std::string enhanced(const std::vector<int>& numbers)
+{
+    halvor::vx::CamInternalSettings record;
+    record.tnrGlobal = 100;
+    record.sprThreshold = 26;
+    record.sprMaxFrame = 18;
+    record.snrGain = 16;
+    record.peakCoring = 22;
+    plain::Chain chain(sensor.cols, sensor.rows, record);
+    std::string bytes;
+    for (const int number : numbers) {
+        std::vector<int> samples = frame(number);
+        for (int& sample : samples)
+            sample = static_cast<short>(sample);
+        chain.process(samples.data());
+        appendWords(bytes, chain.result);
+        appendWords(bytes, {chain.binData.begin(), chain.binData.begin() + 4 * sensor.cols});
+    }
+    return bytes;
+}
+
+class Halvor : public TemporaryFolder
+{
+protected:
+    // Runs the program in its own folder, where no settings lie beside it.
+    std::string run(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), path("halvor"));
+        std::vector<const char*> argv;
+        for (const std::string& argument : arguments)
+            argv.push_back(argument.c_str());
+        testing::internal::CaptureStdout();
+        status = halvorapp::runHalvor(static_cast<int>(argv.size()), argv.data());
+        return testing::internal::GetCapturedStdout();
+    }
+
+    std::string runWith(const std::string& settings, const std::string& stream)
+    {
+        writeText(folder / "halvor.ini", settings);
+        return run({"-s", path("halvor.ini"), path(stream)});
+    }
+
+    std::string path(const std::string& name) const { return (folder / name).string(); }
+
+    int status = -1;
+};
+
+using HalvorSettings = TemporaryFolder;
+
+}  // namespace
+
+TEST_F(HalvorSettings, ReadsEverySectionAndPassesOverWhatItDoesNotKnow)
+{
+    writeText(folder / "a.ini",
+              "alpha=1\n[Main_Window]\nfile=run.raw and more\nlength=12\nsensor=@Size(32 24)\nalpha=2\n"
+              "[TNR_Parameter] ; temporal\r\nmode=0\r\nalpha=31\r\nglobal= 32\r\ncgain=-33x\r\n"
+              "[ SPR_Parameter]\nspr=0\nspr_threshold=41\nspr_max_frame=42\nspr_max_line=43\n mode=9\n"
+              "[SNR_Parameter]\nmode=5\ngain=0x10\nmode\nmode=\n[]\ngain=8\n[Histogram_Parameter]\nmode=7\n");
+    Settings s;
+    ASSERT_TRUE(readSettings((folder / "a.ini").c_str(), s));
+    EXPECT_EQ(s.fileName, "run.raw");
+    EXPECT_THAT((std::vector<int>{s.length, s.cols, s.rows}), testing::ElementsAre(12, 32, 24));
+    EXPECT_THAT((std::vector<int>{s.tnrMode, s.tnrAlpha, s.tnrGlobal, s.tnrCGain}),
+                testing::ElementsAre(0, 31, 32, -33));
+    EXPECT_THAT((std::vector<int>{s.sprEnable, s.sprThreshold, s.sprMaxFrame, s.sprMaxLine}),
+                testing::ElementsAre(0, 41, 42, 43));
+    EXPECT_THAT((std::vector<int>{s.snrMode, s.snrGain}), testing::ElementsAre(5, 0)) << "decimal only";
+}
+
+TEST_F(HalvorSettings, StartsFromTheDefaultsOfAFileThatCanBeRead)
+{
+    Settings s;
+    s.length = 7;
+    EXPECT_FALSE(readSettings((folder / "missing.ini").c_str(), s));
+    EXPECT_FALSE(readSettings(folder.c_str(), s));
+    EXPECT_FALSE(readSettings(nullptr, s));
+    EXPECT_EQ(s.length, 7);
+    writeText(folder / "empty.ini", "");
+    EXPECT_TRUE(readSettings((folder / "empty.ini").c_str(), s));
+    EXPECT_THAT((std::vector<int>{s.length, s.cols, s.rows, s.tnrGlobal, s.sprMaxFrame, s.snrGain}),
+                testing::ElementsAre(1000, 160, 120, 100, 18, 16));
+}
+
+TEST_F(HalvorSettings, SurvivesLinesOfAnyLengthAndContent)
+{
+    // A line of 254 characters ends there: what follows is a line of its own.
+    writeText(folder / "long.ini", "[Main_Window]\n" + std::string(254, 'x') +
+                                       "length=5\nsensor=@Size(7,8)\n" + std::string("length\0=6\n[", 11) +
+                                       std::string(5000, 'y'));
+    Settings s;
+    ASSERT_TRUE(readSettings((folder / "long.ini").c_str(), s));
+    EXPECT_EQ(s.length, 5);
+    EXPECT_EQ(s.cols, 7);
+    EXPECT_EQ(s.rows, 120) << "only the first number of the pair can be read";
+}
+
+TEST_F(Halvor, WritesTheEnhancedFramesAndTheBinaryBlocks)
+{
+    // The second frame is torn once and the third stays for three captures.
+    writeText(folder / "scene.raw", recording({1, 1, 2, 9, 2, 2, 3, 3, 3, 4, 4}));
+    const std::string text = runWith(sensorText +
+                                         "[Histogram_Parameter]\ngainlow=19\ngainhigh=19181\n"
+                                         "[Peaking_Parameter]\nenable=1\n",
+                                     "scene.raw");
+    EXPECT_EQ(status, 0);
+    EXPECT_THAT(text, HasSubstr("open: " + path("scene.raw") + "\nsave: " + path("scene." + allOn) +
+                                "\nproc: 1000 frames ... pgain"));
+    EXPECT_THAT(text, EndsWith("5 processed\n\nmain: finished\n"));
+    EXPECT_EQ(textOf(folder / ("scene." + allOn)), enhanced({1, 2, 3, 3, 4}));
+}
+
+TEST_F(Halvor, KeepsWhatTheBlocksLearnedForTheNextStream)
+{
+    const std::string settings = sensorText + "[Peaking_Parameter]\nenable=1\n";
+    writeText(folder / "all.raw", recording({1, 1, 2, 2, 3, 3}));
+    runWith(settings, "all.raw");
+    writeText(folder / "a.raw", recording({1, 1, 2, 2}));
+    // An odd number of captures leaves the buffers the other way round.
+    writeText(folder / "b.raw", recording({8, 3, 3}));
+    run({"-s", path("halvor.ini"), path("a.raw"), path("b.raw")});
+    const std::string whole = textOf(folder / ("all." + allOn));
+    const std::string second = textOf(folder / ("b." + allOn));
+    EXPECT_EQ(textOf(folder / ("a." + allOn)), whole.substr(0, whole.size() / 3 * 2));
+    // Frames of a second stream count from 0 again: this one sets its gain table, which the frame after would
+    // show. Its own picture is that of the third frame of one stream.
+    EXPECT_EQ(second, whole.substr(whole.size() / 3 * 2));
+}
+
+TEST_F(Halvor, ProcessesOneFrameLessThanTheLength)
+{
+    writeText(folder / "scene.raw", recording({1, 1, 2, 2, 3, 3}));
+    const std::size_t frameBytes = 2 * (20 * 9 + 4 * 20);
+    for (const auto& [length, frames] : {std::pair{3, 2}, {1, 0}, {0, 0}, {-5, 0}}) {
+        const std::string text = runWith(sensorText + "length=" + std::to_string(length) + "\n", "scene.raw");
+        EXPECT_EQ(std::filesystem::file_size(folder / "scene.(spr_snr_tnr_hist_t1.19).proc"),
+                  frames * frameBytes);
+        EXPECT_THAT(text, HasSubstr(std::to_string(frames + 1) + " processed\n\n"))
+            << "the frame that was dropped";
+    }
+}
+
+TEST_F(Halvor, NamesTheOutputByTheBlocksAndTheLastDotOfAll)
+{
+    const std::string off = sensorText +
+                            "[TNR_Parameter]\nmode=0\n[SPR_Parameter]\nspr=0\n[SNR_Parameter]\nmode=0\n"
+                            "[Histogram_Parameter]\nmode=0\n";
+    writeText(folder / "two.dots.raw", "");
+    std::filesystem::create_directory(folder / "v1.2");
+    writeText(folder / "v1.2" / "plain", "");
+    runWith(off, "two.dots.raw");
+    runWith(off, "v1.2/plain");
+    EXPECT_TRUE(std::filesystem::exists(folder / "two.dots.(t1.19).proc"));
+    EXPECT_TRUE(std::filesystem::exists(folder / "v1.(t1.19).proc"));
+    EXPECT_EQ(halvorapp::defaultSettingsPath("a/b/halvor"), "a/b/Marlo-Works/Halvor.ini");
+    EXPECT_EQ(halvorapp::defaultSettingsPath("a/b\\c/halvor"), "a/b\\Marlo-Works/Halvor.ini");
+    EXPECT_EQ(halvorapp::defaultSettingsPath("halvor"), "Marlo-Works/Halvor.ini");
+}
+
+TEST_F(Halvor, FindsItsSettingsBesideTheProgram)
+{
+    std::filesystem::create_directory(folder / "Marlo-Works");
+    writeText(folder / "scene.raw", recording({1, 1}));
+    writeText(folder / "Marlo-Works" / "Halvor.ini", sensorText + "file=" + path("scene.raw") + "\n");
+    EXPECT_THAT(run({}), HasSubstr("open: " + path("scene.raw") + "\n"));
+    EXPECT_EQ(status, 0);
+    EXPECT_GT(std::filesystem::file_size(folder / "scene.(spr_snr_tnr_hist_t1.19).proc"), 0U);
+}
+
+TEST_F(Halvor, GreetsAndPrintsItsUsage)
+{
+    const std::string greeting =
+        "*********************************\nHalvor Stream Processor "
+        "t1.19\n*********************************\n\n";
+    const std::string noSettings = "main: Cannot read " + path("Marlo-Works/Halvor.ini") + "\n";
+    EXPECT_EQ(run({"-h", path("scene.raw")}), greeting + noSettings + "halvor [-h] [-s setting] [stream]\n");
+    EXPECT_EQ(status, 0);
+    EXPECT_THAT(run({"-s"}), EndsWith("halvor [-h] [-s setting] [stream]\n"));
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(fileCount(), 0U);
+}
+
+TEST_F(Halvor, EndsAStreamWhoseFilesCannotBeOpened)
+{
+    std::string text = runWith(sensorText, "missing.raw");
+    EXPECT_THAT(text, EndsWith("open: Cannot load " + path("missing.raw") + "\nmain: finished\n"));
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(fileCount(), 1U) << "only the settings";
+
+    writeText(folder / "scene.raw", recording({1, 1}));
+    const std::string output = "scene.(spr_snr_tnr_hist_t1.19).proc";
+    std::filesystem::create_directory(folder / output);
+    text = runWith(sensorText, "scene.raw");
+    EXPECT_THAT(text, EndsWith("save: Cannot write to " + path(output) + "\nmain: finished\n"));
+    EXPECT_EQ(status, 1);
+}
+
+TEST_F(Halvor, TellsAFrameThatCouldNotBeWrittenWhole)
+{
+    writeText(folder / "scene.raw", recording({1, 1, 2, 2}));
+    std::filesystem::create_symlink("/dev/full", folder / "scene.(spr_snr_tnr_hist_t1.19).proc");
+    const std::string text = runWith(sensorText, "scene.raw");
+    EXPECT_THAT(text, HasSubstr("write: truncated frame 1\n1 processed\n\n"));
+    EXPECT_EQ(status, 1);
+}
+
+TEST_F(Halvor, SurvivesSettingsAndStreamsWithoutSense)
+{
+    writeText(folder / "scene.raw", recording({1, 1, 2, 2}) + "x");
+    for (const std::string size : {"-5 9", "5 -9", "0 9", "100000 100000", "2147483647 2147483647", "a b"}) {
+        const std::string text = runWith("[Main_Window]\nsensor=@Size(" + size + ")\n", "scene.raw");
+        EXPECT_THAT(text, HasSubstr("0 processed\n\n")) << size;
+    }
+    EXPECT_THAT(run({path("scene.raw")}), HasSubstr("0 processed\n\n")) << "no settings at all";
+    // Narrow frames, whose four lines are shorter than the block, and settings far out of range.
+    for (const std::string size : {"1 30", "3 10", "2 2"})
+        for (const std::string extreme : {"0", "-2147483648", "99999999999999999999", "31"}) {
+            std::string settings = "[Main_Window]\nsensor=@Size(" + size +
+                                   ")\n[TNR_Parameter]\nalpha=" + extreme + "\nglobal=" + extreme +
+                                   "\ncgain=" + extreme + "\n[SPR_Parameter]\nspr_threshold=" + extreme +
+                                   "\nspr_max_frame=" + extreme + "\nspr_max_line=" + extreme +
+                                   "\n[SNR_Parameter]\ngain=" + extreme +
+                                   "\n[Histogram_Parameter]\n[Peaking_Parameter]\nenable=1\n";
+            for (const std::string key :
+                 {"mode", "width", "range", "offset", "speed", "gamma", "limit", "gain", "gainlow",
+                  "gainhigh", "coring", "reduct_thres", "reduct_gain"})
+                settings += (key == "mode"     ? "[Histogram_Parameter]\n"
+                             : key == "coring" ? "[Peaking_Parameter]\n"
+                                               : "") +
+                            key + "=" + extreme + "\n";
+            EXPECT_THAT(runWith(settings, "scene.raw"), EndsWith("main: finished\n"));
+        }
+}
