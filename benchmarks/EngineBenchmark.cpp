@@ -4,7 +4,6 @@
 // minimisation moves, the same work on one thread, and OpenCV's own burst super-resolution.
 
 #include <benchmark/benchmark.h>
-#include <omp.h>
 
 #include <algorithm>
 #include <array>
@@ -17,66 +16,26 @@
 #include <string_view>
 #include <vector>
 
+#include "benchmarks/LiveEngine.h"
 #include "benchmarks/Timing.h"
 #include "core/diagnostics/DebugSingleton.h"
 #include "enhancement/superresolution/SrFloat.h"
 #include "enhancement/superresolution/SrFloatRegistration2.h"
-#include "support/Burst.h"
 
 using namespace halvor::vx;
 using vxbench::fastestSeconds;
+using vxbench::framesOf;
+using vxbench::useThreads;
+using vxbench::windowSize;
 
 namespace {
 
-constexpr int windowSize = 5;
-constexpr float enlargement = 2.0F;
-
-void useThreads(int count)
-{
-    omp_set_num_threads(count);
-    cv::setNumThreads(count);
-}
+using LiveEngine = vxbench::LiveEngine<SrFloat<SrFloatRegistration2>>;
 
 cv::Size sizeOf(const benchmark::State& state)
 {
     return {static_cast<int>(state.range(0)), static_cast<int>(state.range(1))};
 }
-
-// Of the simulated scenes the chart keeps the solver busy longest.
-std::vector<cv::Mat_<float>> framesOf(const cv::Size& size)
-{
-    vxsupport::BurstSettings settings;
-    settings.scene.kind = vxsupport::SceneKind::target;
-    settings.scene.frame = size;
-    settings.frameCount = windowSize;
-    return vxsupport::simulateBurst(settings).frames;
-}
-
-/// An engine with the settings of the flat interface and a full window.
-class LiveEngine
-{
-public:
-    explicit LiveEngine(const cv::Size& size)
-        : frames_(framesOf(size)), engine_(size.width, size.height, windowSize, enlargement)
-    {
-        engine_.setReferenceIndex(3);
-        for (int i = 0; i < windowSize; ++i)
-            nextImage();
-    }
-
-    float nextImage()
-    {
-        engine_.addFrame(frames_[next_]);
-        next_ = (next_ + 1) % frames_.size();
-        return engine_.computeSR(image_);
-    }
-
-private:
-    std::vector<cv::Mat_<float>> frames_;
-    std::size_t next_ = 0;
-    SrFloat<SrFloatRegistration2> engine_;
-    cv::Mat_<float> image_;
-};
 
 /// Counts the solver's steps and rounds; each of either applies the system matrix once.
 class SolverCounter : public DebugDeviceBase

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/base/Kernel.h"
+#include "core/base/ParallelPixels.h"
 #include "core/imaging/GaussianTaps.h"
 #include "core/imaging/LineFft.h"
 
@@ -100,8 +101,7 @@ SrFloatFft2d::~SrFloatFft2d() = default;
 
 void SrFloatFft2d::forward(const float* image, float (*spectrum)[2])
 {
-    // Never more threads than there are contexts, though the host may have raised their number since.
-#pragma omp parallel num_threads(std::min(threads, omp_get_max_threads()))
+#pragma omp parallel num_threads(teamSize())
     {
         ThreadContext& context = contexts_[omp_get_thread_num()];
 #pragma omp for schedule(static)
@@ -115,7 +115,7 @@ void SrFloatFft2d::forward(const float* image, float (*spectrum)[2])
 
 void SrFloatFft2d::backward(const float (*spectrum)[2], float* image)
 {
-#pragma omp parallel num_threads(std::min(threads, omp_get_max_threads()))
+#pragma omp parallel num_threads(teamSize())
     {
         ThreadContext& context = contexts_[omp_get_thread_num()];
 #pragma omp for schedule(static)
@@ -176,6 +176,13 @@ void SrFloatFft2d::repairGaussBlur(int worker, const float* source, float* blurr
     unwrapRows(contexts_[worker], source, blurred, radius, kernel);
     unwrapColumns(contexts_[worker], source, blurred, radius, kernel);
     scaleBorder(blurred, radius, kernel);
+}
+
+// Never more threads than there are contexts, though the host may have raised their number since.
+int SrFloatFft2d::teamSize() const
+{
+    const std::size_t pixels = static_cast<std::size_t>(width) * height;
+    return pixels < parallelPixels ? 1 : std::min(threads, omp_get_max_threads());
 }
 
 int SrFloatFft2d::tileCount() const

@@ -64,6 +64,7 @@ public:
 private:
     struct ThreadContext;
 
+    int teamSize() const;
     int tileCount() const;
     void forwardRow(ThreadContext& context, int y, const float* image, float (*spectrum)[2]) const;
     void forwardTile(ThreadContext& context, int tile, float (*spectrum)[2]) const;

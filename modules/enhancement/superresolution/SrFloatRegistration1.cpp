@@ -8,6 +8,7 @@
 
 #include "core/base/Exception.h"
 #include "core/base/Kernel.h"
+#include "core/base/ParallelPixels.h"
 #include "core/imaging/Displacement.h"
 #include "core/imaging/GaussianTaps.h"
 
@@ -140,8 +141,7 @@ void SrFloatRegistration1::registerFrames(int count, int reference, float* const
     if (lastShifts.empty())
         lastShifts.resize(static_cast<std::size_t>(count));
     wholeShifts_.assign(static_cast<std::size_t>(count), PointI{0, 0});
-#pragma omp parallel for schedule(static) \
-    num_threads(std::min(omp_get_max_threads(), static_cast <int>(workers_.size())))
+#pragma omp parallel for schedule(static) num_threads(teamSize())
     for (int task = 0; task < 2 * count; ++task) {
         const int i = task / 2;
         if (task % 2 == 0)
@@ -154,6 +154,13 @@ void SrFloatRegistration1::registerFrames(int count, int reference, float* const
                           measured_);
     std::copy(measured_.begin(), measured_.end(), shifts);
     lastShifts = measured_;
+}
+
+int SrFloatRegistration1::teamSize() const
+{
+    // A task is a transform and more: worth a thread on smaller frames than a plain pass is.
+    const bool isWorthIt = static_cast<std::size_t>(size) >= parallelPixels / 4;
+    return isWorthIt ? std::min(omp_get_max_threads(), static_cast<int>(workers_.size())) : 1;
 }
 
 // Gaussian smoothing of a frame by way of its spectrum, which the symmetric kernel's conjugate multiplies.

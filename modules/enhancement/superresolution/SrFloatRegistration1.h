@@ -75,6 +75,7 @@ private:
     struct Worker;
 
     void registerFrames(int count, int reference, float* const* rawFrames, PointF* shifts, char** masks);
+    int teamSize() const;
     void blur(int worker, const float (*spectrum)[2], const float* frame, float* blurred);
     PointI phaseCorrelation(int worker, const float (*refSpectrum)[2], const float (*frameSpectrum)[2]);
     void initialize(char** masks, int count, int reference);

@@ -7,6 +7,7 @@
 #include <opencv2/core.hpp>
 
 #include "core/base/Exception.h"
+#include "core/base/ParallelPixels.h"
 #include "core/base/RowSums.h"
 #include "core/imaging/PointSpread.h"
 
@@ -37,7 +38,7 @@ Statistics statisticsOf(const cv::Mat_<float>& mat)
     };
     std::vector<Row> rows(static_cast<std::size_t>(mat.rows));
     RowSums<double> sums(mat.rows);
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (mat.total() >= parallelPixels)
     for (int y = 0; y < mat.rows; ++y) {
         const auto [min, max] = std::minmax_element(mat[y], mat[y] + mat.cols);
         rows[y] = {*min, *max};
