@@ -3,6 +3,7 @@
 // ratios to a copy of the same bytes, to the plain form and to a peer built from OpenCV.
 
 #include <benchmark/benchmark.h>
+#include <omp.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -148,6 +149,7 @@ int main(int argc, char** argv)
     if (console < 0 || !report || std::freopen("/dev/null", "w", stdout) == nullptr)
         return 1;
     std::streambuf* const standard = std::cout.rdbuf(report.rdbuf());
+    cv::setNumThreads(omp_get_max_threads());  // the peers get as many as we do
     benchmark::Initialize(&argc, argv);
     const bool understood = !benchmark::ReportUnrecognizedArguments(argc, argv);
     if (understood)

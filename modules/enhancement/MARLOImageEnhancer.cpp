@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <concepts>
 
+#include "core/base/ParallelPixels.h"
 #include "enhancement/EnhancerStages.h"
 #include "enhancement/PixelConversion.h"
 
@@ -12,8 +13,6 @@ namespace {
 
 // The line correction's delay of a new enhancer, whatever the record says: that takes effect with a rebuild.
 constexpr int constructionDelay = 1;
-// Frames below copy faster than a team of threads wakes up.
-constexpr int parallelPixels = 1 << 18;
 
 std::shared_ptr<ChainMatrix> makeImage(int rows, int cols)
 {
@@ -117,7 +116,7 @@ void MARLOImageEnhancer::takeFrame(const cv::Mat_<T>& src)
     inputArray->restoreData();
     const int commonRows = std::min(rows, src.rows);
     const int commonCols = std::min(cols, src.cols);
-#pragma omp parallel for schedule(static) if (pixelCount >= parallelPixels)
+#pragma omp parallel for schedule(static) if (src.total() >= lightPassPixels)
     for (int y = 0; y < commonRows; ++y)
         std::transform(src[y], src[y] + commonCols, inputArray->row(y), toChainSample<T>);
 }
@@ -134,7 +133,7 @@ void MARLOImageEnhancer::giveFrame(const cv::Mat_<T>& src, cv::Mat_<T>& dst)
     dst.create(src.size());
     const int commonRows = std::min(rows, dst.rows);
     const int commonCols = std::min(cols, dst.cols);
-#pragma omp parallel for schedule(static) if (pixelCount >= parallelPixels)
+#pragma omp parallel for schedule(static) if (src.total() >= lightPassPixels)
     for (int y = 0; y < commonRows; ++y) {
         const int* row = peakArray->row(y);
         std::transform(row, row + commonCols, dst[y], fromChainSample<T>);

@@ -146,7 +146,7 @@ private:
     int cols;
     int rows;
     [[maybe_unused]] int maxValue = 1000;
-    int pixelCount;
+    [[maybe_unused]] int pixelCount;
     int frameCount = 0;
     std::shared_ptr<ChainMatrix> inputArray;
     std::shared_ptr<ChainMatrix> tnrArray;

@@ -124,7 +124,7 @@ void filterRow(const FrameView<Pixel>& frame, int y, int gain, Store store)
 template <typename Pixel, typename StoreRow>
 void filterRows(const FrameView<Pixel>& frame, int gain, StoreRow storeRow)
 {
-#pragma omp parallel for schedule(static) if (frame.pixelCount() >= parallelPixels)
+#pragma omp parallel for schedule(static) if (frame.pixelCount() >= lightPassPixels)
     for (int y = 0; y < frame.rows; ++y)
         filterRow(frame, y, gain, storeRow(y));
 }

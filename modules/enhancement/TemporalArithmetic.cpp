@@ -121,7 +121,7 @@ template <auto startKernel, auto indexKernel, auto blendKernel, typename Pixel>
 std::int64_t filterRows(const FrameView<Pixel>& frame, const History& history, const Recursion& recursion)
 {
     std::int64_t motion = 0;
-#pragma omp parallel for schedule(static) reduction(+ : motion) if (frame.pixelCount() >= parallelPixels)
+#pragma omp parallel for schedule(static) reduction(+ : motion) if (frame.pixelCount() >= lightPassPixels)
     for (int y = 0; y < frame.rows; ++y) {
         int* rowHistory = history.data + static_cast<std::size_t>(y) * history.stride;
         if (history.start)

@@ -5,6 +5,7 @@
 
 #include "core/base/Exception.h"
 #include "core/base/Kernel.h"
+#include "core/base/ParallelPixels.h"
 #include "core/base/WrapArithmetic.h"
 #include "enhancement/HistogramScale.h"
 #include "enhancement/PixelConversion.h"
@@ -15,7 +16,6 @@ using namespace halvor::vx;
 namespace {
 
 constexpr int displayLevels = 256;
-constexpr int parallelPixels = 1 << 18;  // below that a team of threads costs more than it saves
 
 // Linear interpolation between the curve's values at both edges of the bin.
 inline int interpolate(const HistogramScale& scale, const int* gainTable, int position)
@@ -113,7 +113,7 @@ void Histogram::processFrame(const cv::Mat_<T>& src, cv::Mat_<T>& dst) const
         return;
     }
     const HistogramScale scale = currentScale();
-#pragma omp parallel for schedule(static) if (pixelCount >= parallelPixels)
+#pragma omp parallel for schedule(static) if (src.total() >= lightPassPixels)
     for (int y = 0; y < rows; ++y) {
         int sample[chunkSize];
         int position[chunkSize];

@@ -26,7 +26,7 @@ inline const std::vector<Size> smallSizes = {{1, 1}, {1, 9}, {9, 1},  {2, 2},   
                                              {2, 5}, {5, 7}, {17, 6}, {258, 3}, {1031, 2}};
 
 /// Large enough for the fast forms to share it among threads.
-inline constexpr Size sharedSize = {301, 223};
+inline constexpr Size sharedSize = {1051, 1000};
 
 enum class Scene
 {

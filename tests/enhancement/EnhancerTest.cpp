@@ -79,7 +79,7 @@ TEST(Enhancer, EqualsThePlainChain)
 {
     const QuietOutput quiet;
     CamInternalSettings settings;
-    for (const Size size : {Size{2, 2}, Size{17, 6}, Size{258, 3}, blocktest::sharedSize})
+    for (const Size size : {Size{2, 2}, Size{17, 6}, Size{258, 3}, Size{301, 223}})
         expectEqualStream(size, settings, "defaults");
     for (int trial = 0; trial < 24; ++trial) {
         settings = CamInternalSettings{};

@@ -9,4 +9,8 @@ namespace halvor::vx {
 /// multiple.
 constexpr std::size_t parallelPixels = std::size_t{1} << 16;
 
+/// The same for a pass of few nanoseconds a pixel, as a frame of a live stream takes several of. Such a frame
+/// gains little from a second thread, and waits for it as long as its neighbours keep it from running.
+constexpr std::size_t lightPassPixels = 16 * parallelPixels;
+
 }  // namespace halvor::vx
