@@ -30,10 +30,10 @@ namespace {
 constexpr int streamLength = 4;
 
 /// The same few frames over and over, as each kind of subject takes them.
-class Stream
+class FrameStream
 {
 public:
-    explicit Stream(Size size) : size_(size)
+    explicit FrameStream(Size size) : size_(size)
     {
         for (int number = 0; number < streamLength; ++number) {
             pixels_.push_back(blocktest::makeFrame(blocktest::Scene::calm, size, number));
@@ -98,7 +98,7 @@ struct Settings
 template <typename Peer, typename Block, typename Plain>
 void measureBlock(benchmark::State& state, Block& block, Plain plain)
 {
-    Stream stream(sizeOf(state));
+    FrameStream stream(sizeOf(state));
     Peer peer;
     measure(
         state, stream.pixelCount(), [&] { stream.runBlock(block); }, [&] { stream.copyPixels(); },
@@ -108,7 +108,7 @@ void measureBlock(benchmark::State& state, Block& block, Plain plain)
 template <typename Peer, typename Filter, typename Plain>
 void measureFilter(benchmark::State& state, Filter filter, Plain plain)
 {
-    Stream stream(sizeOf(state));
+    FrameStream stream(sizeOf(state));
     Peer peer;
     measure(
         state, stream.pixelCount(), [&] { stream.runFilter(filter); }, [&] { stream.copySamples(); },

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <iterator>
+#include <numeric>
 #include <vector>
 
 #include "BlockFrames.h"
@@ -188,4 +190,5 @@ TEST(TemporalBlock, WeightTableFollowsItsRule)
         EXPECT_LE(table[i - 1] - table[i], 5) << i;
     }
     EXPECT_EQ(table[1023], 3);
+    EXPECT_EQ(std::accumulate(std::begin(table), std::end(table), 0), 2294809);  // guards every single entry
 }
