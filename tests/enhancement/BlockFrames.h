@@ -33,15 +33,19 @@ enum class Scene
     calm,      ///< a ramp under column offsets and little noise
     wild,      ///< any 32 bits
     extremes,  ///< the ends of the 16-bit range, with and without a mark
+    faint,     ///< a flat scene under a pattern of one or two steps, the same in every frame
+    rough,     ///< column offsets that change from row to row, under noise that a high threshold lets through
     steps,     ///< calm, but half of the picture jumps with every other frame
 };
 
-inline const std::vector<Scene> allScenes = {Scene::calm, Scene::wild, Scene::extremes, Scene::steps};
+inline const std::vector<Scene> allScenes = {Scene::calm,  Scene::wild,  Scene::extremes,
+                                             Scene::faint, Scene::rough, Scene::steps};
 
 /// A frame of a stream; the same arguments give the same frame.
 inline std::vector<int> makeFrame(Scene scene, Size size, int number)
 {
-    std::mt19937 random(static_cast<std::uint32_t>(number * 7919 + size.cols * 31 + size.rows));
+    const int noise = scene == Scene::faint ? 0 : number;
+    std::mt19937 random(static_cast<std::uint32_t>(noise * 7919 + size.cols * 31 + size.rows));
     const auto below = [&](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };
     static constexpr int ends[] = {0x8000, 0x7FFF, -0x8000,   0,         -1,
                                    1,      0xFFFF, INT32_MIN, INT32_MAX, static_cast<int>(0x80007FFFU)};
@@ -61,6 +65,12 @@ inline std::vector<int> makeFrame(Scene scene, Size size, int number)
                 break;
             case Scene::extremes:
                 frame.push_back(ends[below(10)]);
+                break;
+            case Scene::faint:
+                frame.push_back(900 + below(3));
+                break;
+            case Scene::rough:
+                frame.push_back(((x + y / 4) % 2 == 0 ? 30 : -30) + below(40));
                 break;
             case Scene::steps:
                 frame.push_back(calm + jump);

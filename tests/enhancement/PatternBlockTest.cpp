@@ -68,6 +68,8 @@ TEST(PatternBlock, EqualsItsPlainFormOverManyFrames)
         compareStream({64, 40}, Scene::calm, delay, 0, std::vector<Settings>(60, Settings{60, 12, 16}));
         compareStream({23, 50}, Scene::wild, delay, 2,
                       std::vector<Settings>(60, Settings{70000, INT_MAX, INT_MAX}));
+        // Below a threshold of 4 no two deviations are similar, not even equal ones.
+        compareStream({64, 40}, Scene::faint, delay, 0, std::vector<Settings>(60, Settings{3, 12, 16}));
     }
 }
 

@@ -78,6 +78,25 @@ TEST(TemporalBlock, EqualsItsPlainFormBitForBit)
         compareStream(sharedSize, scene, 2, streams[0]);
 }
 
+// The whole frame jumps, so that one index more or less in the motion decides the next feedback factor.
+TEST(TemporalBlock, TakesIndicesAbove50AsMotion)
+{
+    const Size size{64, 64};
+    Settings settings{10, 1, 60, false};
+    for (int jump = 48; jump < 54; ++jump) {
+        TnrCmod block = makeBlock(size, settings, 0);
+        plain::Temporal plain(size.cols, size.rows, settings, 0);
+        std::vector<int> out(static_cast<std::size_t>(pixelCount(size)));
+        std::vector<int> expected(out.size());
+        for (const int level : {0, jump, 30, 60, 20}) {
+            const std::vector<int> in(out.size(), level);
+            block.ProcessFrame(in.data(), out.data());
+            plain.process(in.data(), expected.data());
+            EXPECT_EQ(out, expected) << jump;
+        }
+    }
+}
+
 TEST(TemporalBlock, FiltersInPlace)
 {
     const Size size{37, 5};
