@@ -44,7 +44,8 @@ public:
         const int lastColumn = floorDivide((area.frame.width + area.margin) * cells, cellsPerKnot) + 2;
         const int lastRow = floorDivide((area.frame.height + area.margin) * cells, cellsPerKnot) + 2;
         knots_.create(lastRow - first_ + 1, lastColumn - first_ + 1);
-#pragma omp parallel for schedule(static)
+        // Short regions are slow on a busy machine.
+#pragma omp parallel for schedule(static) if (knots_.total() > 200000)
         for (int r = 0; r < knots_.rows; ++r)
             for (int c = 0; c < knots_.cols; ++c)
                 knots_(r, c) = value(first_ + c, first_ + r);

@@ -35,7 +35,7 @@ struct CompareOptions
     bool align = false;
     std::string picture;
     std::vector<int> region;  // x, y, width, height; empty for all
-    std::string colourMap = colourMaps().front();
+    std::string colourMap = vxsupport::colourMapNames().front();
     bool force = false;
 };
 
@@ -51,10 +51,16 @@ cv::Mat_<float> readValues(const std::string& path, const CompareOptions& option
     if (file->frameCount() != 1)
         throw UsageError(path + ": holds " + std::to_string(file->frameCount()) + " images; expected one");
     const cv::Mat image = file->read(0);
-    if (image.type() == CV_32FC1)
-        return image;
     cv::Mat_<float> values;
-    image.convertTo(values, CV_32F, options.scale, options.offset);
+    if (image.type() == CV_32FC1)
+        values = image;
+    else
+        image.convertTo(values, CV_32F, options.scale, options.offset);
+    const auto bad =
+        std::count_if(values.begin(), values.end(), [](float value) { return !std::isfinite(value); });
+    if (bad > 0)
+        throw UsageError(path + ": " + std::to_string(bad) +
+                         " pixels are infinite or no numbers; expected a finite value in each");
     return values;
 }
 
@@ -114,11 +120,10 @@ void writePicture(const std::vector<Candidate>& candidates, const cv::Rect& regi
 {
     constexpr int wantedHeight = 360;
     const int times = std::max(1, wantedHeight / region.height);
-    const ValueRange range = previewRange(candidates.back().image(region));
+    const ValueRange range = vxsupport::visibleRange(candidates.back().image(region));
     std::vector<vxsupport::Panel> panels;
     for (const Candidate& candidate : candidates) {
-        const cv::Mat_<std::uint8_t> levels =
-            vxsupport::greyLevels(candidate.image(region), {range.low, range.high});
+        const cv::Mat_<std::uint8_t> levels = vxsupport::greyLevels(candidate.image(region), range);
         panels.push_back({vxsupport::magnified(vxsupport::falseColours(levels, options.colourMap), times),
                           candidate.name});
     }
@@ -211,7 +216,7 @@ void addCompareCommand(CLI::App& program)
         ->expected(4)
         ->type_name("X,Y,WIDTH,HEIGHT");
     command.add_option("--colour-map,--color-map", options->colourMap, "Colours of the picture")
-        ->check(CLI::IsMember(colourMaps()))
+        ->check(CLI::IsMember(vxsupport::colourMapNames()))
         ->capture_default_str();
     command.add_flag("--force", options->force, "Replace an existing picture");
     command.footer(footer);

@@ -9,8 +9,8 @@
 #include <limits>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 #include <sstream>
+#include <stdexcept>
 #include <string_view>
 
 #include "apps/vxkit/Failure.h"
@@ -23,23 +23,6 @@ namespace {
 
 constexpr double largestCount = 65535.0;
 constexpr double absoluteZero = -273.15;
-
-struct NamedColourMap
-{
-    std::string name;
-    int map;  // of cv::applyColorMap; -1 for grey levels
-};
-
-const std::vector<NamedColourMap>& namedColourMaps()
-{
-    static const std::vector<NamedColourMap> maps = {
-        {"inferno", cv::COLORMAP_INFERNO}, {"gray", -1},
-        {"magma", cv::COLORMAP_MAGMA},     {"plasma", cv::COLORMAP_PLASMA},
-        {"viridis", cv::COLORMAP_VIRIDIS}, {"turbo", cv::COLORMAP_TURBO},
-        {"hot", cv::COLORMAP_HOT},         {"bone", cv::COLORMAP_BONE},
-    };
-    return maps;
-}
 
 std::string lowerEnding(const std::filesystem::path& path)
 {
@@ -141,29 +124,6 @@ CountScale scaleFor(const cv::Mat_<float>& image, Unit unit)
     return {high > low ? (high - low) / largestCount : 1.0, low};
 }
 
-ValueRange previewRange(const cv::Mat_<float>& image)
-{
-    std::vector<float> values = finiteValues(image);
-    if (values.empty())
-        return {0.0F, 0.0F};
-    const auto cut = static_cast<std::ptrdiff_t>(values.size() / 200);
-    std::nth_element(values.begin(), values.begin() + cut, values.end());
-    const float low = *(values.begin() + cut);
-    std::nth_element(values.begin(), values.end() - 1 - cut, values.end());
-    return {low, *(values.end() - 1 - cut)};
-}
-
-const std::vector<std::string>& colourMaps()
-{
-    static const std::vector<std::string> names = [] {
-        std::vector<std::string> list;
-        for (const NamedColourMap& map : namedColourMaps())
-            list.push_back(map.name);
-        return list;
-    }();
-    return names;
-}
-
 bool isFloatFile(const std::filesystem::path& path)
 {
     const std::string ending = lowerEnding(path);
@@ -190,13 +150,7 @@ void saveFloats(const std::filesystem::path& path, const cv::Mat_<float>& image,
 void saveCounts(const std::filesystem::path& path, const cv::Mat_<float>& image, const CountScale& scale,
                 bool force)
 {
-    cv::Mat_<std::uint16_t> counts(image.size());
-    std::transform(image.begin(), image.end(), counts.begin(), [&](float value) {
-        const double count = std::round((static_cast<double>(value) - scale.offset) / scale.scale);
-        return std::isnan(count) ? std::uint16_t{0}
-                                 : static_cast<std::uint16_t>(std::clamp(count, 0.0, largestCount));
-    });
-    std::vector<unsigned char> png = encode(path, ".png", counts);
+    std::vector<unsigned char> png = encode(path, ".png", vxsupport::toCounts(image, scale));
     insertText(png, "Comment", scaleText(scale));
     saveBytes(path, png, force);
 }
@@ -204,22 +158,13 @@ void saveCounts(const std::filesystem::path& path, const cv::Mat_<float>& image,
 void savePreview(const std::filesystem::path& path, const cv::Mat_<float>& image, const ValueRange& range,
                  const std::string& colourMap, bool force)
 {
-    const float span = range.high > range.low ? range.high - range.low : 1.0F;
-    cv::Mat_<std::uint8_t> levels(image.size());
-    std::transform(image.begin(), image.end(), levels.begin(), [&](float value) {
-        const float level = (value - range.low) / span;
-        return std::isnan(level)
-                   ? std::uint8_t{0}
-                   : static_cast<std::uint8_t>(std::lround(std::clamp(level, 0.0F, 1.0F) * 255.0F));
-    });
-    const auto& maps = namedColourMaps();
-    const auto found = std::find_if(maps.begin(), maps.end(),
-                                    [&](const NamedColourMap& map) { return map.name == colourMap; });
-    if (found == maps.end())
-        throw UsageError("unknown colour map " + colourMap);
-    cv::Mat picture = levels;
-    if (found->map >= 0)
-        cv::applyColorMap(levels, picture, found->map);
+    cv::Mat picture = vxsupport::greyLevels(image, range);
+    try {
+        if (colourMap != "gray")
+            picture = vxsupport::falseColours(picture, colourMap);
+    } catch (const std::invalid_argument& error) {
+        throw UsageError(error.what());
+    }
     saveBytes(path, encode(path, ".png", picture), force);
 }
 

@@ -5,14 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "support/Counts.h"
+#include "support/Pictures.h"
+
 namespace vxapp {
 
-/// How the counts of a 16-bit image are to be read: value = count * scale + offset.
-struct CountScale
-{
-    double scale;
-    double offset;
-};
+using vxsupport::CountScale;
+using vxsupport::ValueRange;
 
 /// "value = count * 0.01 - 273.15"
 std::string scaleText(const CountScale& scale);
@@ -29,20 +28,6 @@ enum class Unit
 /// counts quarters or whole counts from 0 on). An image that fits none of them is stretched over all counts.
 CountScale scaleFor(const cv::Mat_<float>& image, Unit unit);
 
-/// Range of values that a preview shows.
-struct ValueRange
-{
-    float low;
-    float high;
-};
-
-/// The range of an image's values without the outermost half percent at each end, so that a few hot pixels
-/// don't darken a preview. Values that are no numbers don't count.
-ValueRange previewRange(const cv::Mat_<float>& image);
-
-/// The names that savePreview() takes; the first is meant as default.
-const std::vector<std::string>& colourMaps();
-
 /// Whether saveFloats() or saveCounts() writes such a file, by its ending.
 bool isFloatFile(const std::filesystem::path& path);  ///< .tif, .tiff, .pfm
 bool isPngFile(const std::filesystem::path& path);    ///< .png
@@ -58,7 +43,7 @@ void saveFloats(const std::filesystem::path& path, const cv::Mat_<float>& image,
 void saveCounts(const std::filesystem::path& path, const cv::Mat_<float>& image, const CountScale& scale,
                 bool force);
 
-/// Writes an 8-bit colour PNG for looking at.
+/// Writes an 8-bit colour PNG for looking at; the colour map is one of vxsupport::colourMapNames().
 void savePreview(const std::filesystem::path& path, const cv::Mat_<float>& image, const ValueRange& range,
                  const std::string& colourMap, bool force);
 

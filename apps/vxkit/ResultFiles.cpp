@@ -41,7 +41,7 @@ void addResultOptions(CLI::App& command, ResultOptions& options)
                     "Also (or, without -o, only) write an 8-bit PNG in colours for looking at")
         ->type_name("FILE.png");
     command.add_option("--colour-map,--color-map", options.colourMap, "Colours of the preview")
-        ->check(CLI::IsMember(colourMaps()))
+        ->check(CLI::IsMember(vxsupport::colourMapNames()))
         ->capture_default_str();
     command.add_flag("--force", options.force, "Replace existing files");
 }
@@ -101,7 +101,7 @@ std::string ResultFiles::writeValues(int number, const cv::Mat_<float>& image) c
 std::string ResultFiles::writePreview(int number, const cv::Mat_<float>& image)
 {
     if (!previewRange_)
-        previewRange_ = vxapp::previewRange(image);
+        previewRange_ = vxsupport::visibleRange(image);
     const std::string name = nameFor(options_.preview, number);
     savePreview(name, image, *previewRange_, options_.colourMap, options_.force);
     std::ostringstream text;

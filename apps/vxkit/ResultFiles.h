@@ -19,7 +19,7 @@ struct ResultOptions
 {
     std::string path;     ///< ends in .tif, .tiff, .pfm (floats) or .png (16-bit counts); may be empty
     std::string preview;  ///< 8-bit .png; may be empty, but not both
-    std::string colourMap = colourMaps().front();
+    std::string colourMap = vxsupport::colourMapNames().front();
     bool force = false;
 };
 

@@ -133,7 +133,7 @@ std::string describe(const SimulateOptions& options, const std::vector<PointF>& 
     if (keepsFloats(*frameFormatFrom(options.format)))
         text << "values degrees\n";
     else
-        text << "values " << scaleText({options.scale.scale, options.scale.offset}) << '\n';
+        text << "values " << scaleText(options.scale) << '\n';
     text << "# Frame, shift x, shift y: positive when the scene lies further right or lower than in the\n"
          << "# frame whose shift is 0 0.\n"
          << std::setprecision(7);

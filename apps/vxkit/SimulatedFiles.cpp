@@ -95,7 +95,7 @@ void SimulatedFiles::writeSeries(const std::string& name, int frames,
         if (keepsFloats(format_))
             saveFloats(pathOf(name, i), frame(i), force_);
         else
-            saveCounts(pathOf(name, i), frame(i), {scale_.scale, scale_.offset}, force_);
+            saveCounts(pathOf(name, i), frame(i), scale_, force_);
     }
 }
 

@@ -106,7 +106,7 @@ TEST_F(OutputTest, PreviewSpansTheValuesWithoutTheOutermost)
     image(0, 0) = -1e9F;
     image(19, 19) = 1e9F;
     image(5, 5) = notANumber;
-    const ValueRange range = previewRange(image);
+    const ValueRange range = vxsupport::visibleRange(image);
     EXPECT_EQ(range.low, 1.0F);
     EXPECT_EQ(range.high, 398.0F);
 
@@ -117,9 +117,9 @@ TEST_F(OutputTest, PreviewSpansTheValuesWithoutTheOutermost)
     EXPECT_EQ(gray.at<std::uint8_t>(5, 5), 0);
     EXPECT_EQ(gray.at<std::uint8_t>(19, 19), 255);
     EXPECT_NEAR(gray.at<std::uint8_t>(10, 0), 128, 1);
-    EXPECT_LT(previewRange(cv::Mat_<float>(2, 2, notANumber)).low, 1.0F);
+    EXPECT_LT(vxsupport::visibleRange(cv::Mat_<float>(2, 2, notANumber)).low, 1.0F);
 
-    for (const std::string& map : colourMaps())
+    for (const std::string& map : vxsupport::colourMapNames())
         savePreview(folder / (map + ".png"), image, range, map, true);
     EXPECT_EQ(read(folder / "inferno.png").type(), CV_8UC3);
     EXPECT_THROW(savePreview(folder / "x.png", image, range, "no such map", false), UsageError);
