@@ -13,7 +13,10 @@ target_compile_options(vxkit_build_flags INTERFACE
   -ffp-contract=off -fno-math-errno -fno-trapping-math)
 
 # Texts with a source path read "modules/...", not the build machine's folder.
-target_compile_options(vxkit_build_flags INTERFACE "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+file(RELATIVE_PATH relative_source_dir ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+target_compile_options(vxkit_build_flags INTERFACE
+  "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/="
+  "-fmacro-prefix-map=${relative_source_dir}=")  # compiler caches make paths relative
 
 if(VXKIT_SANITIZE)
   target_compile_options(vxkit_build_flags INTERFACE
