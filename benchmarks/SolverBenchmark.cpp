@@ -102,10 +102,10 @@ double operationsOfStep(const cv::Size& size)
     return frameCount * perFrame + (9.0 * 2.0 + vectors) * fullPixels(size);
 }
 
-// One pass: the four weights and the diagonal, R, S, Q and U once each way, and the masks.
+// One pass: the four weights, which also give the diagonal, R, S, Q and U once each way, and the masks.
 double bytesOfStep(const cv::Size& size)
 {
-    return 4.0 * (5.0 + 7.0) * fullPixels(size) + frameCount * size.area();
+    return 4.0 * (4.0 + 7.0) * fullPixels(size) + frameCount * size.area();
 }
 
 double bytesPerSecond()

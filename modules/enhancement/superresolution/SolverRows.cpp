@@ -38,17 +38,30 @@ VX_KERNEL void directionRow(float beta, const float* VX_RESTRICT s, const float*
         out[i] = beta * s[i] + r[i];
 }
 
+VX_KERNEL void turnRow(float alpha, float beta, float* VX_RESTRICT s, const float* VX_RESTRICT r,
+                       float* VX_RESTRICT u, int floats)
+{
+    for (int i = 0; i < whole(floats); ++i) {
+        u[i] += alpha * s[i];
+        s[i] = beta * s[i] + r[i];
+    }
+}
+
+VX_KERNEL void advanceRow(float alpha, const float* VX_RESTRICT s, const float* u, float* out, int floats)
+{
+    for (int i = 0; i < whole(floats); ++i)
+        out[i] = u[i] + alpha * s[i];
+}
+
 VX_KERNEL void addRow(const float* VX_RESTRICT other, float* VX_RESTRICT row, int floats)
 {
     for (int i = 0; i < whole(floats); ++i)
         row[i] += other[i];
 }
 
-VX_KERNEL double stepRow(float alpha, const float* VX_RESTRICT s, const float* VX_RESTRICT q,
-                         float* VX_RESTRICT u, float* VX_RESTRICT r, int floats)
+VX_KERNEL double stepRow(float alpha, const float* VX_RESTRICT q, float* VX_RESTRICT r, int floats)
 {
     return laneSum<lanes>(whole(floats), [=](int i) {
-        u[i] += alpha * s[i];
         r[i] -= alpha * q[i];
         return r[i] * r[i];
     });

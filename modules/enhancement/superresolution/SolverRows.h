@@ -15,12 +15,18 @@ double residualRow(const float* b, float* r, int floats);
 /// out = beta * s + r
 void directionRow(float beta, const float* s, const float* r, float* out, int floats);
 
+/// s = beta * s + r, after u += alpha * s
+void turnRow(float alpha, float beta, float* s, const float* r, float* u, int floats);
+
+/// out = u + alpha * s; out may be u.
+void advanceRow(float alpha, const float* s, const float* u, float* out, int floats);
+
 /// row += other
 void addRow(const float* other, float* row, int floats);
 
-/// u += alpha * s and r -= alpha * q
+/// r -= alpha * q
 /// @return the sum of r * r
-double stepRow(float alpha, const float* s, const float* q, float* u, float* r, int floats);
+double stepRow(float alpha, const float* q, float* r, int floats);
 
 /// out = columns * scale + offset, any number of them.
 void denormaliseRow(const float* columns, float scale, float offset, float* out, int n);

@@ -15,6 +15,8 @@ namespace halvor::vx {
 namespace {
 
 constexpr int debugLevel = 11;
+// Rows above and below its own that a thread's sweep looks at.
+constexpr int borderRows = 4;
 
 int usefulWorkers(int pairs)
 {
@@ -27,7 +29,7 @@ SrFloatSystem::Worker::Worker(int frameWidth, int frameHeight, int capacity, con
     : sweep(frameWidth, frameHeight, capacity, layout.frameOrder()),
       window(layout),
       above(4, layout.pitch + LaneOrder::lanes, 0.0F),
-      unused(layout.pitch),
+      border(2 * borderRows, layout.pitch, 0.0F),
       columns(layout.size()),
       maskColumns(layout.frameOrder().size())
 {}
@@ -35,7 +37,7 @@ SrFloatSystem::Worker::Worker(int frameWidth, int frameHeight, int capacity, con
 WeightRow SrFloatSystem::Worker::weightsAbove()
 {
     const auto row = [this](int kind) { return above[kind] + LaneOrder::lanes; };
-    return {row(0), row(1), row(2), row(3), nullptr};
+    return {row(0), row(1), row(2), row(3)};
 }
 
 SrFloatSystem::SrFloatSystem(int frameWidth, int frameHeight, int capacity, float factor, int psfSize,
@@ -56,14 +58,12 @@ SrFloatSystem::SrFloatSystem(int frameWidth, int frameHeight, int capacity, floa
       Ld(layout_, 3),
       Ldl(layout_, 4),
       Ldr(layout_, 5),
-      Lc(layout_, 6),
-      R(layout_, 7),
-      S(layout_, 8),
-      nextS_(layout_, 9),
-      Q(layout_, 10),
-      TmpConv(static_cast<std::size_t>(frameWidth) * frameHeight),
-      TmpFull(static_cast<std::size_t>(layout_.width) * layout_.height),
-      plain_(TmpFull.size()),
+      R(layout_, 6),
+      S(layout_, 7),
+      Q(layout_, 8),
+      TmpConv(frameHeight, frameWidth),
+      TmpFull(layout_.height, layout_.width),
+      plain_(layout_.height, layout_.width),
       sums_(layout_.height),
       masks_(frameWidth, frameHeight, capacity, layout_.frameOrder())
 {
@@ -76,7 +76,7 @@ SrFloatSystem::SrFloatSystem(int frameWidth, int frameHeight, int capacity, floa
 
 WeightRow SrFloatSystem::weightRow(int y)
 {
-    return {Lr.row(y), Ld.row(y), Ldl.row(y), Ldr.row(y), Lc.row(y)};
+    return {Lr.row(y), Ld.row(y), Ldl.row(y), Ldr.row(y)};
 }
 
 bool SrFloatSystem::fusedWanted() const
@@ -89,6 +89,7 @@ bool SrFloatSystem::fusedWanted() const
 double SrFloatSystem::backProject(const SrFloatBurst& burst)
 {
     burst_ = burst;
+    pendingAlpha_.reset();
     fused_ = fusedWanted();
     if (fused_) {
         models_.clear();
@@ -134,116 +135,148 @@ RowTriple SrFloatSystem::triple(const RowWindow& window, int y)
     return {window.row(y - 1), window.row(y), window.row(y + 1)};
 }
 
-// fetch puts a row of the image into the window; each row is fetched once, in ascending order, up to the
-// border that the first and last pair reach. weights gives the weights of a row and of the row above;
-// finish takes each finished row of out and gives its share of the sum.
-template <typename Fetch, typename Weights, typename Finish>
-void SrFloatSystem::sweepSystem(Worker& worker, PairRange range, LaneImage& out, Fetch fetch, Weights weights,
-                                Finish finish)
+// Applies the system to an image that is updated on the way. border(y, row) forms a row that belongs to
+// another thread, own(y) updates a row in place and gives it; all borders are formed before any row changes.
+// weights(worker, y, isFirst) gives the weights of the row above and of row y, finish(y) a finished row's
+// share of the sum.
+template <typename Border, typename Own, typename Weights, typename Finish>
+void SrFloatSystem::sweepSystem(LaneImage& out, Border border, Own own, Weights weights, Finish finish)
 {
-    const int height = layout_.height;
-    const auto advance = [&](int pair) {
-        for (int y = 2 * pair; y < std::min(2 * pair + 2, height); ++y) {
-            fetch(y);
-            worker.window.close(y);
+    forEachWorker([&](Worker& worker, PairRange range) {
+        const int height = layout_.height;
+        const int begin = std::max(range.first - 2, 0);
+        const int firstRow = 2 * range.first;
+        const int endRow = std::min(2 * range.end, height);
+        const int borderEnd = std::min(endRow + borderRows, height);
+        if (firstRow < endRow) {
+            for (int y = 2 * begin; y < firstRow; ++y)
+                border(y, worker.border[firstRow - 1 - y]);
+            for (int y = endRow; y < borderEnd; ++y)
+                border(y, worker.border[borderRows + y - endRow]);
         }
-        worker.sweep.gather(pair, worker.window.row(2 * pair), worker.window.row(2 * pair + 1));
-        worker.sweep.finish(pair - 2, masks_);
-    };
+#pragma omp barrier
+        if (firstRow >= endRow)
+            return;
 
-    const int begin = std::max(range.first - 2, 0);
-    worker.sweep.begin(models_, begin);
-    for (int pair = begin; pair < range.first + 2; ++pair)
-        advance(pair);
-    for (int pair = range.first; pair < range.end; ++pair) {
-        advance(pair + 2);
-        const int end = std::min(2 * pair + 2, height);
-        for (int y = 2 * pair; y < end; ++y) {
-            const auto [above, own] = weights(y);
-            applyLaplacian(layout_, above, own, triple(worker.window, y), out.row(y));
+        const auto fetch = [&](int y) -> const float* {
+            if (y < firstRow)
+                return worker.border[firstRow - 1 - y];
+            return y < endRow ? own(y) : worker.border[borderRows + y - endRow];
+        };
+        const auto advance = [&](int pair) {
+            for (int y = 2 * pair; y < std::min(2 * pair + 2, height); ++y) {
+                std::copy_n(fetch(y), layout_.size(), worker.window.open(y));
+                worker.window.close(y);
+            }
+            worker.sweep.gather(pair, worker.window.row(2 * pair), worker.window.row(2 * pair + 1));
+            worker.sweep.finish(pair - 2, masks_);
+        };
+
+        worker.sweep.begin(models_, begin);
+        for (int pair = begin; pair < range.first + 2; ++pair)
+            advance(pair);
+        for (int pair = range.first; pair < range.end; ++pair) {
+            advance(pair + 2);
+            const int end = std::min(2 * pair + 2, height);
+            for (int y = 2 * pair; y < end; ++y) {
+                const auto [above, below] = weights(worker, y, y == firstRow);
+                applyLaplacian(layout_, above, below, triple(worker.window, y), out.row(y));
+            }
+            // A single row at the end lies beyond the reach of all frames.
+            if (end == 2 * pair + 2)
+                worker.sweep.scatter(pair, out.row(2 * pair), out.row(2 * pair + 1));
+            for (int y = 2 * pair; y < end; ++y)
+                sums_[y] = finish(y);
         }
-        // A single row at the end lies beyond the reach of all frames.
-        if (end == 2 * pair + 2)
-            worker.sweep.scatter(pair, out.row(2 * pair), out.row(2 * pair + 1));
-        for (int y = 2 * pair; y < end; ++y)
-            sums_[y] = finish(y);
-    }
+    });
 }
 
 double SrFloatSystem::linearise(const EdgePotential& potential)
 {
     if (fused_) {
-        forEachWorker([&](Worker& worker, PairRange range) { lineariseFused(worker, range, potential); });
+        lineariseFused(potential);
         fused_ = std::isfinite(sums_.total());
     }
     if (!fused_) {
+        if (pendingAlpha_)
+            forEachRow([this](int y) { advanceEstimate(y); });
         computeL(potential);
         gradient(U, R);
         forEachRow([this](int y) { sums_[y] = residualRow(B.row(y), R.row(y), layout_.pitch); });
     }
+    pendingAlpha_.reset();
     return sums_.total();
 }
 
-void SrFloatSystem::lineariseFused(Worker& worker, PairRange range, const EdgePotential& potential)
+void SrFloatSystem::lineariseFused(const EdgePotential& potential)
 {
-    const int firstRow = 2 * range.first;
-    const WeightRow border = worker.weightsAbove();
-    const auto weights = [&](int y) {
-        WeightRow above = weightRow(y - 1);
-        if (y == firstRow && y > 0) {
-            fillEdgeWeights(layout_, potential, y - 1, triple(worker.window, y - 1), border);
-            above = border;
-        }
-        const WeightRow own = weightRow(y);
-        fillEdgeWeights(layout_, potential, y, triple(worker.window, y), own);
-        fillDiagonal(layout_, above, own);
-        return std::pair(above, own);
+    const auto border = [this](int y, float* row) {
+        if (pendingAlpha_)
+            advanceRow(*pendingAlpha_, S.row(y), U.row(y), row, layout_.pitch);
+        else
+            std::copy_n(U.row(y), layout_.pitch, row);
     };
-    sweepSystem(
-        worker, range, R, [&](int y) { std::copy_n(U.row(y), layout_.size(), worker.window.open(y)); },
-        weights, [this](int y) { return residualRow(B.row(y), R.row(y), layout_.pitch); });
+    const auto own = [this](int y) {
+        if (pendingAlpha_)
+            advanceEstimate(y);
+        return U.row(y);
+    };
+    const auto weights = [&](Worker& worker, int y, bool isFirst) {
+        WeightRow above = weightRow(y - 1);
+        if (isFirst && y > 0) {
+            above = worker.weightsAbove();
+            fillEdgeWeights(layout_, potential, y - 1, triple(worker.window, y - 1), above);
+        }
+        fillEdgeWeights(layout_, potential, y, triple(worker.window, y), weightRow(y));
+        return std::pair(above, weightRow(y));
+    };
+    sweepSystem(R, border, own, weights,
+                [this](int y) { return residualRow(B.row(y), R.row(y), layout_.pitch); });
+    pendingAlpha_.reset();
 }
 
 double SrFloatSystem::startDirection()
 {
-    return multiplyDirection([this](int y, float* stored) { std::copy_n(R.row(y), layout_.pitch, stored); });
+    const auto border = [this](int y, float* row) { std::copy_n(R.row(y), layout_.pitch, row); };
+    const auto own = [this](int y) {
+        std::copy_n(R.row(y), layout_.pitch, S.row(y));
+        return S.row(y);
+    };
+    return multiplyDirection(border, own);
 }
 
 double SrFloatSystem::nextDirection(float beta)
 {
-    return multiplyDirection([this, beta](int y, float* stored) {
-        directionRow(beta, S.row(y), R.row(y), stored, layout_.pitch);
+    const float alpha = pendingAlpha_.value_or(0.0F);
+    const auto border = [this, beta](int y, float* row) {
+        directionRow(beta, S.row(y), R.row(y), row, layout_.pitch);
+    };
+    const auto own = [this, alpha, beta](int y) {
+        turnRow(alpha, beta, S.row(y), R.row(y), U.row(y), layout_.pitch);
+        if (!std::isfinite(alpha))
+            layout_.clearPadding(U.row(y));
         if (!std::isfinite(beta))
-            layout_.clearPadding(stored);
-    });
+            layout_.clearPadding(S.row(y));
+        return S.row(y);
+    };
+    pendingAlpha_.reset();
+    return multiplyDirection(border, own);
 }
 
-// direction forms a row of S.
-template <typename Direction>
-double SrFloatSystem::multiplyDirection(Direction direction)
+template <typename Border, typename Own>
+double SrFloatSystem::multiplyDirection(Border border, Own own)
 {
-    const bool wasFused = fused_;
-    if (fused_) {
-        forEachWorker([&](Worker& worker, PairRange range) {
-            const auto fetch = [&](int y) {
-                const bool own = y >= 2 * range.first && y < 2 * range.end;
-                float* const stored = own ? nextS_.row(y) : worker.unused.data();
-                direction(y, stored);
-                std::copy_n(stored, layout_.size(), worker.window.open(y));
-            };
-            sweepSystem(
-                worker, range, Q, fetch, [this](int y) { return std::pair(weightRow(y - 1), weightRow(y)); },
-                [this](int y) { return dotRow(nextS_.row(y), Q.row(y), layout_.pitch); });
-        });
-        fused_ = std::isfinite(sums_.total());
-    }
+    const auto product = [this](int y) { return dotRow(S.row(y), Q.row(y), layout_.pitch); };
+    const auto weights = [this](Worker&, int y, bool) { return std::pair(weightRow(y - 1), weightRow(y)); };
+    if (fused_)
+        sweepSystem(Q, border, own, weights, product);
+    else
+        forEachRow(own);
+    fused_ = fused_ && std::isfinite(sums_.total());
     if (!fused_) {
-        if (!wasFused)
-            forEachRow([&](int y) { direction(y, nextS_.row(y)); });
-        gradient(nextS_, Q);
-        forEachRow([this](int y) { sums_[y] = dotRow(nextS_.row(y), Q.row(y), layout_.pitch); });
+        gradient(S, Q);
+        forEachRow([&](int y) { sums_[y] = product(y); });
     }
-    std::swap(S, nextS_);
     return sums_.total();
 }
 
@@ -251,14 +284,22 @@ double SrFloatSystem::step(float alpha)
 {
     const bool finite = std::isfinite(alpha);
     forEachRow([this, alpha, finite](int y) {
-        sums_[y] = stepRow(alpha, S.row(y), Q.row(y), U.row(y), R.row(y), layout_.pitch);
+        sums_[y] = stepRow(alpha, Q.row(y), R.row(y), layout_.pitch);
         if (!finite) {
-            layout_.clearPadding(U.row(y));
             layout_.clearPadding(R.row(y));
             sums_[y] = dotRow(R.row(y), R.row(y), layout_.pitch);
         }
     });
+    pendingAlpha_ = alpha;
     return sums_.total();
+}
+
+// U += alpha * S for one row.
+void SrFloatSystem::advanceEstimate(int y)
+{
+    advanceRow(*pendingAlpha_, S.row(y), U.row(y), U.row(y), layout_.pitch);
+    if (!std::isfinite(*pendingAlpha_))
+        layout_.clearPadding(U.row(y));
 }
 
 void SrFloatSystem::writeResult(float scale, float offset, float* out)
@@ -269,11 +310,14 @@ void SrFloatSystem::writeResult(float scale, float offset, float* out)
     forEachWorker([&](Worker& worker, PairRange range) {
         for (int y = std::max(2 * range.first, margin); y < std::min(2 * range.end, outHeight + margin);
              ++y) {
+            if (pendingAlpha_)
+                advanceEstimate(y);
             layout_.fromLanes(U.row(y), worker.columns.data());
             denormaliseRow(&worker.columns[margin], scale, offset,
                            out + static_cast<std::ptrdiff_t>(y - margin) * outWidth, outWidth);
         }
     });
+    pendingAlpha_.reset();
 }
 
 }  // namespace halvor::vx

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <opencv2/core/mat.hpp>
+#include <optional>
 #include <vector>
 
 #include "core/base/RowSums.h"
@@ -71,7 +72,7 @@ private:
         FrameSweep sweep;
         RowWindow window;
         cv::Mat_<float> above;       // weights of the row above the first own one, one kind per row
-        std::vector<float> unused;   // takes the rows of S that belong to other threads
+        cv::Mat_<float> border;      // rows of other threads, as this thread's sweep needs them
         std::vector<float> columns;  // one row in the image's own order of columns
         std::vector<std::int8_t> maskColumns;
     };
@@ -86,23 +87,23 @@ private:
     void forEachWorker(Pass pass);
     template <typename Work>
     void forEachRow(Work work);
-    template <typename Fetch, typename Weights, typename Finish>
-    void sweepSystem(Worker& worker, PairRange range, LaneImage& out, Fetch fetch, Weights weights,
-                     Finish finish);
+    template <typename Border, typename Own, typename Weights, typename Finish>
+    void sweepSystem(LaneImage& out, Border border, Own own, Weights weights, Finish finish);
     template <typename Visit>
     void forEachTriple(const LaneImage& x, Visit visit);
 
     static RowTriple triple(const RowWindow& window, int y);
-
     WeightRow weightRow(int y);
     bool fusedWanted() const;
+
     void backProjectFused(Worker& worker, PairRange range);
     void backProjectByOperators();
-    void lineariseFused(Worker& worker, PairRange range, const EdgePotential& potential);
+    void lineariseFused(const EdgePotential& potential);
+    template <typename Border, typename Own>
+    double multiplyDirection(Border border, Own own);
     void computeL(const EdgePotential& potential);
-    template <typename Direction>
-    double multiplyDirection(Direction direction);
     void gradient(const LaneImage& x, LaneImage& out);
+    void advanceEstimate(int y);
     void addTmpFull(LaneImage& out);
     float laplacianAt(const LaneImage& x, int index) const;
 
@@ -119,21 +120,21 @@ private:
     LaneImage Ld;
     LaneImage Ldl;
     LaneImage Ldr;
-    LaneImage Lc;
     LaneImage R;
     LaneImage S;
-    LaneImage nextS_;
     LaneImage Q;
     // Row-major arrays of the operators.
-    std::vector<float> TmpConv;
-    std::vector<float> TmpFull;
-    std::vector<float> plain_;
+    cv::Mat_<float> TmpConv;
+    cv::Mat_<float> TmpFull;
+    cv::Mat_<float> plain_;
     RowSums<double> sums_;
     std::vector<FrameModel> models_;
     LaneMasks masks_;
     std::vector<Worker> workers_;
     SrFloatBurst burst_{};
     bool fused_ = false;
+    // The last step's alpha. U takes alpha * S when it is passed over for the next time.
+    std::optional<float> pendingAlpha_;
 };
 
 // pass(worker, pairs): each thread has a worker and a stretch of row pairs of its own.

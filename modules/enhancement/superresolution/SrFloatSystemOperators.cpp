@@ -18,7 +18,7 @@ void SrFloatSystem::backProjectByOperators()
     forEachRow([this](int y) { std::fill_n(B.row(y), layout_.pitch, 0.0F); });
     for (int k = 0; k < burst_.count; ++k) {
         conv.fullConvFromSparse(burst_.frames[k], burst_.psfX[k].data(), burst_.psfY[k].data(),
-                                burst_.masks[k], TmpFull.data());
+                                burst_.masks[k], TmpFull[0]);
         addTmpFull(B);
     }
     forEachRow([this](int y) {
@@ -52,7 +52,6 @@ void SrFloatSystem::computeL(const EdgePotential& potential)
     forEachTriple(U, [&](Worker&, int y, const RowTriple& rows) {
         fillEdgeWeights(layout_, potential, y, rows, weightRow(y));
     });
-    forEachRow([this](int y) { fillDiagonal(layout_, weightRow(y - 1), weightRow(y)); });
 }
 
 void SrFloatSystem::gradient(const LaneImage& x, LaneImage& out)
@@ -67,15 +66,14 @@ void SrFloatSystem::gradient(const LaneImage& x, LaneImage& out)
         for (const int column : {0, last})
             out.row(y)[layout_.place(column)] = laplacianAt(x, y * layout_.width + column);
         layout_.fromLanes(x.row(y), worker.columns.data());
-        std::copy_n(worker.columns.data(), layout_.width,
-                    &plain_[static_cast<std::size_t>(y) * layout_.width]);
+        std::copy_n(worker.columns.data(), layout_.width, plain_[y]);
     });
     for (int k = 0; k < burst_.count; ++k) {
         debug_.send("gradient for frame: ", k, debugLevel);
         const float* const psfX = burst_.psfX[k].data();
         const float* const psfY = burst_.psfY[k].data();
-        conv.validCorrToSparse(plain_.data(), psfX, psfY, TmpConv.data());
-        conv.fullConvFromSparse(TmpConv.data(), psfX, psfY, burst_.masks[k], TmpFull.data());
+        conv.validCorrToSparse(plain_[0], psfX, psfY, TmpConv[0]);
+        conv.fullConvFromSparse(TmpConv[0], psfX, psfY, burst_.masks[k], TmpFull[0]);
         addTmpFull(out);
     }
     debug_.send("end gradient", debugLevel);
@@ -85,11 +83,10 @@ void SrFloatSystem::addTmpFull(LaneImage& out)
 {
     forEachWorker([&](Worker& worker, PairRange range) {
         for (int y = 2 * range.first; y < std::min(2 * range.end, layout_.height); ++y) {
-            std::copy_n(&TmpFull[static_cast<std::size_t>(y) * layout_.width], layout_.width,
-                        worker.columns.data());
+            std::copy_n(TmpFull[y], layout_.width, worker.columns.data());
             std::fill(worker.columns.begin() + layout_.width, worker.columns.end(), 0.0F);
-            layout_.toLanes(worker.columns.data(), worker.unused.data());
-            addRow(worker.unused.data(), out.row(y), layout_.size());
+            layout_.toLanes(worker.columns.data(), worker.border[0]);
+            addRow(worker.border[0], out.row(y), layout_.size());
         }
     });
 }
@@ -98,28 +95,46 @@ float SrFloatSystem::laplacianAt(const LaneImage& x, int index) const
 {
     const int width = layout_.width;
     const int count = width * layout_.height;
-    float sum = 0.0F;
-    const auto add = [&](const LaneImage& weights, int edge, int neighbour) {
-        sum += weights.row(edge / width)[layout_.place(edge % width)] *
-               x.row(neighbour / width)[layout_.place(neighbour % width)];
+    const auto at = [&](const LaneImage& image, int i) {
+        return image.row(i / width)[layout_.place(i % width)];
     };
+    float centre = 0.0F;
+    float sum = 0.0F;
+    const auto touch = [&](const LaneImage& weights, int edge) { centre -= at(weights, edge); };
+    const auto add = [&](float weight, int neighbour) { sum += weight * at(x, neighbour); };
+
+    const bool hasAbove = index >= width;
+    const bool hasBelow = index < count - width;
     if (index > width)
-        add(Ldr, index - width - 1, index - width - 1);
-    if (index >= width) {
-        add(Ld, index - width, index - width);
-        add(Ldl, index - width + 1, index - width + 1);
+        touch(Ldr, index - width - 1);
+    if (hasAbove) {
+        touch(Ld, index - width);
+        touch(Ldl, index - width + 1);
     }
     if (index > 0)
-        add(Lr, index - 1, index - 1);
-    add(Lc, index, index);
+        touch(Lr, index - 1);
+    touch(Lr, index);
+    touch(Ldr, index);
+    touch(Ld, index);
+    touch(Ldl, index);
+
+    if (index > width)
+        add(at(Ldr, index - width - 1), index - width - 1);
+    if (hasAbove) {
+        add(at(Ld, index - width), index - width);
+        add(at(Ldl, index - width + 1), index - width + 1);
+    }
+    if (index > 0)
+        add(at(Lr, index - 1), index - 1);
+    add(centre, index);
     if (index < count - 1)
-        add(Lr, index, index + 1);
-    if (index > 0 && index < count - width)
-        add(Ldl, index, index + width - 1);
-    if (index < count - width)
-        add(Ld, index, index + width);
+        add(at(Lr, index), index + 1);
+    if (index > 0 && hasBelow)
+        add(at(Ldl, index), index + width - 1);
+    if (hasBelow)
+        add(at(Ld, index), index + width);
     if (index < count - width - 1)
-        add(Ldr, index, index + width + 1);
+        add(at(Ldr, index), index + width + 1);
     return sum;
 }
 

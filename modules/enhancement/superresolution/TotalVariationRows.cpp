@@ -32,32 +32,26 @@ VX_KERNEL void fillRow(EdgePotential potential, const float* VX_RESTRICT own, co
     }
 }
 
-VX_KERNEL void sumRow(const float* VX_RESTRICT aboveRight, const float* VX_RESTRICT above,
-                      const float* VX_RESTRICT aboveLeft, const float* VX_RESTRICT right,
-                      const float* VX_RESTRICT below, const float* VX_RESTRICT belowLeft,
-                      const float* VX_RESTRICT belowRight, float* VX_RESTRICT centre, int run)
-{
-    for (int i = 0; i < run * lanes; ++i)
-        centre[i] = -aboveRight[i - next] - above[i] - aboveLeft[i + next] - right[i - next] - right[i] -
-                    belowRight[i] - below[i] - belowLeft[i];
-}
-
-VX_KERNEL void applyRow(const float* VX_RESTRICT aboveRight, const float* VX_RESTRICT above,
-                        const float* VX_RESTRICT aboveLeft, const WeightRow& own, const RowTriple& image,
+VX_KERNEL void applyRow(const WeightRow& above, const WeightRow& own, const RowTriple& image,
                         float* VX_RESTRICT out, int run)
 {
+    const float* VX_RESTRICT const up = above.below;
+    const float* VX_RESTRICT const upRight = above.belowLeft;
+    const float* VX_RESTRICT const upLeft = above.belowRight;
     const float* VX_RESTRICT const right = own.right;
-    const float* VX_RESTRICT const below = own.below;
-    const float* VX_RESTRICT const belowLeft = own.belowLeft;
-    const float* VX_RESTRICT const belowRight = own.belowRight;
-    const float* VX_RESTRICT const centre = own.centre;
+    const float* VX_RESTRICT const down = own.below;
+    const float* VX_RESTRICT const downLeft = own.belowLeft;
+    const float* VX_RESTRICT const downRight = own.belowRight;
+    const float* VX_RESTRICT const a = image.above;
     const float* VX_RESTRICT const x = image.own;
-    const float* VX_RESTRICT const up = image.above;
-    const float* VX_RESTRICT const down = image.below;
-    for (int i = 0; i < run * lanes; ++i)
-        out[i] = aboveRight[i - next] * up[i - next] + above[i] * up[i] + aboveLeft[i + next] * up[i + next] +
-                 right[i - next] * x[i - next] + centre[i] * x[i] + right[i] * x[i + next] +
-                 belowLeft[i] * down[i - next] + below[i] * down[i] + belowRight[i] * down[i + next] + 0.0F;
+    const float* VX_RESTRICT const b = image.below;
+    for (int i = 0; i < run * lanes; ++i) {
+        const float centre = -upLeft[i - next] - up[i] - upRight[i + next] - right[i - next] - right[i] -
+                             downRight[i] - down[i] - downLeft[i];
+        out[i] = upLeft[i - next] * a[i - next] + up[i] * a[i] + upRight[i + next] * a[i + next] +
+                 right[i - next] * x[i - next] + centre * x[i] + right[i] * x[i + next] +
+                 downLeft[i] * b[i - next] + down[i] * b[i] + downRight[i] * b[i + next] + 0.0F;
+    }
 }
 
 }  // namespace
@@ -87,16 +81,10 @@ void fillEdgeWeights(const LaneLayout& layout, const EdgePotential& potential, i
     LaneEdges::fillBehind(weights.belowLeft, layout.run, 1);
 }
 
-void fillDiagonal(const LaneLayout& layout, const WeightRow& above, const WeightRow& weights)
-{
-    sumRow(above.belowRight, above.below, above.belowLeft, weights.right, weights.below, weights.belowLeft,
-           weights.belowRight, weights.centre, layout.run);
-}
-
 void applyLaplacian(const LaneLayout& layout, const WeightRow& above, const WeightRow& weights,
                     const RowTriple& image, float* out)
 {
-    applyRow(above.belowRight, above.below, above.belowLeft, weights, image, out, layout.run);
+    applyRow(above, weights, image, out, layout.run);
 }
 
 }  // namespace halvor::vx
