@@ -12,7 +12,7 @@ namespace {
 
 constexpr int binLines = 4;  // image lines of the binary histogram block
 constexpr int patternDelay = 1;
-constexpr long long largestFrame = 1LL << 26;  // pixels
+constexpr long long largestFrame = 1LL << 24;  // pixels
 
 // Which buffer takes the next frame: one for the whole process, since the hardware's capture never stops.
 int readToggle = 0;
@@ -23,7 +23,7 @@ Settings usableSettings(const char* path)
     Settings settings;
     const bool isRead = readSettings(path, settings);
     const long long pixels = static_cast<long long>(settings.cols) * settings.rows;
-    const bool isUsable = settings.cols >= 0 && settings.rows >= 0 && pixels <= largestFrame;
+    const bool isUsable = settings.cols > 0 && settings.rows > 0 && pixels <= largestFrame;
     if (!isRead)
         std::printf("main: Cannot read %s\n", path != nullptr ? path : "(null)");
     else if (!isUsable)
@@ -33,6 +33,15 @@ Settings usableSettings(const char* path)
         settings.rows = 0;
     }
     return settings;
+}
+
+// A folder opens like a file, but the first read fails.
+bool isReadable(std::FILE* file)
+{
+    if (file == nullptr)
+        return false;
+    std::ungetc(std::fgetc(file), file);
+    return std::ferror(file) == 0;
 }
 
 int bypassFor(int mode)
@@ -93,13 +102,14 @@ bool StreamProcessor::openFiles()
 {
     const char* in = settings_.fileName.c_str();
     inFile.reset(std::fopen(in, "rb"));
-    if (!inFile) {
+    if (!isReadable(inFile.get())) {
         std::printf("open: Cannot load %s\n", in);
         return false;
     }
     std::printf("open: %s\n", in);
     const std::string name = outputName();
-    outFile.reset(std::fopen(name.c_str(), "wb"));
+    // Without a frame size there is nothing to write: an earlier result stays as it is.
+    outFile.reset(pixelCount > 0 ? std::fopen(name.c_str(), "wb") : nullptr);
     if (!outFile) {
         std::printf("save: Cannot write to %s\n", name.c_str());
         inFile.reset();
@@ -138,8 +148,6 @@ std::string StreamProcessor::outputName() const
 
 bool StreamProcessor::readFrame()
 {
-    if (pixelCount == 0)
-        return false;
     bool isRepeated = false;
     while (!isRepeated) {
         std::vector<unsigned char>& buffer = readToggle == 0 ? frameBufferA : frameBufferB;
