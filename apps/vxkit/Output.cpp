@@ -23,14 +23,7 @@ namespace {
 
 constexpr double largestCount = 65535.0;
 constexpr double absoluteZero = -273.15;
-
-std::string lowerEnding(const std::filesystem::path& path)
-{
-    std::string ending = path.extension().string();
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return ending;
-}
+constexpr std::size_t leastDigits = 4;
 
 std::vector<float> finiteValues(const cv::Mat_<float>& image)
 {
@@ -124,6 +117,23 @@ CountScale scaleFor(const cv::Mat_<float>& image, Unit unit)
     return {high > low ? (high - low) / largestCount : 1.0, low};
 }
 
+std::string lowerEnding(const std::filesystem::path& path)
+{
+    std::string ending = path.extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return ending;
+}
+
+std::string withNumber(const std::filesystem::path& path, int number, int largest)
+{
+    const std::size_t digits = std::max(leastDigits, std::to_string(largest).size());
+    std::string text = std::to_string(number);
+    text.insert(0, digits - text.size(), '0');
+    const std::string name = path.stem().string() + "-" + text + path.extension().string();
+    return (path.parent_path() / name).string();
+}
+
 bool isFloatFile(const std::filesystem::path& path)
 {
     const std::string ending = lowerEnding(path);
@@ -133,6 +143,17 @@ bool isFloatFile(const std::filesystem::path& path)
 bool isPngFile(const std::filesystem::path& path)
 {
     return lowerEnding(path) == ".png";
+}
+
+void appendLittleEndian(std::ostream& out, const cv::Mat_<std::uint16_t>& counts)
+{
+    std::string bytes;
+    bytes.reserve(counts.total() * 2);
+    for (const std::uint16_t count : counts) {
+        bytes.push_back(static_cast<char>(static_cast<unsigned char>(count & 0xFFU)));
+        bytes.push_back(static_cast<char>(static_cast<unsigned char>(count >> 8U)));
+    }
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 void saveFloats(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force)

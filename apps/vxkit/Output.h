@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <iosfwd>
 #include <opencv2/core/mat.hpp>
 #include <string>
 #include <vector>
@@ -28,9 +30,18 @@ enum class Unit
 /// counts quarters or whole counts from 0 on). An image that fits none of them is stretched over all counts.
 CountScale scaleFor(const cv::Mat_<float>& image, Unit unit);
 
+/// ".tif" of "image.TIF"
+std::string lowerEnding(const std::filesystem::path& path);
+
+/// "result-0004.tif" of "result.tif": four digits, or as many as the largest of the numbers needs.
+std::string withNumber(const std::filesystem::path& path, int number, int largest);
+
 /// Whether saveFloats() or saveCounts() writes such a file, by its ending.
 bool isFloatFile(const std::filesystem::path& path);  ///< .tif, .tiff, .pfm
 bool isPngFile(const std::filesystem::path& path);    ///< .png
+
+/// Appends a frame as headerless recordings hold it: 16-bit little-endian counts, row by row.
+void appendLittleEndian(std::ostream& out, const cv::Mat_<std::uint16_t>& counts);
 
 // Writers. An existing file is replaced only if `force` is set, a file appears under its name when it is
 // complete, and every failure is a UsageError that names the file.

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "apps/vxkit/Failure.h"
+#include "apps/vxkit/Output.h"
 
 namespace vxapp {
 
@@ -37,9 +38,7 @@ std::optional<std::pair<int, int>> parsePair(std::string_view text, char separat
 
 bool hasImageEnding(const std::string& path)
 {
-    std::string ending = std::filesystem::path(path).extension().string();
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const std::string ending = lowerEnding(path);
     const auto known = {".png", ".tif", ".tiff", ".pgm", ".pfm"};
     return std::find(known.begin(), known.end(), ending) != known.end();
 }

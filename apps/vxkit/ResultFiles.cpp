@@ -1,8 +1,6 @@
 #include "apps/vxkit/ResultFiles.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <filesystem>
 #include <sstream>
 #include <utility>
 
@@ -11,23 +9,6 @@
 #include "apps/vxkit/SafeWrite.h"
 
 namespace vxapp {
-
-namespace {
-
-constexpr std::size_t leastDigits = 4;
-
-// "result-0004.tif" for "result.tif".
-std::string withNumber(const std::string& path, int number, int largest)
-{
-    const std::size_t digits = std::max(leastDigits, std::to_string(largest).size());
-    std::string text = std::to_string(number);
-    text.insert(0, digits - text.size(), '0');
-    const std::filesystem::path whole(path);
-    const std::string name = whole.stem().string() + "-" + text + whole.extension().string();
-    return (whole.parent_path() / name).string();
-}
-
-}  // namespace
 
 void addResultOptions(CLI::App& command, ResultOptions& options)
 {

@@ -16,17 +16,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void appendLittleEndian(std::ostream& out, const cv::Mat_<std::uint16_t>& counts)
-{
-    std::string bytes;
-    bytes.reserve(counts.total() * 2);
-    for (const std::uint16_t count : counts) {
-        bytes.push_back(static_cast<char>(static_cast<unsigned char>(count & 0xFFU)));
-        bytes.push_back(static_cast<char>(static_cast<unsigned char>(count >> 8U)));
-    }
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
 const char* endingOf(FrameFormat format)
 {
     switch (format) {
