@@ -3,72 +3,29 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdlib>
 #include <memory>
 #include <opencv2/imgproc.hpp>
 #include <sstream>
 #include <stdexcept>
 
-#include "core/diagnostics/DebugDeviceBase.h"
-#include "core/diagnostics/DebugSingleton.h"
 #include "enhancement/superresolution/SrFloat.h"
 #include "enhancement/superresolution/SrFloatRegistration1.h"
 #include "enhancement/superresolution/SrFloatRegistration2.h"
 #include "enhancement/superresolution/reference/SuperResolution.h"
 #include "support/CapturedOutput.h"
+#include "support/EngineListener.h"
 #include "support/PictureMeasures.h"
 
 namespace vxsupport {
 
 namespace {
 
-using halvor::vx::DebugChannel;
-using halvor::vx::DebugSingleton;
 using halvor::vx::SrFloat;
 using halvor::vx::SrFloatRegistration1;
 using halvor::vx::SrFloatRegistration2;
 using halvor::vx::SuperResolution;
 
-constexpr int stepLevel = 11;
 constexpr int pictureMargin = 12;
-
-// Reads the number of steps off the line that a solver ends with.
-class StepReader : public halvor::vx::DebugDeviceBase
-{
-public:
-    void write(std::string_view /*channel*/, std::string_view text, int /*level*/) override
-    {
-        constexpr std::string_view label = "cummulated iterations";
-        if (text.substr(0, label.size()) == label)
-            steps = std::atoi(std::string(text.substr(label.size())).c_str());
-    }
-
-    int steps = 0;
-};
-
-void listen(DebugChannel* channel, const std::shared_ptr<StepReader>& reader)
-{
-    channel->setDebugDevice(reader);
-    channel->setOutputLevel(stepLevel);
-}
-
-// Has the channels of all fast engines send to a device while it lives.
-class RegistryListener
-{
-public:
-    explicit RegistryListener(const std::shared_ptr<StepReader>& reader)
-    {
-        DebugSingleton::getInstance("").setDebugDevice(reader);
-        DebugSingleton::getInstance("").setOutputLevel(stepLevel);
-    }
-    RegistryListener(const RegistryListener&) = delete;
-    RegistryListener& operator=(const RegistryListener&) = delete;
-    ~RegistryListener()
-    {
-        DebugSingleton::getInstance("").setDebugDevice(nullptr);
-        DebugSingleton::getInstance("").setOutputLevel(0);
-    }
-};
 
 template <typename Engine>
 EngineRun runOn(Engine& engine, const std::vector<cv::Mat_<float>>& frames, int referenceFrame)
@@ -88,22 +45,22 @@ EngineRun runOn(Engine& engine, const std::vector<cv::Mat_<float>>& frames, int 
 template <typename Registration>
 EngineRun runFast(const std::vector<cv::Mat_<float>>& frames, int referenceFrame)
 {
-    const auto reader = std::make_shared<StepReader>();
-    const RegistryListener listener(reader);
+    const auto listener = std::make_shared<EngineListener>();
+    const FastEngineChannels heard(listener, solverLevel);
     SrFloat<Registration> engine(frames[0].cols, frames[0].rows, static_cast<int>(frames.size()), 2.0F);
     EngineRun run = runOn(engine, frames, referenceFrame);
-    run.iterations = reader->steps;
+    run.iterations = listener->iterations();
     return run;
 }
 
 EngineRun runReference(const std::vector<cv::Mat_<float>>& frames, int referenceFrame)
 {
     const CapturedOutput dropped;
-    const auto reader = std::make_shared<StepReader>();
+    const auto listener = std::make_shared<EngineListener>();
     SuperResolution engine(frames[0].cols, frames[0].rows, static_cast<int>(frames.size()), 2.0F);
-    listen(engine.getInternalDebugChannelObjects().back(), reader);
+    listenTo(engine, listener, solverLevel);
     EngineRun run = runOn(engine, frames, referenceFrame);
-    run.iterations = reader->steps;
+    run.iterations = listener->iterations();
     return run;
 }
 

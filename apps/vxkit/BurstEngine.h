@@ -6,9 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "apps/vxkit/RadianceCalibration.h"
 #include "core/base/PointF.h"
+#include "core/diagnostics/DebugDeviceBase.h"
+#include "support/EngineRuns.h"
 
 namespace vxapp {
+
+using vxsupport::EngineKind;
 
 /// Settings of a super-resolution run. What is left empty keeps the default of the flat interface.
 struct BurstSettings
@@ -16,19 +21,35 @@ struct BurstSettings
     std::string camera;  ///< camera and lens text; empty: unknown camera
     std::optional<int> reference;
 
-    // Only the engine class takes these.
+    std::optional<EngineKind> engine;  ///< empty: the first one that knows all options
+
+    // Only the engine classes take these.
     std::optional<int> window;
     std::optional<float> relativeResidue;
     std::optional<int> iterations;
     std::optional<float> weight;
     std::optional<float> registrationError;
     std::optional<float> psfSigma;
-    bool report = false;  ///< tell shifts and usable pixels
+    bool report = false;  ///< tell shifts, usable pixels and steps
+    /// Takes what the debug channels say, and as channel "output" what the reference engine writes to the
+    /// standard output.
+    std::shared_ptr<halvor::vx::DebugDeviceBase> trace;
 
+    // Only the reference engine takes these.
+    std::optional<RadianceCalibration> radiance;  ///< frames are raw counts, results radiance
+    bool quality = false;                         ///< tell the quality map
+
+    /// The engine that these settings ask for.
+    EngineKind kind() const;
     bool needsEngineClass() const;
     int windowSize() const;
     int referenceIndex() const;
 };
+
+/// Names of the engines, for people.
+std::vector<std::string> engineNames();
+/// @param name  one of engineNames()
+EngineKind engineKindFrom(const std::string& name);
 
 /// What the engines make of a camera and lens text, for people.
 std::string cameraText(const std::string& camera);
@@ -44,11 +65,13 @@ struct FrameReport
 /// Answer to one frame.
 struct BurstAnswer
 {
-    int code = 0;                     ///< of the flat interface; -6 only with the engine class
+    int code = 0;                     ///< of the flat interface; -6 only with the engine classes
     std::string message;              ///< the stored message of -4 and -999
     bool hasImage = false;            ///< a new image was computed
     std::optional<float> factor;      ///< achieved enlargement, where it is told
+    std::optional<int> iterations;    ///< solver steps, where they are told
     std::vector<FrameReport> frames;  ///< oldest first; empty where not told
+    cv::Mat_<float> quality;          ///< of the reference engine, where asked for; else empty
 };
 
 /// The code of an exception or a bad argument; its message tells which.
@@ -72,12 +95,9 @@ public:
     virtual cv::Mat_<float> image() = 0;
 };
 
-/// Opens a context of the flat interface or, where the settings need it, the engine class.
+/// Opens a context of the flat interface or, where the settings need it, an engine class.
 /// @throws UsageError if a setting is out of its range
 /// @throws EngineError if no engine can be opened for the size
 std::unique_ptr<BurstEngine> openBurstEngine(cv::Size frameSize, const BurstSettings& settings);
-
-/// The engine class whatever the settings need.
-std::unique_ptr<BurstEngine> openBurstEngineClass(cv::Size frameSize, const BurstSettings& settings);
 
 }  // namespace vxapp

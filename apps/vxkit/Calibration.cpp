@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "apps/vxkit/Failure.h"
+#include "apps/vxkit/RadianceCalibration.h"
 
 namespace vxapp {
 
@@ -15,13 +16,6 @@ namespace {
 // Counts are divided by a power of two, so that no bit is lost either way: 65535 / 16 lies below the upper
 // limit.
 constexpr double countsPerStep = 16.0;
-
-// The engine's limits of a valid temperature, in degrees Celsius.
-constexpr float lowestValid = -274.0F;
-constexpr float highestValid = 5000.0F;
-
-// With more than this share of a frame outside of the limits it isn't the pixels that are wrong.
-constexpr double largestDefectShare = 0.1;
 
 bool isMarker(float value)
 {
@@ -90,6 +84,8 @@ std::string Calibration::description() const
             return "degrees: " + scaleText({scale_, offset_});
         case Kind::countsAsTheyAre:
             return "no --scale or --offset: results are counts; the engine works on count / 16";
+        case Kind::byEngine:
+            return "raw counts become radiance by --radiance";
         default:
             return "floats are taken as degrees";
     }
@@ -97,6 +93,8 @@ std::string Calibration::description() const
 
 void Calibration::requirePlausible(const cv::Mat_<float>& fed, const std::string& name) const
 {
+    if (kind_ == Kind::byEngine)
+        return requireSignedCounts(fed, name);
     const auto outside = std::count_if(fed.begin(), fed.end(), [](float value) {
         return std::isfinite(value) && (value < lowestValid || value > highestValid);
     });

@@ -8,6 +8,13 @@
 
 namespace vxapp {
 
+/// The engine's limits of a valid temperature, in degrees Celsius.
+inline constexpr float lowestValid = -274.0F;
+inline constexpr float highestValid = 5000.0F;
+
+/// With more than this share of defects in a frame it isn't the pixels that are wrong.
+inline constexpr double largestDefectShare = 0.1;
+
 /// How the values of a recording become the degrees Celsius that a super-resolution engine expects, and how
 /// its results are read.
 ///
@@ -18,6 +25,7 @@ namespace vxapp {
 ///   back into counts; both steps are exact. The solver works on normalised frames, so the factor changes no
 ///   result beyond its last bits.
 /// - Floats without either are fed as they are, bit by bit.
+/// - Raw counts that the engine calibrates by itself are fed as they are, and results are radiance.
 ///
 /// Bad-pixel markers (bit patterns 0x81, 0x82, 0x84, 0x85) are never scaled.
 class Calibration
@@ -25,6 +33,9 @@ class Calibration
 public:
     /// @throws UsageError if a number is not finite, or the scale is 0
     Calibration(std::optional<double> scale, std::optional<double> offset, bool framesAreFloats);
+
+    /// For an engine with a radiance calibration of its own.
+    static Calibration byEngine() { return Calibration(Kind::byEngine, 1.0, 0.0); }
 
     cv::Mat_<float> toEngine(const cv::Mat_<float>& frame) const;
     cv::Mat_<float> fromEngine(const cv::Mat_<float>& image) const;
@@ -36,6 +47,7 @@ public:
 
     /// Refuses a frame of which so much lies outside of the engine's limits that the calibration must be
     /// wrong.
+    /// Frames for the engine's own calibration must hold its whole counts.
     /// @param fed   a frame as toEngine() gives it
     /// @param name  the frame's name
     void requirePlausible(const cv::Mat_<float>& fed, const std::string& name) const;
@@ -46,7 +58,10 @@ private:
         linear,
         countsAsTheyAre,
         floatsAsTheyAre,
+        byEngine,
     };
+
+    Calibration(Kind kind, double scale, double offset) : kind_(kind), scale_(scale), offset_(offset) {}
 
     Kind kind_;
     double scale_;

@@ -36,18 +36,11 @@ std::optional<std::pair<int, int>> parsePair(std::string_view text, char separat
     return numbers;
 }
 
-bool hasImageEnding(const std::string& path)
-{
-    const std::string ending = lowerEnding(path);
-    const auto known = {".png", ".tif", ".tiff", ".pgm", ".pfm"};
-    return std::find(known.begin(), known.end(), ending) != known.end();
-}
-
 std::unique_ptr<FrameFile> openFile(const std::string& path, const std::optional<cv::Size>& rawSize)
 {
     if (!rawSize)
         return openImageFile(path);
-    if (hasImageEnding(path))
+    if (isImageName(path))
         throw UsageError(path +
                          ": an image file tells its own size; --size is for headerless recordings only");
     return openRawFile(path, *rawSize);
@@ -60,6 +53,13 @@ std::string shapeText(const FrameShape& shape)
 }
 
 }  // namespace
+
+bool isImageName(const std::string& path)
+{
+    const std::string ending = lowerEnding(path);
+    const auto known = {".png", ".tif", ".tiff", ".pgm", ".pfm"};
+    return std::find(known.begin(), known.end(), ending) != known.end();
+}
 
 cv::Size parseSize(const std::string& text)
 {

@@ -18,6 +18,9 @@ namespace vxapp {
 /// Reads the value of --size, "WIDTHxHEIGHT"; anything else is a UsageError.
 cv::Size parseSize(const std::string& text);
 
+/// Whether a file's ending is one of the image files; else it counts as headerless.
+bool isImageName(const std::string& path);
+
 /// What a command line tells about the frames to read.
 struct RecordingOptions
 {

@@ -2,9 +2,11 @@
 
 #include <CLI/CLI.hpp>
 #include <sstream>
+#include <system_error>
 #include <utility>
 
 #include "apps/vxkit/Failure.h"
+#include "apps/vxkit/QualityMap.h"
 #include "apps/vxkit/Recording.h"
 #include "apps/vxkit/SafeWrite.h"
 
@@ -35,21 +37,49 @@ void ResultFiles::checkNames(const ResultOptions& options)
         throw UsageError(options.path + ": expected an output name that ends in .tif, .tiff, .pfm or .png");
     if (!options.preview.empty() && !isPngFile(options.preview))
         throw UsageError(options.preview + ": expected a preview name that ends in .png");
+    if (!options.qualityMap.empty() && !isFloatFile(options.qualityMap) && !isPngFile(options.qualityMap))
+        throw UsageError(options.qualityMap +
+                         ": expected a quality map name that ends in .tif, .tiff, .pfm or .png");
     if (options.path == options.preview)
         throw UsageError(options.path + ": expected different names for the result and its preview");
+    if (!options.qualityMap.empty() &&
+        (options.qualityMap == options.path || options.qualityMap == options.preview))
+        throw UsageError(options.qualityMap +
+                         ": expected different names for the result and its quality map");
 }
 
 ResultFiles::ResultFiles(ResultOptions options, int firstNumber, int count, Unit unit, const Recording& input)
-    : options_(std::move(options)), lastNumber_(firstNumber + count - 1), numbered_(count > 1), unit_(unit)
+    : options_(std::move(options)),
+      firstNumber_(firstNumber),
+      lastNumber_(firstNumber + count - 1),
+      numbered_(count > 1),
+      unit_(unit)
 {
     checkNames(options_);
-    for (const std::string& path : {options_.path, options_.preview})
-        for (int number = firstNumber; !path.empty() && number <= lastNumber_; ++number) {
-            const std::string name = nameFor(path, number);
-            if (input.readsFrom(name))
-                throw UsageError(name + ": is an input; expected another output name");
-            requireWritable(name, options_.force);
-        }
+    for (const std::string& name : names()) {
+        if (input.readsFrom(name))
+            throw UsageError(name + ": is an input; expected another output name");
+        requireWritable(name, options_.force);
+    }
+}
+
+std::vector<std::string> ResultFiles::names() const
+{
+    std::vector<std::string> all;
+    for (const std::string& path : {options_.path, options_.preview, options_.qualityMap})
+        for (int number = firstNumber_; !path.empty() && number <= lastNumber_; ++number)
+            all.push_back(nameFor(path, number));
+    return all;
+}
+
+bool ResultFiles::writesTo(const std::string& path) const
+{
+    const std::vector<std::string> all = names();
+    return std::any_of(all.begin(), all.end(), [&path](const std::string& name) {
+        std::error_code error;
+        return std::filesystem::weakly_canonical(name, error) ==
+               std::filesystem::weakly_canonical(path, error);
+    });
 }
 
 std::string ResultFiles::nameFor(const std::string& path, int number) const
@@ -67,9 +97,18 @@ std::string ResultFiles::write(int number, const cv::Mat_<float>& image)
     return written;
 }
 
+std::string ResultFiles::writeQuality(int number, const cv::Mat_<float>& map) const
+{
+    if (map.empty() || options_.qualityMap.empty())
+        return "";
+    const std::string name = nameFor(options_.qualityMap, number);
+    saveQualityMap(name, map, options_.force);
+    return ", " + name;
+}
+
 std::string ResultFiles::writeValues(int number, const cv::Mat_<float>& image) const
 {
-    const std::string name = nameFor(options_.path, number);
+    std::string name = nameFor(options_.path, number);
     if (isFloatFile(name)) {
         saveFloats(name, image, options_.force);
         return name;

@@ -3,6 +3,7 @@
 #include <opencv2/core/mat.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "apps/vxkit/Output.h"
 
@@ -17,8 +18,9 @@ class Recording;
 /// Where results go.
 struct ResultOptions
 {
-    std::string path;     ///< ends in .tif, .tiff, .pfm (floats) or .png (16-bit counts); may be empty
-    std::string preview;  ///< 8-bit .png; may be empty, but not both
+    std::string path;        ///< ends in .tif, .tiff, .pfm (floats) or .png (16-bit counts); may be empty
+    std::string preview;     ///< 8-bit .png; may be empty, but not both
+    std::string qualityMap;  ///< 3 x 3 shares as .tif, .tiff, .pfm or .png; may be empty
     std::string colourMap = vxsupport::colourMapNames().front();
     bool force = false;
 };
@@ -43,13 +45,20 @@ public:
     /// Writes one result.
     /// @return what was written, for people: names, and the scale of counts or the range of a preview
     std::string write(int number, const cv::Mat_<float>& image);
+    /// Writes the quality map of one result, if there is one and it is wanted.
+    std::string writeQuality(int number, const cv::Mat_<float>& map) const;
+
+    /// Whether a path names one of the files.
+    bool writesTo(const std::string& path) const;
 
 private:
+    std::vector<std::string> names() const;
     std::string nameFor(const std::string& path, int number) const;
     std::string writeValues(int number, const cv::Mat_<float>& image) const;
     std::string writePreview(int number, const cv::Mat_<float>& image);
 
     ResultOptions options_;
+    int firstNumber_;
     int lastNumber_;
     bool numbered_;
     Unit unit_;

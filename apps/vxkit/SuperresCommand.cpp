@@ -14,8 +14,13 @@
 #include "apps/vxkit/Calibration.h"
 #include "apps/vxkit/Failure.h"
 #include "apps/vxkit/Progress.h"
+#include "apps/vxkit/QualityMap.h"
+#include "apps/vxkit/RadianceCalibration.h"
 #include "apps/vxkit/Recording.h"
 #include "apps/vxkit/ResultFiles.h"
+#include "apps/vxkit/SafeWrite.h"
+#include "core/diagnostics/DebugDeviceConsole.h"
+#include "core/diagnostics/DebugDeviceFile.h"
 
 namespace vxapp {
 
@@ -28,6 +33,9 @@ struct SuperresOptions
     std::optional<double> offset;
     bool lastOnly = false;
     BurstSettings engine;
+    std::string engineName;
+    std::string radiance;  // calibration file
+    std::string trace;     // file, or "-" for the standard error stream
     ResultOptions results;
 };
 
@@ -42,10 +50,13 @@ private:
     void addFrame(int index);
     void tell(int number, const BurstAnswer& answer, const std::string& written) const;
     void tellFrames(int number, const BurstAnswer& answer) const;
+    void openTrace(const SuperresOptions& options);
+    void finishTrace() const;
     void noteFailure(int index, const BurstAnswer& answer);
 
-    BurstSettings settings_;
     Recording recording_;
+    BurstSettings settings_;
+    std::shared_ptr<halvor::vx::DebugDeviceFile> traceFile_;
     Calibration calibration_;
     int window_;
     int first_;  // index of the first frame that is fed
@@ -72,10 +83,21 @@ int checkedWindow(const Recording& recording, const SuperresOptions& options)
     return window;
 }
 
+// The engine's settings with the calibration, whose size is that of the frames.
+BurstSettings settingsFor(const SuperresOptions& options, const Recording& recording)
+{
+    BurstSettings settings = options.engine;
+    if (!options.radiance.empty())
+        settings.radiance =
+            readRadianceCalibration(options.radiance, recording.frameSize(), options.recording.size);
+    return settings;
+}
+
 SuperresRun::SuperresRun(const SuperresOptions& options)
-    : settings_(options.engine),
-      recording_(options.recording),
-      calibration_(options.scale, options.offset, recording_.holdsFloats()),
+    : recording_(options.recording),
+      settings_(settingsFor(options, recording_)),
+      calibration_(settings_.radiance ? Calibration::byEngine()
+                                      : Calibration(options.scale, options.offset, recording_.holdsFloats())),
       window_(checkedWindow(recording_, options)),
       first_(options.lastOnly ? recording_.frameCount() - window_ : 0),
       files_(options.results, recording_.firstNumber() + first_ + window_ - 1,
@@ -83,8 +105,37 @@ SuperresRun::SuperresRun(const SuperresOptions& options)
       engine_(openBurstEngine(recording_.frameSize(), settings_)),
       progress_(recording_.frameCount() - first_)
 {
-    calibration_.requirePlausible(calibration_.toEngine(recording_.values(first_)),
-                                  recording_.nameOf(first_));
+    // Raw counts have limits of their own, which no frame may exceed half-way.
+    const int checked = settings_.radiance ? recording_.frameCount() : first_ + 1;
+    for (int i = first_; i < checked; ++i)
+        calibration_.requirePlausible(calibration_.toEngine(recording_.values(i)), recording_.nameOf(i));
+    openTrace(options);
+}
+
+// Last, so that bad input leaves no file behind; the engine is made anew, to be heard from its beginning.
+void SuperresRun::openTrace(const SuperresOptions& options)
+{
+    const std::string& path = options.trace;
+    if (path.empty())
+        return;
+    if (path == "-") {
+        settings_.trace = std::make_shared<halvor::vx::DebugDeviceConsole>();
+    } else {
+        if (recording_.readsFrom(path))
+            throw UsageError(path + ": is an input; expected another name for --trace");
+        if (files_.writesTo(path))
+            throw UsageError(path + ": is a result; expected another name for --trace");
+        requireWritable(path, options.results.force);
+        traceFile_ = std::make_shared<halvor::vx::DebugDeviceFile>(path);
+        settings_.trace = traceFile_;
+    }
+    engine_ = openBurstEngine(recording_.frameSize(), settings_);
+}
+
+void SuperresRun::finishTrace() const
+{
+    if (traceFile_ && !traceFile_->isComplete())
+        throw UsageError("--trace: the file could not be written to its end");
 }
 
 void SuperresRun::run()
@@ -92,6 +143,8 @@ void SuperresRun::run()
     const cv::Size size = recording_.frameSize();
     std::cout << recording_.frameCount() - first_ << " frames of " << size.width << "x" << size.height << "; "
               << calibration_.description() << std::endl;
+    if (settings_.kind() != EngineKind::production)
+        std::cout << vxsupport::nameOf(settings_.kind()) << " engine" << std::endl;
     if (!settings_.psfSigma)
         std::cout << cameraText(settings_.camera) << std::endl;
     for (int i = first_; i < recording_.frameCount(); ++i) {
@@ -99,6 +152,7 @@ void SuperresRun::run()
         addFrame(i);
     }
     progress_.clear();
+    finishTrace();
     if (failures_ == 0)
         return;
     std::string message = firstFailure_;
@@ -116,7 +170,8 @@ void SuperresRun::addFrame(int index)
     const BurstAnswer answer = engine_->addFrame(calibration_.toEngine(recording_.values(index)));
     std::string written;
     if (answer.hasImage) {
-        written = files_.write(number, calibration_.fromEngine(engine_->image()));
+        written = files_.write(number, calibration_.fromEngine(engine_->image())) +
+                  files_.writeQuality(number, answer.quality);
         ++results_;
     }
     progress_.clear();
@@ -132,6 +187,8 @@ void SuperresRun::tell(int number, const BurstAnswer& answer, const std::string&
     line << "frame " << number << ": code " << answer.code << ", " << textOf(answer);
     if (answer.factor)
         line << ", achieved factor " << std::fixed << std::setprecision(2) << *answer.factor;
+    if (answer.iterations)
+        line << ", " << *answer.iterations << (*answer.iterations == 1 ? " solver step" : " solver steps");
     if (!written.empty())
         line << " -> " << written;
     if (answer.code == exceptionCode)
@@ -154,6 +211,8 @@ void SuperresRun::tellFrames(int number, const BurstAnswer& answer) const
               << frame.usable * 100.0 << " %"
               << (i == count - 1 - settings_.referenceIndex() ? "  reference" : "") << '\n';
     }
+    if (!answer.quality.empty())
+        table << qualityTable(answer.quality);
     std::cout << table.str() << std::flush;
 }
 
@@ -167,23 +226,13 @@ void SuperresRun::noteFailure(int index, const BurstAnswer& answer)
         engine_ = openBurstEngine(recording_.frameSize(), settings_);
 }
 
-void addEngineOptions(CLI::App& command, BurstSettings& settings)
+void addSolverOptions(CLI::App& command, BurstSettings& settings)
 {
-    command
-        .add_option("--camera", settings.camera,
-                    "Camera and lens, which set the width of the point spread: the three digits of\n"
-                    "a model (310 315 316 320 321 322 325 330) and FOV with the field of view")
-        ->type_name("\"k325 FOV25\"");
-    command
-        .add_option("--reference", settings.reference,
-                    "Frame that the result is aligned with, counted back from the newest frame of\n"
-                    "the window (default: 3, the second oldest of five)")
-        ->type_name("0..4");
-
-    const std::string group = "Solver (these options use the engine class in place of the flat interface)";
+    const std::string group = "Solver (these options use the engine classes in place of the flat interface)";
     command
         .add_flag("--report", settings.report,
-                  "Print each frame's shift in pixels and its share of usable pixels")
+                  "Print each frame's shift in pixels and its share of usable pixels, the solver's\n"
+                  "steps and, with the reference engine, the quality map")
         ->group(group);
     command.add_option("--window", settings.window, "Frames that make one result (default: 5)")
         ->type_name("N")
@@ -215,6 +264,71 @@ void addEngineOptions(CLI::App& command, BurstSettings& settings)
         ->group(group);
 }
 
+void addEngineOptions(CLI::App& command, BurstSettings& settings)
+{
+    command
+        .add_option("--camera", settings.camera,
+                    "Camera and lens, which set the width of the point spread: the three digits of\n"
+                    "a model (310 315 316 320 321 322 325 330) and FOV with the field of view")
+        ->type_name("\"k325 FOV25\"");
+    command
+        .add_option("--reference", settings.reference,
+                    "Frame that the result is aligned with, counted back from the newest frame of\n"
+                    "the window (default: 3, the second oldest of five)")
+        ->type_name("0..4");
+
+    addSolverOptions(command, settings);
+}
+
+void addDiagnosticOptions(CLI::App& command, SuperresOptions& options)
+{
+    const std::string group = "Engines and their diagnostics";
+    command
+        .add_option("--engine", options.engineName,
+                    "production: tracked corners, fast (default). phase: phase correlation, for\n"
+                    "frames of even width. reference: its serial twin, slow, to check the others")
+        ->check(CLI::IsMember(engineNames()))
+        ->type_name("NAME")
+        ->group(group);
+    command
+        .add_option("--trace", options.trace,
+                    "Write what the engine's debug channels say, line by line as it works; -: to the\n"
+                    "standard error stream")
+        ->type_name("FILE")
+        ->group(group);
+    command
+        .add_option("--radiance", options.radiance,
+                    "Frames are raw counts, which the reference engine turns into radiance by a\n"
+                    "two-point calibration (see below)")
+        ->type_name("CALIBRATION")
+        ->group(group);
+    command
+        .add_option("--quality-map", options.results.qualityMap,
+                    "Write where the frames lie between the pixels, 3 x 3 shares (reference engine).\n"
+                    ".tif, .tiff or .pfm: floats. .png: a picture")
+        ->type_name("FILE")
+        ->group(group);
+}
+
+// What only one engine knows chooses it, unless another one is asked for.
+void settleEngine(SuperresOptions& options)
+{
+    BurstSettings& engine = options.engine;
+    if (!options.engineName.empty())
+        engine.engine = engineKindFrom(options.engineName);
+    engine.quality = !options.results.qualityMap.empty();
+    for (const auto& [name, value] : {std::pair("--radiance", &options.radiance),
+                                      std::pair("--quality-map", &options.results.qualityMap)}) {
+        if (value->empty())
+            continue;
+        if (engine.engine.value_or(EngineKind::reference) != EngineKind::reference)
+            throw UsageError(std::string(name) + ": the engine " + options.engineName +
+                             " knows no such option; expected --engine reference");
+    }
+    if (!options.radiance.empty() && (options.scale || options.offset))
+        throw UsageError("--radiance: takes the place of --scale and --offset; expected only one of them");
+}
+
 const char* const footer = R"(Results:
   Five frames give one result. A longer recording gives one for each frame from the fifth on; their names carry
   the number of the newest frame: result-0004.tif, result-0005.tif, ... With --last only the newest five frames
@@ -231,8 +345,8 @@ Codes:
     0  success
    -2  a bad pixel had too few good neighbours and took a fallback value; the result is written
    -3  a frame has half or more of its pixels unregistered; the result is written
-   -4  a frame spans less than 2 degrees (32 counts); it is used all the same
-   -6  a frame is displaced by more than a tenth of its height (told by the engine class only)
+   -4  a frame spans less than 2 degrees (32 counts; 2 with --radiance); it is used all the same
+   -6  a frame is displaced by more than a tenth of its height (told by the engine classes only)
    -9  no corner of the reference frame could be tracked; no result
  -999  another failure, told with its message; no result
   The exit status is 0 if every result was written, 1 after a failure of the engine, 2 for bad input.
@@ -240,7 +354,9 @@ Codes:
 Examples:
   vxkit superres burst.pfm -o result.tif --preview result.png
   vxkit superres shot-*.png --scale 0.01 --offset -273.15 --camera "k325 FOV25" -o result.pfm --report
-  vxkit superres recording.raw --size 160x120 --frames 10:5 -o result.png)";
+  vxkit superres recording.raw --size 160x120 --frames 10:5 -o result.png
+  vxkit superres burst.pfm --engine reference --report --trace trace.txt --quality-map map.png -o result.tif
+  vxkit superres raw-*.png --radiance two-scenes.txt -o radiance.tif)";
 
 }  // namespace
 
@@ -257,8 +373,10 @@ void addSuperresCommand(CLI::App& program)
     command.add_option("--offset", options->offset, "Degrees Celsius at count 0")->type_name("OFFSET");
     command.add_flag("--last", options->lastOnly, "Make only the result of the newest frames");
     addEngineOptions(command, options->engine);
-    command.footer(footer);
+    addDiagnosticOptions(command, *options);
+    command.footer(footer + std::string("\n\n") + radianceFileHelp);
     command.callback([options] {
+        settleEngine(*options);
         ResultFiles::checkNames(options->results);
         SuperresRun(*options).run();
     });

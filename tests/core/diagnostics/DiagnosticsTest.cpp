@@ -11,8 +11,10 @@
 #include <thread>
 #include <vector>
 
+#include "core/base/Exception.h"
 #include "core/diagnostics/DebugChannel.h"
 #include "core/diagnostics/DebugDeviceConsole.h"
+#include "core/diagnostics/DebugDeviceFile.h"
 #include "core/diagnostics/DebugSingleton.h"
 #include "core/diagnostics/LogFacility.h"
 #include "core/diagnostics/StopWatch.h"
@@ -194,6 +196,22 @@ TEST(DebugDeviceConsole, NamesTheChannelOnStandardError)
     testing::internal::CaptureStderr();
     console.write("SrFloat", "start addFrame", 11);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "[SrFloat] start addFrame\n");
+}
+
+TEST_F(LogFacilityTest, DebugDeviceFileHoldsEachLineAtOnceAndRefusesAFileThatCannotBeWritten)
+{
+    const auto path = folder / "trace.txt";
+    std::ofstream(path) << "before\n";
+    DebugDeviceFile device(path.string());
+    device.write("SrFloat", "start addFrame", 11);
+    EXPECT_EQ(readFile(path), "[SrFloat] start addFrame\n");
+    EXPECT_TRUE(device.isComplete());
+    DebugDeviceFile full("/dev/full");
+    full.write("SrFloat", "lost", 11);
+    EXPECT_FALSE(full.isComplete());
+    testing::internal::CaptureStderr();
+    EXPECT_THROW(DebugDeviceFile((folder / "missing" / "trace.txt").string()), Exception);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("missing"));
 }
 
 TEST(StopWatch, MeasuresBetweenStartAndStop)

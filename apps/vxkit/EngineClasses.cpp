@@ -1,0 +1,253 @@
+// The engines as classes: all settings, and what they tell about a result.
+
+#include <algorithm>
+#include <opencv2/core.hpp>
+#include <vector>
+
+#include "apps/vxkit/BurstEngineParts.h"
+#include "apps/vxkit/OutputRedirect.h"
+#include "core/base/Exception.h"
+#include "enhancement/superresolution/CameraTable.h"
+#include "enhancement/superresolution/SrFloat.h"
+#include "enhancement/superresolution/SrFloatRegistration1.h"
+#include "enhancement/superresolution/SrFloatRegistration2.h"
+#include "enhancement/superresolution/reference/SuperResolution.h"
+#include "support/EngineListener.h"
+
+namespace vxapp {
+
+namespace {
+
+using halvor::vx::DebugDeviceBase;
+using halvor::vx::SrFloat;
+using halvor::vx::SrFloatRegistration1;
+using halvor::vx::SrFloatRegistration2;
+using halvor::vx::SuperResolution;
+using vxsupport::EngineListener;
+
+// Silent unless somebody wants to know: the fast solvers take a slower road while they are heard.
+int listeningLevel(const BurstSettings& settings)
+{
+    if (settings.trace)
+        return vxsupport::finestLevel;
+    return settings.report ? vxsupport::solverLevel : 0;
+}
+
+BurstAnswer failed(const std::string& message)
+{
+    BurstAnswer answer;
+    answer.code = exceptionCode;
+    answer.message = message;
+    return answer;
+}
+
+/// What the engine classes have in common, which is nearly everything.
+template <typename Engine>
+class ClassEngine : public BurstEngine
+{
+public:
+    ClassEngine(cv::Size frameSize, const BurstSettings& settings);
+
+    BurstAnswer addFrame(const cv::Mat_<float>& frame) override;
+    cv::Mat_<float> image() override { return image_.clone(); }
+
+protected:
+    // Adds a frame and, once the window is full, computes the image.
+    virtual void feed(const cv::Mat_<float>& frame, BurstAnswer& answer);
+
+    bool completesWindow() { return ++frameCount_ >= engine_.getWindowSize(); }
+    virtual void tell(float result, BurstAnswer& answer);
+
+    Engine engine_;
+    cv::Mat_<float> image_;
+    int level_;
+    std::shared_ptr<EngineListener> listener_;
+
+private:
+    int frameCount_ = 0;
+};
+
+template <typename Engine>
+ClassEngine<Engine>::ClassEngine(cv::Size frameSize, const BurstSettings& settings)
+    : engine_(frameSize.width, frameSize.height, settings.windowSize(), enlargement),
+      image_(frameSize * 2),
+      level_(listeningLevel(settings)),
+      listener_(std::make_shared<EngineListener>(settings.trace))
+{
+    applySetting("--reference", referenceRange(settings), settings.referenceIndex(),
+                 [this](int index) { engine_.setReferenceIndex(index); });
+    applySetting("--weight", "1 or more", settings.weight.value_or(400.0F),
+                 [this](float weight) { engine_.setWeightTV(weight); });
+    applySetting("--registration-error", "a number above 0, at most 1",
+                 settings.registrationError.value_or(0.0001F),
+                 [this](float error) { engine_.setRegError(error); });
+    applySetting("--relative-residue", "a number above 1e-6", settings.relativeResidue.value_or(0.007F),
+                 [this](float residue) { engine_.setRelativeResidue(residue); });
+    if (settings.iterations)
+        applySetting("--iterations", "1 or more", *settings.iterations,
+                     [this](int iterations) { engine_.setMaxCGIters(iterations); });
+    engine_.setPsfSigma(psfSigmaFor(settings.camera).value_or(halvor::vx::unknownCameraPsfSigma));
+    if (settings.psfSigma)
+        applySetting("--psf-sigma", "a number above 0", *settings.psfSigma,
+                     [this](float sigma) { engine_.setPsfSigma(sigma); });
+}
+
+template <typename Engine>
+BurstAnswer ClassEngine<Engine>::addFrame(const cv::Mat_<float>& frame)
+{
+    BurstAnswer answer;
+    try {
+        feed(frame, answer);
+    } catch (const halvor::vx::Exception& error) {
+        answer = failed(error.what());
+    } catch (const cv::Exception& error) {
+        answer = failed("cv::Exception: " + error.err);
+    }
+    return answer;
+}
+
+template <typename Engine>
+void ClassEngine<Engine>::feed(const cv::Mat_<float>& frame, BurstAnswer& answer)
+{
+    if (!engine_.checkImageStructureQuality(frame))
+        answer.code = noStructure;
+    const int added = engine_.addFrame(frame.template ptr<float>());
+    if (added < 0)
+        answer.code = added;
+    if (completesWindow())
+        tell(engine_.computeSR(image_.template ptr<float>()), answer);
+}
+
+template <typename Engine>
+void ClassEngine<Engine>::tell(float result, BurstAnswer& answer)
+{
+    const int warning = result < 0.0F ? static_cast<int>(result) : 0;
+    if (warning != 0)
+        answer.code = warning;
+    answer.hasImage = warning == 0 || warning == unregisteredPixels || warning == largeDisplacement;
+    if (!answer.hasImage)
+        return;
+    if (warning == 0)
+        answer.factor = result;
+    if (level_ > 0)
+        answer.iterations = listener_->iterations();
+
+    std::vector<PointF> shifts;
+    std::vector<cv::Mat_<unsigned char>> masks;
+    engine_.getCompleteShifts(shifts);
+    engine_.getMasks(masks);
+    for (std::size_t i = 0; i < std::min(shifts.size(), masks.size()); ++i) {
+        const double pixels = static_cast<double>(masks[i].total());
+        answer.frames.push_back({shifts[i], static_cast<double>(cv::countNonZero(masks[i])) / pixels});
+    }
+}
+
+/// The fast engines, whose channels are reached through the registry.
+template <typename Registration>
+class FastEngine : public ClassEngine<SrFloat<Registration>>
+{
+    using Base = ClassEngine<SrFloat<Registration>>;
+
+public:
+    using Base::Base;
+
+protected:
+    void feed(const cv::Mat_<float>& frame, BurstAnswer& answer) override
+    {
+        if (this->level_ == 0)
+            return Base::feed(frame, answer);
+        const vxsupport::FastEngineChannels heard(this->listener_, this->level_);
+        Base::feed(frame, answer);
+    }
+};
+
+/// The reference engine: it can calibrate raw counts by itself, and tells how well the burst lies.
+class ReferenceEngine : public ClassEngine<SuperResolution>
+{
+public:
+    ReferenceEngine(cv::Size frameSize, const BurstSettings& settings);
+
+protected:
+    void feed(const cv::Mat_<float>& frame, BurstAnswer& answer) override;
+    void tell(float result, BurstAnswer& answer) override;
+
+private:
+    void feedCounts(const cv::Mat_<float>& frame, BurstAnswer& answer);
+
+    std::shared_ptr<DebugDeviceBase> trace_;
+    bool countsAreRaw_;
+    bool wantsQuality_;
+};
+
+ReferenceEngine::ReferenceEngine(cv::Size frameSize, const BurstSettings& settings)
+    : ClassEngine(frameSize, settings),
+      trace_(settings.trace),
+      countsAreRaw_(settings.radiance.has_value()),
+      wantsQuality_(settings.quality || settings.report)
+{
+    if (level_ > 0)
+        vxsupport::listenTo(engine_, listener_, level_);
+    if (settings.radiance)
+        engine_.setNucToRad(settings.radiance->countsA, settings.radiance->radianceA,
+                            settings.radiance->countsB, settings.radiance->radianceB);
+}
+
+void ReferenceEngine::feed(const cv::Mat_<float>& frame, BurstAnswer& answer)
+{
+    const OutputRedirect redirected(trace_);
+    if (countsAreRaw_)
+        feedCounts(frame, answer);
+    else
+        ClassEngine::feed(frame, answer);
+}
+
+// The engine adds and computes in one call, so the window fills with images that nobody asks for.
+void ReferenceEngine::feedCounts(const cv::Mat_<float>& frame, BurstAnswer& answer)
+{
+    cv::Mat_<short> counts;
+    frame.convertTo(counts, CV_16S);
+    if (!engine_.checkImageStructureQuality(counts))
+        answer.code = noStructure;
+    const float result = engine_.processFrame2(counts.ptr<short>(), image_.ptr<float>());
+    if (completesWindow())
+        tell(result, answer);
+}
+
+void ReferenceEngine::tell(float result, BurstAnswer& answer)
+{
+    ClassEngine::tell(result, answer);
+    if (!wantsQuality_ || !answer.hasImage)
+        return;
+    engine_.computeQuality();
+    engine_.getQuality(answer.quality);
+}
+
+std::unique_ptr<BurstEngine> openClass(cv::Size frameSize, const BurstSettings& settings)
+{
+    switch (settings.kind()) {
+        case EngineKind::phase:
+            return std::make_unique<FastEngine<SrFloatRegistration1>>(frameSize, settings);
+        case EngineKind::reference: {
+            const OutputRedirect redirected(settings.trace);
+            return std::make_unique<ReferenceEngine>(frameSize, settings);
+        }
+        default:
+            return std::make_unique<FastEngine<SrFloatRegistration2>>(frameSize, settings);
+    }
+}
+
+}  // namespace
+
+std::unique_ptr<BurstEngine> openEngineClass(cv::Size frameSize, const BurstSettings& settings)
+{
+    try {
+        return openClass(frameSize, settings);
+    } catch (const halvor::vx::Exception& error) {
+        if (settings.kind() == EngineKind::production)
+            throw EngineError(error.what());
+        // The other engines are a choice, and can't take frames of every size.
+        throw UsageError("--engine " + std::string(vxsupport::nameOf(settings.kind())) + ": " + error.what());
+    }
+}
+
+}  // namespace vxapp

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <opencv2/core/mat.hpp>
+#include <string>
+
+namespace vxapp {
+
+/// Two flat scenes of different radiance, from which the reference engine takes the line of each pixel:
+/// radiance = count * gain + offset.
+struct RadianceCalibration
+{
+    cv::Mat_<short> countsA;
+    cv::Mat_<float> radianceA;
+    cv::Mat_<short> countsB;
+    cv::Mat_<float> radianceB;
+};
+
+/// What a calibration file looks like, for people.
+extern const char* const radianceFileHelp;
+
+/// Reads a calibration file and the images that it names.
+///
+/// @param frameSize  size of the recording's frames, which the images must have
+/// @param rawSize    the recording's --size, for headerless images of counts; may be empty
+/// @throws UsageError  if something is missing, unknown or of no use; it names the file
+RadianceCalibration readRadianceCalibration(const std::string& path, cv::Size frameSize,
+                                            const std::string& rawSize);
+
+/// Raises a UsageError unless all values are whole counts of signed 16 bits.
+/// @param name  of the frame
+void requireSignedCounts(const cv::Mat_<float>& frame, const std::string& name);
+
+}  // namespace vxapp
