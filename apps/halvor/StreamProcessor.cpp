@@ -98,18 +98,23 @@ bool StreamProcessor::process(const char* settingsPath, const char* stream)
     return closeFiles() && isWhole;
 }
 
+StreamProcessor::File StreamProcessor::openFile(const std::string& name, const char* mode)
+{
+    return File(std::fopen(name.c_str(), mode));  // NOLINT(cppcoreguidelines-owning-memory)
+}
+
 bool StreamProcessor::openFiles()
 {
-    const char* in = settings_.fileName.c_str();
-    inFile.reset(std::fopen(in, "rb"));
+    const std::string& in = settings_.fileName;
+    inFile = openFile(in, "rb");
     if (!isReadable(inFile.get())) {
-        std::printf("open: Cannot load %s\n", in);
+        std::printf("open: Cannot load %s\n", in.c_str());
         return false;
     }
-    std::printf("open: %s\n", in);
+    std::printf("open: %s\n", in.c_str());
     const std::string name = outputName();
     // Without a frame size there is nothing to write: an earlier result stays as it is.
-    outFile.reset(pixelCount > 0 ? std::fopen(name.c_str(), "wb") : nullptr);
+    outFile = pixelCount > 0 ? openFile(name, "wb") : nullptr;
     if (!outFile) {
         std::printf("save: Cannot write to %s\n", name.c_str());
         inFile.reset();

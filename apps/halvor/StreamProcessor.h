@@ -36,12 +36,16 @@ public:
     bool process(const char* settingsPath, const char* stream);
 
 private:
-    struct CloseFile
+    struct CloseFile  // of File, the owner
     {
-        void operator()(std::FILE* file) const { std::fclose(file); }
+        void operator()(std::FILE* file) const
+        {
+            std::fclose(file);  // NOLINT(cppcoreguidelines-owning-memory)
+        }
     };
     using File = std::unique_ptr<std::FILE, CloseFile>;
 
+    static File openFile(const std::string& name, const char* mode);
     bool openFiles();
     bool closeFiles();
     std::string outputName() const;

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -80,9 +81,9 @@ protected:
     std::string run(std::vector<std::string> arguments)
     {
         arguments.insert(arguments.begin(), path("halvor"));
-        std::vector<const char*> argv;
-        for (const std::string& argument : arguments)
-            argv.push_back(argument.c_str());
+        std::vector<const char*> argv(arguments.size());
+        std::transform(arguments.begin(), arguments.end(), argv.begin(),
+                       [](const std::string& argument) { return argument.c_str(); });
         testing::internal::CaptureStdout();
         status = halvorapp::runHalvor(static_cast<int>(argv.size()), argv.data());
         return testing::internal::GetCapturedStdout();
@@ -291,7 +292,7 @@ TEST_F(Halvor, SurvivesSettingsWithoutSense)
             for (const auto& [section, keys] : sections) {
                 settings += "[" + section + "]\n";
                 for (const std::string& key : keys)
-                    settings += key + "=" + extreme + "\n";
+                    settings.append(key).append("=").append(extreme).append("\n");
             }
             EXPECT_THAT(runWith(settings, "scene.raw"), Not(HasSubstr("... 0 processed")));
             EXPECT_EQ(status, 0);
