@@ -7,6 +7,7 @@
 
 #include "apps/vxkit/CompareCommand.h"
 #include "apps/vxkit/Failure.h"
+#include "apps/vxkit/FilterCommand.h"
 #include "apps/vxkit/SimulateCommand.h"
 #include "apps/vxkit/SuperresCommand.h"
 
@@ -31,6 +32,7 @@ int runProgram(int argc, const char* const* argv)
         return std::string("vxkit: ") + error.what() + " (vxkit --help tells more)\n";
     });
     addCompareCommand(app);
+    addFilterCommand(app);
     addSimulateCommand(app);
     addSuperresCommand(app);
     try {

@@ -1,0 +1,152 @@
+#include "apps/vxkit/ClusterFilter.h"
+
+#include <cmath>
+#include <opencv2/core.hpp>
+#include <sstream>
+
+#include "apps/vxkit/Failure.h"
+#include "apps/vxkit/FrameFile.h"
+#include "enhancement/ClusterPatternRemover.h"
+#include "enhancement/PixelStatistics.h"
+
+namespace vxapp {
+
+namespace {
+
+using namespace halvor::vx;
+
+/// Of a uniform scene.
+struct Statistics
+{
+    cv::Mat_<float> mean;
+    cv::Mat_<float> stdDev;
+    std::string source;
+};
+
+// What is multiplied are the values that the detector meant, not samples shifted to the middle of their
+// range.
+double valueOfSampleZero(SampleForm form)
+{
+    return form == SampleForm::unsignedCounts ? 32768.0 : 0.0;
+}
+
+std::string sizeText(cv::Size size)
+{
+    return std::to_string(size.width) + "x" + std::to_string(size.height);
+}
+
+void requireSize(const std::string& name, cv::Size size, cv::Size expected)
+{
+    if (size != expected)
+        throw UsageError(name + ": is " + sizeText(size) + "; expected " + sizeText(expected) +
+                         ", the size of the frames to filter");
+}
+
+Statistics gather(Recording& recording, SampleForm form)
+{
+    if (recording.frameCount() < 2)
+        throw UsageError(recording.nameOf(0) +
+                         ": one frame tells no deviation in time; expected at least two of a uniform scene "
+                         "(--uniform), or --mean and --std-dev");
+    PixelStatistics statistics;
+    cv::Mat_<short> samples;
+    cv::Mat_<float> values;
+    for (int i = 0; i < recording.frameCount(); ++i) {
+        toSamples(recording.counts(i), form, samples);
+        samples.convertTo(values, CV_32F, 1.0, valueOfSampleZero(form));
+        statistics.add(values);
+    }
+    return {statistics.mean(), statistics.stdDev(), std::to_string(recording.frameCount()) + " frames"};
+}
+
+cv::Mat_<float> readImage(const std::string& path, cv::Size expected)
+{
+    const std::unique_ptr<FrameFile> file = openImageFile(path);
+    if (file->frameCount() != 1)
+        throw UsageError(path + ": holds " + std::to_string(file->frameCount()) + " images; expected one");
+    const cv::Mat image = file->read(0);
+    requireSize(path, image.size(), expected);
+    cv::Mat_<float> values;
+    image.convertTo(values, CV_32F);
+    if (!cv::checkRange(values))
+        throw UsageError(path + ": some pixels are infinite or no numbers; expected a finite value in each");
+    return values;
+}
+
+Statistics statisticsFor(const ClusterSettings& settings, Recording& recording, const std::string& size,
+                         SampleForm form)
+{
+    if (settings.mean.empty() != settings.stdDev.empty())
+        throw UsageError("--mean and --std-dev: expected both or none");
+    if (!settings.mean.empty() && !settings.uniform.empty())
+        throw UsageError("--uniform: the statistics are those of --mean and --std-dev already");
+    if (!settings.mean.empty())
+        return {readImage(settings.mean, recording.frameSize()),
+                readImage(settings.stdDev, recording.frameSize()), settings.mean};
+    if (settings.uniform.empty())
+        return gather(recording, form);
+    Recording uniform({settings.uniform, size, ""});
+    requireSize(settings.uniform.front(), uniform.frameSize(), recording.frameSize());
+    return gather(uniform, form);
+}
+
+class ClusterFilter : public FrameFilter
+{
+public:
+    ClusterFilter(const ClusterSettings& settings, const Statistics& statistics, SampleForm form);
+
+    void process(const cv::Mat_<short>& samples, cv::Mat_<short>& result) override;
+    std::string description() const override { return description_; }
+
+private:
+    void describe(const ClusterSettings& settings, const Statistics& statistics);
+
+    cv::Mat damping_;
+    double offset_;
+    cv::Mat values_;
+    std::string description_;
+};
+
+ClusterFilter::ClusterFilter(const ClusterSettings& settings, const Statistics& statistics, SampleForm form)
+    : offset_(valueOfSampleZero(form))
+{
+    ClusterPatternRemover remover(
+        static_cast<unsigned int>(settings.width), static_cast<unsigned int>(settings.height),
+        static_cast<float>(settings.stdDevLimit), 0.0F, static_cast<float>(settings.meanLimit));
+    remover.setAlphaDamping(static_cast<float>(settings.alphaDamping));
+    remover.learn(
+        statistics.mean, statistics.stdDev,
+        settings.mode == "median" ? ClusterPatternRemover::MEDIAN : ClusterPatternRemover::GAUSSIAN);
+    remover.getDamping(damping_, false);
+    describe(settings, statistics);
+}
+
+void ClusterFilter::process(const cv::Mat_<short>& samples, cv::Mat_<short>& result)
+{
+    samples.convertTo(values_, CV_32F, 1.0, offset_);
+    cv::multiply(values_, damping_, values_);
+    values_.convertTo(result, CV_16S, 1.0, -offset_);
+}
+
+void ClusterFilter::describe(const ClusterSettings& settings, const Statistics& statistics)
+{
+    double low = 1.0;
+    double high = 1.0;
+    cv::minMaxLoc(damping_, &low, &high);
+    std::ostringstream text;
+    text << "cluster pattern, learned from " << statistics.source << ": " << cv::countNonZero(damping_ != 1.0)
+         << " of " << damping_.total() << " pixels corrected, by factors of " << low << " to " << high
+         << "; groups of deviating pixels wider than " << settings.width << " or higher than "
+         << settings.height << " pixels count as scene and stay";
+    description_ = text.str();
+}
+
+}  // namespace
+
+std::unique_ptr<FrameFilter> makeClusterFilter(const ClusterSettings& settings, Recording& recording,
+                                               const std::string& size, SampleForm form)
+{
+    return std::make_unique<ClusterFilter>(settings, statisticsFor(settings, recording, size, form), form);
+}
+
+}  // namespace vxapp

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "apps/vxkit/FrameFilter.h"
+#include "apps/vxkit/FrameRun.h"
+#include "apps/vxkit/Recording.h"
+
+namespace vxapp {
+
+struct ClusterSettings
+{
+    int width = 5;  ///< largest cluster that is corrected, in pixels
+    int height = 5;
+    double stdDevLimit = 5.0;  ///< in counts
+    double alphaDamping = 1.0;
+    double meanLimit = 100.0;  ///< in counts
+    std::string mode = "median";
+
+    // Where the statistics come from; none of these: from the recording itself.
+    std::vector<std::string> uniform;
+    std::string mean;
+    std::string stdDev;
+};
+
+/// Learns a damping image from a uniform scene; the filter multiplies frames by it.
+///
+/// @param recording  that will be filtered
+/// @param size       "WIDTHxHEIGHT" of headerless frames of a uniform scene; empty for image files
+/// @throws UsageError for statistics that are missing, of another size or not finite
+std::unique_ptr<FrameFilter> makeClusterFilter(const ClusterSettings& settings, Recording& recording,
+                                               const std::string& size, SampleForm form);
+
+}  // namespace vxapp
