@@ -1,11 +1,15 @@
 #include "enhancement/superresolution/SrFloatRegistration2.h"
 
+#include <omp.h>
+
 #include <algorithm>
+#include <opencv2/core/utility.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
 
 #include "core/base/Exception.h"
 #include "core/base/Kernel.h"
+#include "core/base/ParallelExceptions.h"
 #include "core/diagnostics/LogFacility.h"
 #include "core/imaging/CornerFlow.h"
 #include "core/imaging/Displacement.h"
@@ -36,7 +40,8 @@ SrFloatRegistration2::SrFloatRegistration2(int frameWidth, int frameHeight, int 
       pyramids(static_cast<std::size_t>(window)),
       refinement_(cv::Size(frameWidth, frameHeight), window),
       scaled_(frameHeight, frameWidth),
-      gray_(frameHeight, frameWidth)
+      gray_(frameHeight, frameWidth),
+      tracks_(static_cast<std::size_t>(window))
 {}
 
 void SrFloatRegistration2::prepareFrame(float* frame)
@@ -91,13 +96,9 @@ int SrFloatRegistration2::registerFrames(int count, int reference, PointF* shift
     extractCornersRefImage(frames[static_cast<std::size_t>(reference)]);
     if (lastShifts.empty())
         lastShifts.resize(static_cast<std::size_t>(count));
-    wholeShifts_.assign(static_cast<std::size_t>(count), PointI{0, 0});
-    for (int i = 0; i < count; ++i) {
-        const int result =
-            i == reference ? 0 : registerWithCorners(reference, i, wholeShifts_[static_cast<std::size_t>(i)]);
-        if (result != 0)
-            return result;
-    }
+    const int result = trackFrames(count, reference);
+    if (result != 0)
+        return result;
     refinement_.refineAll(frames, wholeShifts_, reference, regError, regErrBlurRadius, masks, measured_);
     std::copy(measured_.begin(), measured_.end(), shifts);
     lastShifts = measured_;
@@ -129,24 +130,49 @@ void SrFloatRegistration2::extractCornersRefImage(const cv::Mat_<float>& image)
     VX_LOG(LogFacility::progress, "Num corners: " << refCorners.size());
 }
 
-int SrFloatRegistration2::registerWithCorners(int reference, int frame, PointI& shift)
+// Left to itself the tracker shares the corners of each frame's levels among threads: many short loops, and a
+// wait behind each. Frames are shared instead, in one loop; what OpenCV runs inside a loop of its own stays
+// on the calling thread.
+int SrFloatRegistration2::trackFrames(int count, int reference)
+{
+    wholeShifts_.assign(static_cast<std::size_t>(count), PointI{0, 0});
+    results_.assign(static_cast<std::size_t>(count), 0);
+    const int others = std::max(count - 1, 0);
+    ParallelExceptions failures;
+    cv::parallel_for_(cv::Range(0, 1), [&](const cv::Range&) {
+#pragma omp parallel for schedule(static) num_threads(std::min(omp_get_max_threads(), windowSize))
+        for (int other = 0; other < others; ++other) {
+            const auto i = static_cast<std::size_t>(other < reference ? other : other + 1);
+            failures.run(other, [&] {
+                results_[i] = registerWithCorners(omp_get_thread_num(), reference, static_cast<int>(i),
+                                                  wholeShifts_[i]);
+            });
+        }
+    });
+    failures.rethrow();
+    const auto failed =
+        std::find_if(results_.begin(), results_.end(), [](int result) { return result != 0; });
+    return failed == results_.end() ? 0 : *failed;
+}
+
+int SrFloatRegistration2::registerWithCorners(int worker, int reference, int frame, PointI& shift)
 {
     shift = {0, 0};
     if (refCorners.empty())
         return noCornerTracked;
+    auto& [tracked, status, error, flows] = tracks_[static_cast<std::size_t>(worker)];
     const cv::TermCriteria untilStill(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, 0.01);
     cv::calcOpticalFlowPyrLK(pyramids[static_cast<std::size_t>(reference)],
-                             pyramids[static_cast<std::size_t>(frame)], refCorners, tracked_, status_,
-                             trackingError_, cv::Size(trackingWindow, trackingWindow), pyramidLevels,
-                             untilStill, 0, 0.0001);
-    flows_.clear();
+                             pyramids[static_cast<std::size_t>(frame)], refCorners, tracked, status, error,
+                             cv::Size(trackingWindow, trackingWindow), pyramidLevels, untilStill, 0, 0.0001);
+    flows.clear();
     for (std::size_t i = 0; i < refCorners.size(); ++i)
-        if (status_[i] != 0)
-            flows_.push_back(tracked_[i] - refCorners[i]);
-    if (flows_.empty())
+        if (status[i] != 0)
+            flows.push_back(tracked[i] - refCorners[i]);
+    if (flows.empty())
         return noCornerTracked;
 
-    const FlowInliers inliers = inliersNearMedian(flows_);
+    const FlowInliers inliers = inliersNearMedian(flows);
     const cv::Point2f mean = inliers.sum * (1.0F / static_cast<float>(inliers.count));
     shift = roundToPixels({mean.x, mean.y});
     return 0;

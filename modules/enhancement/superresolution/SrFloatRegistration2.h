@@ -69,10 +69,20 @@ public:
     void setBlurRadius(int radius) { blurRadius = radius; }
 
 private:
+    // Results of the tracker for one of the threads that track frames at the same time.
+    struct Tracks
+    {
+        std::vector<cv::Point2f> tracked;
+        std::vector<unsigned char> status;
+        std::vector<float> error;
+        std::vector<cv::Point2f> flows;
+    };
+
     int registerFrames(int count, int reference, PointF* shifts, char** masks);
     bool initialize(int count, int reference, char** masks);
     void extractCornersRefImage(const cv::Mat_<float>& image);
-    int registerWithCorners(int reference, int frame, PointI& shift);
+    int trackFrames(int count, int reference);
+    int registerWithCorners(int worker, int reference, int frame, PointI& shift);
 
     std::int32_t width;
     std::int32_t height;
@@ -93,10 +103,8 @@ private:
     // Between the steps of one run.
     cv::Mat_<float> scaled_;
     cv::Mat_<unsigned char> gray_;
-    std::vector<cv::Point2f> tracked_;
-    std::vector<unsigned char> status_;
-    std::vector<float> trackingError_;
-    std::vector<cv::Point2f> flows_;
+    std::vector<Tracks> tracks_;  // one for each worker
+    std::vector<int> results_;
     std::vector<PointI> wholeShifts_;
     std::vector<PointF> measured_;
 };
