@@ -269,6 +269,7 @@ void addFilterCommand(CLI::App& program)
     addRecordingOptions(command, options->recording);
     addSampleOption(command, options->form);
     addSequenceOptions(command, options->output);
+    command.get_option("--output")->required();
     command.footer(footer);
     command.callback([options] { runFilter(*options); });
 }
