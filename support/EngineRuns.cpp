@@ -146,6 +146,7 @@ Burst checkBurst(SceneKind kind, cv::Size frame, std::uint64_t seed)
     BurstSettings settings;
     settings.scene.kind = kind;
     settings.scene.frame = frame;
+    settings.scene.seed = seed;
     settings.seed = seed;
     settings.shifts = {{0.3F, -0.4F}, {0.0F, 0.0F}, {-0.45F, 0.2F}, {1.2F, 0.55F}, {0.1F, -1.7F}};
     return simulateBurst(settings);

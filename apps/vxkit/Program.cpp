@@ -8,6 +8,7 @@
 #include "apps/vxkit/CompareCommand.h"
 #include "apps/vxkit/Failure.h"
 #include "apps/vxkit/FilterCommand.h"
+#include "apps/vxkit/SelfcheckCommand.h"
 #include "apps/vxkit/SimulateCommand.h"
 #include "apps/vxkit/SuperresCommand.h"
 
@@ -33,6 +34,7 @@ int runProgram(int argc, const char* const* argv)
     });
     addCompareCommand(app);
     addFilterCommand(app);
+    addSelfcheckCommand(app);
     addSimulateCommand(app);
     addSuperresCommand(app);
     try {

@@ -1,0 +1,212 @@
+#include "apps/vxkit/SelfcheckCommand.h"
+
+#include <CLI/CLI.hpp>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "apps/vxkit/Failure.h"
+#include "apps/vxkit/NumberChecks.h"
+#include "apps/vxkit/Progress.h"
+#include "apps/vxkit/Recording.h"
+#include "support/EngineRuns.h"
+
+namespace vxapp {
+
+namespace {
+
+using vxsupport::Disagreement;
+using vxsupport::EngineKind;
+using vxsupport::EngineRun;
+using vxsupport::RunError;
+
+constexpr int reference = 1;
+const cv::Size smallestFrame{128, 96};
+
+struct SelfcheckOptions
+{
+    std::string size = "128x96";
+    int seeds = 2;
+    double tolerance = 1.0;
+};
+
+Disagreement scaled(const Disagreement& limits, double factor)
+{
+    return {limits.shift * factor, limits.masks * factor, limits.image * factor, limits.result * factor,
+            limits.iterations * factor};
+}
+
+std::string places(double value, int digits, int width)
+{
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(digits) << std::setw(width) << value;
+    return text.str();
+}
+
+std::string row(const std::string& scene, const std::string& seed, const std::string& engines)
+{
+    std::ostringstream text;
+    text << std::left << std::setw(9) << scene << std::right << std::setw(4) << seed << "  " << std::left
+         << std::setw(18) << engines;
+    return text.str();
+}
+
+std::string cells(const Disagreement& found)
+{
+    return places(found.shift, 5, 10) + places(found.masks * 100.0, 3, 9) + places(found.image, 5, 10) +
+           places(found.result, 5, 10) + places(found.iterations, 0, 7);
+}
+
+std::string cells(const RunError& found)
+{
+    return places(found.shift, 5, 10) + places(found.gain, 2, 9);
+}
+
+/// Runs the engines on one burst after the other, and collects what they make of it in two tables.
+class Selfcheck
+{
+public:
+    explicit Selfcheck(const SelfcheckOptions& options);
+    void run();
+
+private:
+    void check(vxsupport::SceneKind scene, int seed);
+    void hold(const std::string& label, const EngineRun& a, const EngineRun& b, const Disagreement& limits);
+    void hold(const std::string& label, const EngineRun& run, const vxsupport::Burst& burst);
+    std::string verdict(const std::vector<std::string>& excesses);
+
+    cv::Size size_;
+    int seeds_;
+    Disagreement twinLimits_;
+    Disagreement siblingLimits_;
+    RunError truthLimits_;
+    std::ostringstream agreement_;
+    std::ostringstream truth_;
+    int comparisons_ = 0;
+    int exceeded_ = 0;
+};
+
+Selfcheck::Selfcheck(const SelfcheckOptions& options)
+    : size_(parseSize(options.size)),
+      seeds_(options.seeds),
+      twinLimits_(scaled(vxsupport::twinLimits, options.tolerance)),
+      siblingLimits_(scaled(vxsupport::siblingLimits, options.tolerance)),
+      truthLimits_{vxsupport::truthLimits.shift * options.tolerance,
+                   vxsupport::truthLimits.gain / options.tolerance}
+{
+    if (size_.width < smallestFrame.width || size_.height < smallestFrame.height || size_.width % 2 != 0)
+        throw UsageError("--size " + options.size + ": expected an even width, and 128x96 pixels or more");
+}
+
+void Selfcheck::run()
+{
+    const auto& scenes = vxsupport::allSceneKinds();
+    const int bursts = static_cast<int>(scenes.size()) * seeds_;
+    std::cout << bursts << " bursts of 5 simulated frames of " << size_.width << "x" << size_.height
+              << std::endl;
+    Progress progress(bursts);
+    int done = 0;
+    for (const vxsupport::SceneKind scene : scenes)
+        for (int seed = 1; seed <= seeds_; ++seed) {
+            progress.show(++done);
+            check(scene, seed);
+        }
+    progress.clear();
+
+    std::cout << "\nDifference of the engines\n"
+              << row("scene", "seed", "engines") << "     shift    masks     image    factor  steps\n"
+              << row("", "", "") << "    pixels        %         K\n"
+              << row("at most", "", "phase-reference") << cells(twinLimits_) << '\n'
+              << row("at most", "", "production-phase") << cells(siblingLimits_) << '\n'
+              << agreement_.str() << "\nDistance from the truth; gain over bicubic enlargement\n"
+              << row("scene", "seed", "engine") << "     shift     gain  factor  steps\n"
+              << row("", "", "") << "    pixels       dB\n"
+              << row("at most", "", "") << cells(truthLimits_) << " at least" << '\n'
+              << truth_.str() << std::endl;
+    const std::string all = std::to_string(comparisons_) + " comparisons";
+    if (exceeded_ > 0)
+        throw EngineError("selfcheck: " + std::to_string(exceeded_) + " of " + all + " exceed their limits");
+    std::cout << "selfcheck passed: " << all << " within their limits" << std::endl;
+}
+
+void Selfcheck::check(vxsupport::SceneKind scene, int seed)
+{
+    const vxsupport::Burst burst = vxsupport::checkBurst(scene, size_, static_cast<std::uint64_t>(seed));
+    std::vector<EngineRun> runs;
+    const auto runOf = [&runs](EngineKind kind) -> const EngineRun& {
+        return runs[static_cast<std::size_t>(kind)];
+    };
+    for (const EngineKind kind : vxsupport::allEngineKinds())
+        runs.push_back(vxsupport::runEngine(kind, burst.frames, reference));
+
+    const std::string name(vxsupport::nameOf(scene));
+    const std::string number = std::to_string(seed);
+    hold(row(name, number, "phase-reference"), runOf(EngineKind::phase), runOf(EngineKind::reference),
+         twinLimits_);
+    hold(row(name, number, "production-phase"), runOf(EngineKind::production), runOf(EngineKind::phase),
+         siblingLimits_);
+    for (const EngineKind kind : vxsupport::allEngineKinds())
+        hold(row(name, number, std::string(vxsupport::nameOf(kind))), runOf(kind), burst);
+}
+
+void Selfcheck::hold(const std::string& label, const EngineRun& a, const EngineRun& b,
+                     const Disagreement& limits)
+{
+    const Disagreement found = vxsupport::compareRuns(a, b);
+    agreement_ << label << cells(found) << verdict(vxsupport::excesses(found, limits)) << '\n';
+}
+
+void Selfcheck::hold(const std::string& label, const EngineRun& run, const vxsupport::Burst& burst)
+{
+    const RunError found = vxsupport::compareWithTruth(run, burst, reference);
+    truth_ << label << cells(found) << places(static_cast<double>(run.result), 2, 8)
+           << places(run.iterations, 0, 7) << verdict(vxsupport::excesses(found, truthLimits_)) << '\n';
+}
+
+std::string Selfcheck::verdict(const std::vector<std::string>& excesses)
+{
+    ++comparisons_;
+    if (excesses.empty())
+        return "  ok";
+    ++exceeded_;
+    std::string text = "  EXCEEDED";
+    for (const std::string& excess : excesses)
+        text += (&excess == &excesses.front() ? " " : "; ") + excess;
+    return text;
+}
+
+const char* const footer =
+    R"(The phase engine and its serial twin, the reference engine, differ by the rounding of their sums alone. The
+production engine tracks corners instead, and may lie a few hundredths of a pixel beside them. The exit status is 0
+if everything lies within its limits, 1 if not.)";
+
+}  // namespace
+
+void addSelfcheckCommand(CLI::App& program)
+{
+    CLI::App& command = *program.add_subcommand(
+        "selfcheck",
+        "Runs the three super-resolution engines on simulated bursts and holds them against each other and\n"
+        "the truth");
+    auto options = std::make_shared<SelfcheckOptions>();
+    command.add_option("--size", options->size, "Size of the frames")
+        ->type_name("WIDTHxHEIGHT")
+        ->capture_default_str();
+    command.add_option("--seeds", options->seeds, "Bursts of each scene")
+        ->check(CLI::Range(1, 1000))
+        ->type_name("N")
+        ->capture_default_str();
+    command
+        .add_option("--tolerance", options->tolerance,
+                    "Factor on all limits; below 1 is stricter than the engines promise")
+        ->check(aboveZero())
+        ->type_name("X")
+        ->capture_default_str();
+    command.footer(footer);
+    command.callback([options] { Selfcheck(*options).run(); });
+}
+
+}  // namespace vxapp
