@@ -27,11 +27,12 @@ double fullScaleOf(int depth)
 
 int UnsharpMask::unsharp(cv::Mat& src, cv::Mat& dst, double amount, double sigma, double threshold)
 {
-    cv::Mat blurred;
-    cv::GaussianBlur(src, blurred, cv::Size(0, 0), sigma, sigma, cv::BORDER_REFLECT_101);
+    // Ahead of the blur, which throws for some of the depths.
     const double fullScale = fullScaleOf(src.depth());
     if (fullScale == 0.0)
         return -1;
+    cv::Mat blurred;
+    cv::GaussianBlur(src, blurred, cv::Size(0, 0), sigma, sigma, cv::BORDER_REFLECT_101);
     const cv::Mat detail = src - blurred;
     if (src.channels() > 1) {
         dst = src + amount * detail;
@@ -40,9 +41,8 @@ int UnsharpMask::unsharp(cv::Mat& src, cv::Mat& dst, double amount, double sigma
     cv::Mat mask;
     cv::threshold(detail, mask, fullScale * threshold, 1.0, cv::THRESH_BINARY);
     const cv::Mat boost = amount * detail;
-    const cv::Mat original = src;
-    original.copyTo(dst);
-    cv::add(original, boost, dst, mask, original.depth());
+    src.copyTo(dst);
+    cv::add(src, boost, dst, mask, src.depth());
     return 0;
 }
 

@@ -60,7 +60,7 @@ TEST(UnsharpMask, IgnoresTheThresholdForSeveralChannels)
 
 TEST(UnsharpMask, RefusesDepthsItDoesNotHandle)
 {
-    for (const int depth : {CV_16U, CV_16S}) {
+    for (const int depth : {CV_16U, CV_16S, CV_32S}) {
         cv::Mat image = step(depth);
         cv::Mat result;
         EXPECT_EQ(UnsharpMask::unsharp(image, result, 1.0, 1.5, 0.0), -1);
