@@ -34,6 +34,22 @@ ClusterPatternRemover::ClusterPatternRemover(unsigned int width, unsigned int he
       meanLimit(c)
 {}
 
+ClusterPatternRemover::ClusterPatternRemover(const ClusterPatternRemover& other)
+    : damping(other.damping.clone()),
+      clusterWidth(other.clusterWidth),
+      clusterHeight(other.clusterHeight),
+      stdDevLimit(other.stdDevLimit),
+      alphaDamping(other.alphaDamping),
+      meanLimit(other.meanLimit)
+{}
+
+ClusterPatternRemover& ClusterPatternRemover::operator=(const ClusterPatternRemover& other)
+{
+    if (this != &other)
+        *this = ClusterPatternRemover(other);
+    return *this;
+}
+
 void ClusterPatternRemover::learn(const cv::Mat_<float>& mean, const cv::Mat_<float>& stdDev, FILTERMODE mode)
 {
     if (mean.empty() || mean.size() != stdDev.size())

@@ -18,6 +18,8 @@ namespace halvor::vx {
 /// clusterHeight is taken for part of the scene (a warm object, a reflection) and keeps its damping. A pixel
 /// deviates when its mean differs from the mean of the window of 2 * clusterWidth + 1 by 2 * clusterHeight +
 /// 1 pixels around it by more than its standard deviation in time: what is less can't be seen in a frame.
+///
+/// A copy goes on from the same damping, on its own.
 class VXKIT_API ClusterPatternRemover
 {
 public:
@@ -34,6 +36,11 @@ public:
     /// @param b  ignored
     /// @param c  the limit of the difference between neighbouring means
     ClusterPatternRemover(unsigned int width, unsigned int height, float a, float b, float c);
+    ClusterPatternRemover(const ClusterPatternRemover& other);
+    ClusterPatternRemover& operator=(const ClusterPatternRemover& other);
+    ClusterPatternRemover(ClusterPatternRemover&&) = default;
+    ClusterPatternRemover& operator=(ClusterPatternRemover&&) = default;
+    ~ClusterPatternRemover() = default;
 
     /// Learns from the statistics of a uniform scene.
     ///

@@ -115,6 +115,23 @@ TEST(ClusterPattern, MovesByTheWeightOfTheNewRatio)
     EXPECT_FLOAT_EQ(dampingOf(remover)(15, 20), 0.85F);
 }
 
+TEST(ClusterPattern, CopiesLearnOnTheirOwn)
+{
+    const cv::Mat_<float> mean = sceneWithCluster({20, 15, 1, 1}, 1.25F);
+    const cv::Mat_<float> quiet(mean.size(), 0.01F);
+    ClusterPatternRemover remover = openRemover(4, 4);
+    EXPECT_TRUE(remover.setAlphaDamping(0.5F));
+    remover.learn(mean, quiet);
+    ClusterPatternRemover copy = remover;
+    ClusterPatternRemover assigned = openRemover(1, 1);
+    assigned = remover;
+    for (ClusterPatternRemover* other : {&copy, &assigned}) {
+        other->learn(mean, quiet);
+        EXPECT_FLOAT_EQ(dampingOf(*other)(15, 20), 0.85F);
+        EXPECT_FLOAT_EQ(dampingOf(remover)(15, 20), 0.9F);
+    }
+}
+
 TEST(ClusterPattern, SmoothsByMedianOrGaussian)
 {
     const cv::Mat_<float> mean = sceneWithCluster({20, 15, 1, 1}, 1.25F);
