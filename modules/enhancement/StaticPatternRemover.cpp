@@ -23,6 +23,7 @@ StaticPatternRemover& StaticPatternRemover::operator=(const StaticPatternRemover
 {
     if (this == &other)
         return *this;
+    removal_.reset();  // so that a failed allocation leaves a filter that starts anew
     mLine = other.mLine;
     mFrame = other.mFrame;
     frameSize_ = other.frameSize_;
@@ -73,6 +74,7 @@ void StaticPatternRemover::validateInput(const cv::Size_<int>& size)
 
 void StaticPatternRemover::init(const cv::Size_<int>& size)
 {
+    removal_.reset();
     mLine.assign(static_cast<std::size_t>(size.width), 0);
     mFrame.assign(mLine.size() * static_cast<std::size_t>(size.height), 0);
     frameSize_ = size;
