@@ -162,12 +162,6 @@ VX_KERNEL void updateFrame(const Measures& measures, const LineWindow& window, c
     }
 }
 
-VX_KERNEL void storeBlock(const int* result, int* VX_RESTRICT out, int n)
-{
-    for (int i = 0; i < n; ++i)
-        out[i] = result[i];
-}
-
 VX_KERNEL void storeMarkedBlock(const int* in, const int* result, int* out, int n)
 {
     for (int i = 0; i < n; ++i)
@@ -210,27 +204,25 @@ PatternRemoval::PatternRemoval(int cols)
 void PatternRemoval::run(const FrameView<int>& frame, const Corrections& corrections,
                          const Settings& settings, const Scan& scan)
 {
-    runRows(frame, corrections, settings, scan,
-            [this](const int*, int* out) { storeBlock(result_.data(), out, cols_); });
+    runRows<nullptr>(frame, corrections, settings, scan);
 }
 
 void PatternRemoval::runMarked(const FrameView<int>& frame, const Corrections& corrections,
                                const Settings& settings, const Scan& scan)
 {
-    runRows(frame, corrections, settings, scan,
-            [this](const int* in, int* out) { storeMarkedBlock(in, result_.data(), out, cols_); });
+    runRows<storeMarkedBlock>(frame, corrections, settings, scan);
 }
 
 void PatternRemoval::run(const FrameView<short>& frame, const Corrections& corrections,
                          const Settings& settings, const Scan& scan)
 {
-    runRows(frame, corrections, settings, scan,
-            [this](const short* in, short* out) { storeImage(in, result_.data(), out, cols_); });
+    runRows<storeImage>(frame, corrections, settings, scan);
 }
 
-template <typename Pixel, typename Store>
+// Without a store the results go straight into the output.
+template <auto store, typename Pixel>
 void PatternRemoval::runRows(const FrameView<Pixel>& frame, const Corrections& corrections,
-                             const Settings& settings, const Scan& scan, Store store)
+                             const Settings& settings, const Scan& scan)
 {
     if (cols_ == 0 || frame.rows == 0)
         return;
@@ -245,9 +237,13 @@ void PatternRemoval::runRows(const FrameView<Pixel>& frame, const Corrections& c
         // Ahead of column 'lag' no new value is visible, though windows beyond the edge repeat column 0. At
         // the top of a block's first frame none is, and the former ones are still zeros.
         const int hidden = scan.hideLineAtTop && y == 0 ? cols_ : std::min(scan.lag, cols_);
-        correct(settings, hidden, reach + 1 - scan.lag,
-                corrections.frame + static_cast<std::size_t>(y) * corrections.frameStride);
-        store(frame.input(y), frame.output(y));
+        int* const frameRow = corrections.frame + static_cast<std::size_t>(y) * corrections.frameStride;
+        if constexpr (store == nullptr) {
+            correct(settings, hidden, reach + 1 - scan.lag, frameRow, frame.output(y));
+        } else {
+            correct(settings, hidden, reach + 1 - scan.lag, frameRow, result_.data());
+            store(frame.input(y), result_.data(), frame.output(y), cols_);
+        }
     }
 }
 
@@ -282,7 +278,7 @@ void PatternRemoval::measure(int y, int lastRow)
     measureRow(here, centre_.data(), rowSum_.data(), rowDeviation_.data(), cols_);
 }
 
-void PatternRemoval::correct(const Settings& settings, int hidden, int visible, int* frameRow)
+void PatternRemoval::correct(const Settings& settings, int hidden, int visible, int* frameRow, int* result)
 {
     padEdges(earlierLine_.data(), cols_);
     padEdges(laterLine_.data(), cols_);
@@ -292,7 +288,7 @@ void PatternRemoval::correct(const Settings& settings, int hidden, int visible, 
         LineWindow window{{}, earlier + reach};
         for (int j = 0; j < reach; ++j)
             window.left[j] = (j < newValues ? later : earlier) + j;
-        updateFrame(measures(first), window, settings, frameRow + first, result_.data() + first, n);
+        updateFrame(measures(first), window, settings, frameRow + first, result + first, n);
     };
     update(0, hidden, 0);
     update(hidden, cols_ - hidden, visible);

@@ -66,15 +66,15 @@ public:
              const Scan& scan);
 
 private:
-    template <typename Pixel, typename Store>
+    template <auto store, typename Pixel>
     void runRows(const FrameView<Pixel>& frame, const Corrections& corrections, const Settings& settings,
-                 const Scan& scan, Store store);
+                 const Scan& scan);
     void load(const int* row, int y);
     void load(const short* row, int y);
     std::int16_t* samples(int y);
     void measure(int y, int lastRow);
     Measures measures(int first) const;
-    void correct(const Settings& settings, int hidden, int visible, int* frameRow);
+    void correct(const Settings& settings, int hidden, int visible, int* frameRow, int* result);
 
     int cols_;
     std::size_t padded_;
