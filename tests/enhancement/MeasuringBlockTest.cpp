@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <tuple>
 #include <vector>
 
 #include "BlockFrames.h"
@@ -40,7 +41,7 @@ TEST(MeasuringBlock, EqualsThePlainFormOnEveryKindOfFrame)
                                         {0, 3, 5, 16, 0, 0},
                                         {2, 1, 0, 1 << 20, 1, 0},
                                         {1, 1, 1, 256, 0, 1},
-                                        // A range that leaves 16 bits, where the scaling needs more than 32.
+                                        // Shifts in which the range filter wraps.
                                         {31, 20, 1, 1, 0, 0}};
     for (const MeasuringParameters& p : sets) {
         for (const blocktest::Size size : blocktest::smallSizes) {
@@ -86,6 +87,27 @@ TEST(MeasuringBlock, CentresARangeBelowTheSmallest)
     EXPECT_EQ(words[517], (65279 - (65279 >> 8)) >> 1);  // by the range of 1, not of 256
 }
 
+TEST(MeasuringBlock, HoldsARangeThatStaysAtTheTopButNotAtTheBottom)
+{
+    for (const auto& [sample, lo, hi] : {std::tuple{40200, 40100, 40100}, {39800, 39900, 40000}}) {
+        HstCmod block(4, 4, 1, 1, 1, 256, 0, 0);
+        measureConstant(block, 40000, 16);
+        measureConstant(block, 40000, 16);
+        const std::vector<int> words = measureConstant(block, sample, 16);
+        EXPECT_EQ(words[514], lo);
+        EXPECT_EQ(words[515], hi);
+    }
+}
+
+TEST(MeasuringBlock, ScalesDistancesBeyondThirtyTwoBits)
+{
+    // The filter's shift of 16 drops the range below 0, and a range of 1 has the largest gain.
+    HstCmod block(4, 4, 16, 16, 1, 1, 0, 0);
+    measureConstant(block, 40000, 16);
+    EXPECT_EQ(measureConstant(block, 40000, 16)[514], 40000 - 65536);
+    EXPECT_EQ(measureConstant(block, 40100, 16)[2 * 255], 16 * 16);
+}
+
 TEST(MeasuringBlock, CountsNoPixelAtTheEndsOfTheRange)
 {
     HstCmod block(6, 2, 1, 1, 1, 256, 0, 0);
@@ -109,8 +131,6 @@ TEST(MeasuringBlock, FillsWholeImageLines)
 TEST(MeasuringBlock, SurvivesARangeOfNothing)
 {
     HstCmod block(3, 1, 1, 1, 1, 0, 0, 0);
-    // Minimum above maximum by one makes hi - lo + 1 zero: filter the range there in steps.
-    for (int number = 0; number < 40; ++number)
-        measureConstant(block, number % 2 == 0 ? 0 : 65535, 3);
-    SUCCEED();
+    // Without a valid pixel the maximum lies below the minimum, and no smallest range stands in.
+    EXPECT_EQ(measureConstant(block, 0, 3)[516], 65535);
 }
