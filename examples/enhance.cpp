@@ -1,8 +1,8 @@
 // What a C++ host writes to enhance a live 16-bit stream.
 //
 //   enhance                            a made-up stream, results are only printed
-//   enhance WIDTH HEIGHT < IN > OUT    headerless frames of 16-bit little-endian samples, as a camera
-//                                      delivers them; the enhanced frames are 0 to 32766
+//   enhance WIDTH HEIGHT < IN > OUT    headerless frames of 16-bit little-endian two's complement
+//                                      samples; the enhanced frames are 0 to 32766
 //
 // The chain prints one line per frame on the standard output. A host that writes frames there sends the lines
 // elsewhere, as writeStream() does.
