@@ -9,7 +9,6 @@
 #include "core/base/Kernel.h"
 #include "core/base/ParallelPixels.h"
 #include "core/imaging/Displacement.h"
-#include "core/imaging/MeanFilter.h"
 
 namespace halvor::vx {
 
@@ -61,8 +60,9 @@ VX_KERNEL void maskRow(const float* VX_RESTRICT error, float limit, int n, char*
 GradientRefinement::GradientRefinement(const cv::Size& size, int workers)
     : size_(size), gradX(size), gradY(size), structureRows_(size.height)
 {
+    meanFilters_.reserve(static_cast<std::size_t>(workers));
     for (int i = 0; i < workers; ++i)
-        scratch_.push_back({cv::Mat_<float>(size), cv::Mat_<float>(size)});
+        meanFilters_.emplace_back(size);
 }
 
 float GradientRefinement::smoothingSigma(int radius)
@@ -91,16 +91,18 @@ void GradientRefinement::setReference(const cv::Mat_<float>& reference)
 PointF GradientRefinement::refine(int worker, const cv::Mat_<float>& frame, PointI shift, float regError,
                                   int blurRadius, char* mask)
 {
-    cv::Mat_<float>& error = scratch_[static_cast<std::size_t>(worker)].errorImage;
-    cv::Mat_<float>& rowMeans = scratch_[static_cast<std::size_t>(worker)].rowMeans;
     const int radius = std::clamp(blurRadius, 0, std::min(size_.width, size_.height) / 2);
     const FrameOverlap overlap = overlapOf(size_, shift);
     const GradientStep step = solve(frame, overlap);
     const PointF displacement = {step.dx + static_cast<float>(shift.x),
                                  step.dy + static_cast<float>(shift.y)};
-    writeError(frame, overlap, step, regError, error);
-    meanFilter(error, radius, rowMeans, error);
-    writeMask(error, regError, displacement, mask);
+    const cv::Rect window = overlapOf(size_, roundToPixels(displacement)).reference;
+    meanFilters_[static_cast<std::size_t>(worker)].run(
+        radius, [&](int y, float* error) { writeError(y, frame, overlap, step, regError, error); },
+        [&](int y, const float* error) {
+            if (window.y <= y && y < window.y + window.height)
+                maskRow(error + window.x, regError, window.width, mask + y * size_.width + window.x);
+        });
     return displacement;
 }
 
@@ -143,28 +145,18 @@ GradientStep GradientRefinement::solve(const cv::Mat_<float>& frame, const Frame
     return solveGradientStep(StructureSums{sumXX, sumXY, sumYY} - outside, bx, by);
 }
 
-void GradientRefinement::writeError(const cv::Mat_<float>& frame, const FrameOverlap& overlap,
-                                    const GradientStep& step, float regError,
-                                    cv::Mat_<float>& errorImage) const
+void GradientRefinement::writeError(int y, const cv::Mat_<float>& frame, const FrameOverlap& overlap,
+                                    const GradientStep& step, float regError, float* error) const
 {
     const cv::Rect& window = overlap.reference;
-    const cv::Rect& strip = overlap.strip;
-    for (int y = overlap.band.y; y < overlap.band.y + overlap.band.height; ++y)
-        std::fill_n(errorImage[y], size_.width, regError);
-    for (int i = 0; i < window.height; ++i) {
-        const int y = window.y + i;
-        std::fill_n(errorImage[y] + strip.x, strip.width, regError);
-        errorRow(gradX[y] + window.x, gradY[y] + window.x, reference_[y] + window.x,
-                 frame[overlap.frame.y + i] + overlap.frame.x, step, window.width, errorImage[y] + window.x);
+    const int i = y - window.y;
+    if (i < 0 || i >= window.height) {
+        std::fill_n(error, size_.width, regError);
+        return;
     }
-}
-
-void GradientRefinement::writeMask(const cv::Mat_<float>& blurredError, float regError, PointF displacement,
-                                   char* mask) const
-{
-    const cv::Rect window = overlapOf(size_, roundToPixels(displacement)).reference;
-    for (int y = window.y; y < window.y + window.height; ++y)
-        maskRow(blurredError[y] + window.x, regError, window.width, mask + y * size_.width + window.x);
+    std::fill_n(error + overlap.strip.x, overlap.strip.width, regError);
+    errorRow(gradX[y] + window.x, gradY[y] + window.x, reference_[y] + window.x,
+             frame[overlap.frame.y + i] + overlap.frame.x, step, window.width, error + window.x);
 }
 
 }  // namespace halvor::vx

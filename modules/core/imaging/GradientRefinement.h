@@ -9,6 +9,7 @@
 #include "core/base/RowSums.h"
 #include "core/imaging/FrameOverlap.h"
 #include "core/imaging/GradientStep.h"
+#include "core/imaging/MeanFilter.h"
 
 namespace halvor::vx {
 
@@ -28,7 +29,7 @@ public:
     /// Standard deviation of the Gaussian that smooths frames for this method, by the radius of its kernel.
     static float smoothingSigma(int radius);
 
-    int workers() const { return static_cast<int>(scratch_.size()); }
+    int workers() const { return static_cast<int>(meanFilters_.size()); }
 
     /// @param reference  smoothed; its pixels are read again by refine()
     void setReference(const cv::Mat_<float>& reference);
@@ -62,17 +63,9 @@ public:
                    int reference, float regError, int blurRadius, char** masks, std::vector<PointF>& refined);
 
 private:
-    struct Scratch
-    {
-        cv::Mat_<float> errorImage;
-        cv::Mat_<float> rowMeans;
-    };
-
     GradientStep solve(const cv::Mat_<float>& frame, const FrameOverlap& overlap) const;
-    void writeError(const cv::Mat_<float>& frame, const FrameOverlap& overlap, const GradientStep& step,
-                    float regError, cv::Mat_<float>& errorImage) const;
-    void writeMask(const cv::Mat_<float>& blurredError, float regError, PointF displacement,
-                   char* mask) const;
+    void writeError(int y, const cv::Mat_<float>& frame, const FrameOverlap& overlap,
+                    const GradientStep& step, float regError, float* error) const;
 
     cv::Size size_;
     cv::Mat_<float> reference_;
@@ -82,7 +75,7 @@ private:
     float sumXY = 0.0F;
     float sumYY = 0.0F;
     RowSums<StructureSums> structureRows_;
-    std::vector<Scratch> scratch_;
+    std::vector<MeanFilter> meanFilters_;  // one for each worker
 };
 
 }  // namespace halvor::vx

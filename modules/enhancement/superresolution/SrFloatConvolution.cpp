@@ -145,8 +145,7 @@ void SrFloatConvolution::validCorrToSparse(const float* full, const float* kerne
 
 void SrFloatConvolution::blurImageMeanFilter(const cv::Mat_<float>& src, int radius, cv::Mat_<float>& dst)
 {
-    cv::Mat_<float> scratch;
-    meanFilter(src, radius, scratch, dst);
+    meanFilter(src, radius, dst);
 }
 
 }  // namespace halvor::vx

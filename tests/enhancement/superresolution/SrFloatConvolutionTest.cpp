@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <opencv2/core.hpp>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "core/base/Exception.h"
@@ -171,8 +172,9 @@ std::vector<float> filteredLine(const std::vector<float>& line, int radius)
 
 TEST(MeanFilter, EqualsTheRunningSumsBitForBit)
 {
-    for (const int radius : {0, 1, 4}) {
-        cv::Mat_<float> src(11, 300);
+    for (const auto& [size, radius] : {std::pair(cv::Size(300, 11), 0), std::pair(cv::Size(300, 11), 1),
+                                       std::pair(cv::Size(9, 8), 4), std::pair(cv::Size(20, 61), 4)}) {
+        cv::Mat_<float> src(size);
         const std::vector<float> values = randomValues(src.total(), 9);
         std::copy(values.begin(), values.end(), src.begin());
         cv::Mat_<float> expected(src.size());
@@ -183,7 +185,7 @@ TEST(MeanFilter, EqualsTheRunningSumsBitForBit)
         cv::Mat_<float> dst;
         SrFloatConvolution::blurImageMeanFilter(src, radius, dst);
         ASSERT_EQ(dst.size(), src.size());
-        EXPECT_EQ(cv::countNonZero(dst != expected), 0) << radius;
+        EXPECT_EQ(cv::countNonZero(dst != expected), 0) << size << ", radius " << radius;
     }
 }
 
