@@ -12,7 +12,7 @@
 
 #include "apps/vxkit/Failure.h"
 #include "apps/vxkit/FrameFileParts.h"
-#include "apps/vxkit/QuietStandardError.h"
+#include "apps/vxkit/QuietStream.h"
 
 namespace vxapp {
 

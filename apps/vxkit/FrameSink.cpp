@@ -4,6 +4,7 @@
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
 #include <utility>
+#include <vector>
 
 #include "apps/vxkit/Failure.h"
 #include "apps/vxkit/FrameSinkParts.h"
@@ -103,12 +104,11 @@ std::optional<vxsupport::ValueRange> rangeOf(const SequenceOptions& options,
 {
     if (options.range.empty())
         return usual.low < usual.high ? std::optional(usual) : std::nullopt;
-    const int low = options.range.at(0);
-    const int high = options.range.at(1);
-    if (low >= high)
-        throw UsageError("--range " + std::to_string(low) + ":" + std::to_string(high) +
-                         ": expected LOW:HIGH with LOW below HIGH");
-    return vxsupport::ValueRange{static_cast<float>(low), static_cast<float>(high)};
+    const auto range = parsePair(options.range, ':');
+    if (!range || range->first >= range->second)
+        throw UsageError("--range " + options.range +
+                         ": expected LOW:HIGH, two counts of which LOW is below HIGH");
+    return vxsupport::ValueRange{static_cast<float>(range->first), static_cast<float>(range->second)};
 }
 
 }  // namespace
@@ -122,9 +122,6 @@ void addSequenceOptions(CLI::App& command, SequenceOptions& options)
         ->type_name("OUT");
     command
         .add_option("--range", options.range, "Counts from the darkest to the brightest colour of a video")
-        ->delimiter(':')
-        ->expected(2)
-        ->check(CLI::Range(0, 65535))
         ->type_name("LOW:HIGH");
     command.add_option("--fps", options.framesPerSecond, "Frames per second of a video")
         ->check(numberWithin(0.1, 1000.0))

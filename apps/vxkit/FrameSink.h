@@ -4,7 +4,6 @@
 #include <memory>
 #include <opencv2/core/mat.hpp>
 #include <string>
-#include <vector>
 
 #include "support/Pictures.h"
 
@@ -19,8 +18,8 @@ class Recording;
 /// Where the frames of a processed recording go.
 struct SequenceOptions
 {
-    std::string path;          ///< its ending tells the kind of file, see openFrameSink()
-    std::vector<int> range{};  ///< LOW, HIGH: the counts that a video shows; empty for what the command takes
+    std::string path;     ///< its ending tells the kind of file, see openFrameSink()
+    std::string range{};  ///< "LOW:HIGH", the counts that a video shows; empty for what the command takes
     double framesPerSecond = 9.0;
     std::string colourMap = vxsupport::colourMapNames().front();
     bool force = false;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "apps/vxkit/CompareCommand.h"
+#include "apps/vxkit/EnhanceCommand.h"
 #include "apps/vxkit/Failure.h"
 #include "apps/vxkit/FilterCommand.h"
 #include "apps/vxkit/SelfcheckCommand.h"
@@ -33,6 +34,7 @@ int runProgram(int argc, const char* const* argv)
         return std::string("vxkit: ") + error.what() + " (vxkit --help tells more)\n";
     });
     addCompareCommand(app);
+    addEnhanceCommand(app);
     addFilterCommand(app);
     addSelfcheckCommand(app);
     addSimulateCommand(app);

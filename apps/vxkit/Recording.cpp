@@ -5,9 +5,6 @@
 #include <charconv>
 #include <cmath>
 #include <filesystem>
-#include <optional>
-#include <string_view>
-#include <utility>
 
 #include "apps/vxkit/Failure.h"
 #include "apps/vxkit/Output.h"
@@ -19,22 +16,6 @@ namespace {
 // Decoded frames are kept as long as they stay below this together.
 constexpr std::size_t keptBytesLimit = std::size_t{256} << 20;
 constexpr int largestSide = 1 << 15;
-
-// Two whole numbers with a separator between them, and nothing else.
-std::optional<std::pair<int, int>> parsePair(std::string_view text, char separator)
-{
-    const std::size_t middle = text.find(separator);
-    if (middle == std::string_view::npos)
-        return std::nullopt;
-    const auto parse = [](std::string_view word, int& value) {
-        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
-        return error == std::errc() && end == word.data() + word.size();
-    };
-    std::pair<int, int> numbers;
-    if (!parse(text.substr(0, middle), numbers.first) || !parse(text.substr(middle + 1), numbers.second))
-        return std::nullopt;
-    return numbers;
-}
 
 std::unique_ptr<FrameFile> openFile(const std::string& path, const std::optional<cv::Size>& rawSize)
 {
@@ -59,6 +40,21 @@ bool isImageName(const std::string& path)
     const std::string ending = lowerEnding(path);
     const auto known = {".png", ".tif", ".tiff", ".pgm", ".pfm"};
     return std::find(known.begin(), known.end(), ending) != known.end();
+}
+
+std::optional<std::pair<int, int>> parsePair(std::string_view text, char separator)
+{
+    const std::size_t middle = text.find(separator);
+    if (middle == std::string_view::npos)
+        return std::nullopt;
+    const auto parse = [](std::string_view word, int& value) {
+        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+        return error == std::errc() && end == word.data() + word.size();
+    };
+    std::pair<int, int> numbers;
+    if (!parse(text.substr(0, middle), numbers.first) || !parse(text.substr(middle + 1), numbers.second))
+        return std::nullopt;
+    return numbers;
 }
 
 cv::Size parseSize(const std::string& text)

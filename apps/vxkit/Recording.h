@@ -4,7 +4,10 @@
 #include <cstdint>
 #include <memory>
 #include <opencv2/core/mat.hpp>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "apps/vxkit/FrameFile.h"
@@ -14,6 +17,9 @@ class App;
 }
 
 namespace vxapp {
+
+/// Two whole numbers with a separator between them, and nothing else.
+std::optional<std::pair<int, int>> parsePair(std::string_view text, char separator);
 
 /// Reads the value of --size, "WIDTHxHEIGHT"; anything else is a UsageError.
 cv::Size parseSize(const std::string& text);

@@ -5,7 +5,7 @@
 
 #include "apps/vxkit/Failure.h"
 #include "apps/vxkit/FrameSinkParts.h"
-#include "apps/vxkit/QuietStandardError.h"
+#include "apps/vxkit/QuietStream.h"
 #include "apps/vxkit/SafeWrite.h"
 
 namespace vxapp {

@@ -90,7 +90,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(FrameSinks, VideoShowsTheRangeEnlarged)
 {
-    EXPECT_THAT(write({.path = at("out.avi"), .range = {1000, 3000}, .colourMap = "gray"}),
+    EXPECT_THAT(write({.path = at("out.avi"), .range = "1000:3000", .colourMap = "gray"}),
                 HasSubstr("gray from 1000 to 3000"));
     cv::VideoCapture video(at("out.avi"));
     cv::Mat_<cv::Vec3b> picture;
@@ -120,7 +120,7 @@ TEST_F(FrameSinks, RefuseNamesBeforeAnyWork)
     EXPECT_THAT(message({.path = at("out.mp4")}), HasSubstr("out.mp4: expected an output name"));
     EXPECT_THAT(message({.path = at("in.raw"), .force = true}), HasSubstr("is an input"));
     EXPECT_THAT(message({.path = at("none/out.raw")}), HasSubstr("does not exist"));
-    EXPECT_THAT(message({.path = at("out.avi"), .range = {5, 5}}), HasSubstr("--range 5:5"));
+    EXPECT_THAT(message({.path = at("out.avi"), .range = "5:5"}), HasSubstr("--range 5:5"));
     writeText(at("out-0003.png"), "kept");
     EXPECT_THAT(message({.path = at("out.png")}), HasSubstr("out-0003.png exists already"));
     EXPECT_EQ(fileCount(), 2U);

@@ -11,7 +11,7 @@
 #include "FrameSamples.h"
 #include "TemporaryFolder.h"
 #include "apps/vxkit/Failure.h"
-#include "apps/vxkit/QuietStandardError.h"
+#include "apps/vxkit/QuietStream.h"
 
 using namespace vxapp;
 using testing::HasSubstr;

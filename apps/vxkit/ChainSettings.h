@@ -1,0 +1,48 @@
+#pragma once
+
+#include <opencv2/core/types.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "enhancement/CamInternalSettings.h"
+#include "enhancement/MARLOImageEnhancer.h"
+
+namespace CLI {
+class App;
+}
+
+namespace vxapp {
+
+/// All settings that have an effect on the enhancer chain.
+struct ChainSettings : halvor::vx::CamInternalSettings
+{
+    int histSpeed = 1;
+    int histGamma = 0;
+    int histOffset = 0;
+};
+
+/// What a command line tells about the chain.
+struct ChainOptions
+{
+    std::string file;                         ///< settings file of the stream processor; empty for none
+    std::vector<std::optional<int>> values;   ///< one for each setting of the table that the options share
+    std::vector<std::optional<bool>> blocks;  ///< one for each block
+};
+
+/// Adds --settings and an option for each setting and each bypass to a command.
+void addChainOptions(CLI::App& command, ChainOptions& options);
+
+/// The settings for frames of a size: those of the options, else of the file, else the chain's own. Ranks
+/// that nothing names are 0.1 % and 99.9 % of the pixels. What a file doesn't name is as in the stream
+/// processor, not as in the chain.
+///
+/// @throws UsageError if the file can't be read or a setting is out of its range; the text names it
+ChainSettings chainSettings(const ChainOptions& options, cv::Size frameSize);
+
+/// The settings by block, one line each, for people.
+std::string settingsText(const ChainSettings& settings);
+
+halvor::vx::MARLOImageEnhancer openChain(const ChainSettings& settings, cv::Size frameSize);
+
+}  // namespace vxapp

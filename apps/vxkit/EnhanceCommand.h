@@ -1,0 +1,12 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace vxapp {
+
+/// Adds "vxkit enhance": runs the enhancer chain over a recording.
+void addEnhanceCommand(CLI::App& program);
+
+}  // namespace vxapp

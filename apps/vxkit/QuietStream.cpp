@@ -1,0 +1,40 @@
+#include "apps/vxkit/QuietStream.h"
+
+#include <fcntl.h>
+
+#include <cstdio>
+#include <iostream>
+
+namespace vxapp {
+
+namespace {
+
+void flushAll()
+{
+    std::cout.flush();
+    std::cerr.flush();
+    std::fflush(nullptr);
+}
+
+}  // namespace
+
+QuietStream::QuietStream(int descriptor) : descriptor_(descriptor), saved_(::dup(descriptor))
+{
+    flushAll();
+    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere < 0)
+        return;
+    ::dup2(nowhere, descriptor_);
+    ::close(nowhere);
+}
+
+QuietStream::~QuietStream()
+{
+    if (saved_ < 0)
+        return;
+    flushAll();
+    ::dup2(saved_, descriptor_);
+    ::close(saved_);
+}
+
+}  // namespace vxapp

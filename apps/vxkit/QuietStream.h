@@ -1,0 +1,36 @@
+#pragma once
+
+#include <unistd.h>
+
+namespace vxapp {
+
+/// Keeps one of the program's output streams silent for its lifetime, for C and C++ alike.
+class QuietStream
+{
+public:
+    /// @param descriptor  STDOUT_FILENO or STDERR_FILENO
+    explicit QuietStream(int descriptor);
+    ~QuietStream();
+    QuietStream(const QuietStream&) = delete;
+    QuietStream& operator=(const QuietStream&) = delete;
+
+private:
+    int descriptor_;
+    int saved_;
+};
+
+/// Image libraries print their own remarks on damaged files; the program tells one line of its own.
+class QuietStandardError : public QuietStream
+{
+public:
+    QuietStandardError() : QuietStream(STDERR_FILENO) {}
+};
+
+/// The enhancer chain prints a line per frame.
+class QuietStandardOutput : public QuietStream
+{
+public:
+    QuietStandardOutput() : QuietStream(STDOUT_FILENO) {}
+};
+
+}  // namespace vxapp
