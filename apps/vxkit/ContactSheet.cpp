@@ -124,7 +124,7 @@ std::string ContactSheet::write() const
     cv::Mat sheet;
     cv::vconcat(rows_, sheet);
     writeSafely(options_.path, options_.force, [&](const std::filesystem::path& temporary) {
-        return cv::imwrite(temporary.string(), sheet);
+        return cv::imwrite(temporary.string(), sheet, {cv::IMWRITE_PNG_COMPRESSION, 9});
     });
     return options_.path + " (the stages of " + std::to_string(rows_.size() / 2) +
            (rows_.size() == 2 ? " frame, " : " frames, ") + std::to_string(sheet.cols) + "x" +
