@@ -59,6 +59,15 @@ VX_KERNEL void addRow(const float* VX_RESTRICT other, float* VX_RESTRICT row, in
         row[i] += other[i];
 }
 
+VX_KERNEL double firstStepRow(float alpha, const float* VX_RESTRICT q, const float* VX_RESTRICT s,
+                              float* VX_RESTRICT r, int floats)
+{
+    return laneSum<lanes>(whole(floats), [=](int i) {
+        r[i] = s[i] - alpha * q[i];
+        return r[i] * r[i];
+    });
+}
+
 VX_KERNEL double stepRow(float alpha, const float* VX_RESTRICT q, float* VX_RESTRICT r, int floats)
 {
     return laneSum<lanes>(whole(floats), [=](int i) {

@@ -24,6 +24,10 @@ void advanceRow(float alpha, const float* s, const float* u, float* out, int flo
 /// row += other
 void addRow(const float* other, float* row, int floats);
 
+/// r = s - alpha * q
+/// @return the sum of r * r
+double firstStepRow(float alpha, const float* q, const float* s, float* r, int floats);
+
 /// r -= alpha * q
 /// @return the sum of r * r
 double stepRow(float alpha, const float* q, float* r, int floats);

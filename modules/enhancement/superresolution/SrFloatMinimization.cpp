@@ -6,6 +6,7 @@
 
 #include "core/base/Exception.h"
 #include "core/base/Kernel.h"
+#include "core/base/ParallelPixels.h"
 #include "core/base/RowSums.h"
 #include "core/diagnostics/DebugSingleton.h"
 #include "core/imaging/PointSpread.h"
@@ -123,11 +124,12 @@ SrFloatMinimization::Normalisation SrFloatMinimization::normalise(int count, flo
 {
     const auto rowStart = [this](int r) { return static_cast<std::ptrdiff_t>(r) * width; };
     const double inputSize = static_cast<double>(width) * height;
-#pragma omp parallel for schedule(static)
+    const bool isLarge = static_cast<std::size_t>(width) * height >= lightPassPixels;
+#pragma omp parallel for schedule(static) if (isLarge)
     for (int r = 0; r < height; ++r)
         rowSums_[r] = sumRow(reference + rowStart(r), width);
     const double mean = rowSums_.total() / inputSize;
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (isLarge)
     for (int r = 0; r < height; ++r)
         rowSums_[r] = squaredDeviationRow(reference + rowStart(r), mean, width);
     const double variance = rowSums_.total() / inputSize;

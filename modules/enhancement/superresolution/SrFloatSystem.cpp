@@ -237,11 +237,11 @@ void SrFloatSystem::lineariseFused(const EdgePotential& potential)
 
 double SrFloatSystem::startDirection()
 {
-    const auto border = [this](int y, float* row) { std::copy_n(R.row(y), layout_.pitch, row); };
-    const auto own = [this](int y) {
-        std::copy_n(R.row(y), layout_.pitch, S.row(y));
-        return S.row(y);
-    };
+    // S is R; the first step writes its R into the other image.
+    std::swap(R, S);
+    isFirstStep_ = true;
+    const auto border = [this](int y, float* row) { std::copy_n(S.row(y), layout_.pitch, row); };
+    const auto own = [this](int y) { return S.row(y); };
     return multiplyDirection(border, own);
 }
 
@@ -284,12 +284,14 @@ double SrFloatSystem::step(float alpha)
 {
     const bool finite = std::isfinite(alpha);
     forEachRow([this, alpha, finite](int y) {
-        sums_[y] = stepRow(alpha, Q.row(y), R.row(y), layout_.pitch);
+        sums_[y] = isFirstStep_ ? firstStepRow(alpha, Q.row(y), S.row(y), R.row(y), layout_.pitch)
+                                : stepRow(alpha, Q.row(y), R.row(y), layout_.pitch);
         if (!finite) {
             layout_.clearPadding(R.row(y));
             sums_[y] = dotRow(R.row(y), R.row(y), layout_.pitch);
         }
     });
+    isFirstStep_ = false;
     pendingAlpha_ = alpha;
     return sums_.total();
 }

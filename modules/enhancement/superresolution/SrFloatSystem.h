@@ -51,7 +51,7 @@ public:
     /// Freezes the weights at U and sets R to B minus the system applied to U.
     /// @return the squared norm of R
     double linearise(const EdgePotential& potential);
-    /// Sets S to R and Q to the system applied to S.
+    /// Sets S to R and Q to the system applied to S. R has no value then before step().
     /// @return the inner product of S and Q
     double startDirection();
     /// As startDirection(), with S = beta * S + R.
@@ -133,6 +133,7 @@ private:
     std::vector<Worker> workers_;
     SrFloatBurst burst_{};
     bool fused_ = false;
+    bool isFirstStep_ = false;  // of the round
     // The last step's alpha. U takes alpha * S when it is passed over for the next time.
     std::optional<float> pendingAlpha_;
 };
