@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -76,10 +77,15 @@ DebugSingletonInterface::~DebugSingletonInterface() = default;
 
 DebugSingletonInterface& DebugSingleton::getInstance(const std::string& name)
 {
-    static std::mutex mutex;
-    static std::map<std::string, ChannelRegistry> registries;
-    const std::lock_guard<std::mutex> lock(mutex);
-    return registries[name];
+    struct Registries
+    {
+        std::mutex mutex;
+        std::map<std::string, ChannelRegistry> byName;
+    };
+    // Never destroyed: an engine that a host holds in a static of its own deregisters later than that.
+    static auto& registries = *std::make_unique<Registries>().release();
+    const std::lock_guard<std::mutex> lock(registries.mutex);
+    return registries.byName[name];
 }
 
 }  // namespace halvor::vx

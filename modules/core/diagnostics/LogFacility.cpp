@@ -1,13 +1,19 @@
 #include "core/diagnostics/LogFacility.h"
 
 #include <iostream>
+#include <memory>
 
 namespace halvor::vx {
 
 LogFacility& LogFacility::getInstance()
 {
-    static LogFacility instance;
-    return instance;
+    struct Instance
+    {
+        LogFacility log;
+    };
+    // Never destroyed: a host may release contexts, which is logged, when its own statics are destroyed.
+    static auto& instance = *std::make_unique<Instance>().release();
+    return instance.log;
 }
 
 void LogFacility::setLogLevel(int level)

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -46,6 +47,21 @@ struct Expensive
     {
         ++*value.formatted;
         return out << "expensive";
+    }
+};
+
+// Stands for a host's static object that uses the library when it is destroyed.
+struct HostStatic
+{
+    DebugChannel channel{"host"};
+    HostStatic() = default;
+    HostStatic(const HostStatic&) = delete;
+    HostStatic& operator=(const HostStatic&) = delete;
+    ~HostStatic()
+    {
+        DebugSingletonInterface& registry = DebugSingleton::getInstance("host");
+        VX_LOG(LogFacility::progress, "channels: " << registry.channelCount());
+        registry.removeDebugChannel(&channel);
     }
 };
 
@@ -188,6 +204,23 @@ TEST(DebugSingleton, ConfiguresChannelsThatAreThereAndThoseThatCome)
     registry.removeDebugChannel(&after);
     EXPECT_EQ(registry.channelCount(), 0);
     EXPECT_THAT(device->lines, ElementsAre("before|1", "after|2"));
+}
+
+TEST(ProcessWideObjects, OutliveTheStaticsOfAHost)
+{
+    // In a new process, where the host's object is older than those of the library.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto path = std::filesystem::temp_directory_path() / "vxkit-log-at-exit";
+    const auto runToTheEnd = [&path] {
+        static HostStatic host;
+        LogFacility::getInstance().openLogFile(path.string(), false);
+        LogFacility::getInstance().setLogLevel(LogFacility::progress);
+        DebugSingleton::getInstance("host").addDebugChannel(&host.channel);
+        std::exit(0);
+    };
+    EXPECT_EXIT(runToTheEnd(), testing::ExitedWithCode(0), "");
+    EXPECT_EQ(readFile(path), "channels: 1\n");
+    std::filesystem::remove(path);
 }
 
 TEST(DebugDeviceConsole, NamesTheChannelOnStandardError)
