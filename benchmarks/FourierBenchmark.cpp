@@ -19,14 +19,14 @@
 #include "support/CapturedOutput.h"
 
 using namespace halvor::vx;
-using vxbench::fastestSeconds;
+using vxbench::fastestInTurns;
 using vxbench::LiveEngine;
 using vxbench::useThreads;
 using vxbench::windowSize;
 
 namespace {
 
-constexpr int repetitions = 25;
+constexpr int rounds = 50;
 
 cv::Size sizeOf(const benchmark::State& state)
 {
@@ -46,12 +46,12 @@ void transform(benchmark::State& state)
     for (auto _ : state)
         fft.forward(frame[0], spectrum.get());
 
-    const double forward = fastestSeconds([&] { fft.forward(frame[0], spectrum.get()); }, repetitions);
-    const double backward = fastestSeconds([&] { fft.backward(spectrum.get(), image[0]); }, repetitions);
     cv::Mat packed;
-    const double peerForward = fastestSeconds([&] { cv::dft(frame, packed); }, repetitions);
-    const double peerBackward =
-        fastestSeconds([&] { cv::dft(packed, image, cv::DFT_INVERSE | cv::DFT_REAL_OUTPUT); }, repetitions);
+    cv::dft(frame, packed);
+    const auto [forward, peerForward, backward, peerBackward] = fastestInTurns(
+        rounds, [&] { fft.forward(frame[0], spectrum.get()); }, [&] { cv::dft(frame, packed); },
+        [&] { fft.backward(spectrum.get(), image[0]); },
+        [&] { cv::dft(packed, image, cv::DFT_INVERSE | cv::DFT_REAL_OUTPUT); });
     state.counters["forward/peer"] = forward / peerForward;
     state.counters["backward/peer"] = backward / peerBackward;
 }
@@ -84,14 +84,11 @@ void phaseRegistration(benchmark::State& state)
     for (auto _ : state)
         registerWindow();
 
-    const double own = fastestSeconds(registerWindow, repetitions);
-    const double peer = fastestSeconds(
-        [&] {
-            for (int i = 0; i < windowSize; ++i)
-                if (i != 1)
-                    benchmark::DoNotOptimize(cv::phaseCorrelate(frames[1], frames[i]));
-        },
-        repetitions);
+    const auto [own, peer] = fastestInTurns(rounds, registerWindow, [&] {
+        for (int i = 0; i < windowSize; ++i)
+            if (i != 1)
+                benchmark::DoNotOptimize(cv::phaseCorrelate(frames[1], frames[i]));
+    });
     state.counters["own/peer"] = own / peer;
 }
 
@@ -106,9 +103,10 @@ void referenceEngine(benchmark::State& state)
     for (auto _ : state)
         benchmark::DoNotOptimize(serial.nextImage());
 
-    const double own = fastestSeconds([&] { serial.nextImage(); });
-    state.counters["own/phase"] = own / fastestSeconds([&] { phase.nextImage(); }, repetitions);
-    state.counters["own/production"] = own / fastestSeconds([&] { production.nextImage(); }, repetitions);
+    const auto [own, fastPhase, fastProduction] = fastestInTurns(
+        rounds / 5, [&] { serial.nextImage(); }, [&] { phase.nextImage(); }, [&] { production.nextImage(); });
+    state.counters["own/phase"] = own / fastPhase;
+    state.counters["own/production"] = own / fastProduction;
 }
 
 void cameraSizes(benchmark::internal::Benchmark* benchmark)

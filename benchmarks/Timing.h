@@ -3,7 +3,9 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <array>
 #include <ctime>
+#include <functional>
 #include <limits>
 
 namespace vxbench {
@@ -26,6 +28,23 @@ double fastestSeconds(Work work, int repetitions = 9)
         const double begin = secondsNow();
         work();
         fastest = std::min(fastest, secondsNow() - begin);
+    }
+    return fastest;
+}
+
+/// Seconds of the fastest run of each work, of which each round runs every one once, so that a busy neighbour
+/// hits all of them.
+template <typename... Works>
+std::array<double, sizeof...(Works)> fastestInTurns(int rounds, const Works&... works)
+{
+    std::array<double, sizeof...(Works)> fastest;
+    fastest.fill(std::numeric_limits<double>::max());
+    const auto run = [](double& seconds, const auto& work) {
+        seconds = std::min(seconds, fastestSeconds(std::cref(work), 1));
+    };
+    for (int round = 0; round < rounds; ++round) {
+        double* seconds = fastest.data();
+        (run(*seconds++, works), ...);
     }
     return fastest;
 }
