@@ -188,9 +188,7 @@ if everything lies within its limits, 1 if not.)";
 void addSelfcheckCommand(CLI::App& program)
 {
     CLI::App& command = *program.add_subcommand(
-        "selfcheck",
-        "Runs the three super-resolution engines on simulated bursts and holds them against each other and\n"
-        "the truth");
+        "selfcheck", "Holds the three super-resolution engines against each other and the truth");
     auto options = std::make_shared<SelfcheckOptions>();
     command.add_option("--size", options->size, "Size of the frames")
         ->type_name("WIDTHxHEIGHT")

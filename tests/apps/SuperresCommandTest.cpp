@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <limits>
 #include <map>
@@ -323,9 +324,11 @@ TEST_F(SuperresCommand, SurvivesAnyFrames)
             byte = static_cast<char>(random() & (round % 2 == 0 ? 0xFFU : 0x0FU));
         writeText(folder / "any.raw", bytes);
         const std::string size = std::to_string(width) + "x" + std::to_string(height);
+        const std::string engine = std::array{"production", "phase", "reference"}[round % 3];
         const ProgramRun done = run({at("any.raw"), "--size", size, "-o", at("out.pfm"), "--force",
-                                     round % 3 == 0 ? "--report" : "--last"});
-        EXPECT_THAT(done.status, testing::AnyOf(0, 1)) << size << done.error;
+                                     round % 4 < 2 ? "--report" : "--last", "--engine", engine});
+        // Not every engine takes frames of every size.
+        EXPECT_LE(done.status, engine == "production" ? 1 : 2) << size << done.error;
         EXPECT_THAT(done.error, Not(HasSubstr("unexpected")));
     }
 }
