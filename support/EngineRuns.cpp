@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <memory>
 #include <opencv2/imgproc.hpp>
 #include <sstream>
 #include <stdexcept>
@@ -13,7 +12,6 @@
 #include "enhancement/superresolution/SrFloatRegistration2.h"
 #include "enhancement/superresolution/reference/SuperResolution.h"
 #include "support/CapturedOutput.h"
-#include "support/EngineListener.h"
 #include "support/PictureMeasures.h"
 
 namespace vxsupport {
@@ -39,29 +37,22 @@ EngineRun runOn(Engine& engine, const std::vector<cv::Mat_<float>>& frames, int 
     run.result = engine.computeSR(run.image.ptr<float>());
     engine.getCompleteShifts(run.shifts);
     engine.getMasks(run.masks);
+    run.iterations = engine.getIterations();
     return run;
 }
 
 template <typename Registration>
 EngineRun runFast(const std::vector<cv::Mat_<float>>& frames, int referenceFrame)
 {
-    const auto listener = std::make_shared<EngineListener>();
-    const FastEngineChannels heard(listener, solverLevel);
     SrFloat<Registration> engine(frames[0].cols, frames[0].rows, static_cast<int>(frames.size()), 2.0F);
-    EngineRun run = runOn(engine, frames, referenceFrame);
-    run.iterations = listener->iterations();
-    return run;
+    return runOn(engine, frames, referenceFrame);
 }
 
 EngineRun runReference(const std::vector<cv::Mat_<float>>& frames, int referenceFrame)
 {
     const CapturedOutput dropped;
-    const auto listener = std::make_shared<EngineListener>();
     SuperResolution engine(frames[0].cols, frames[0].rows, static_cast<int>(frames.size()), 2.0F);
-    listenTo(engine, listener, solverLevel);
-    EngineRun run = runOn(engine, frames, referenceFrame);
-    run.iterations = listener->iterations();
-    return run;
+    return runOn(engine, frames, referenceFrame);
 }
 
 double largestDifference(const std::vector<PointF>& a, const std::vector<PointF>& b)

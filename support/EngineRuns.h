@@ -33,8 +33,6 @@ struct EngineRun
 };
 
 /// Runs an engine on a whole burst. What the engine writes to the standard output is dropped.
-///
-/// Reads the iterations from the debug channels and leaves these silent, so no other engine may be running.
 EngineRun runEngine(EngineKind kind, const std::vector<cv::Mat_<float>>& frames, int referenceFrame);
 
 /// How far two runs on the same burst are apart.

@@ -7,31 +7,48 @@
 #include "apps/vxkit/BurstEngineParts.h"
 #include "apps/vxkit/OutputRedirect.h"
 #include "core/base/Exception.h"
+#include "core/diagnostics/DebugSingleton.h"
 #include "enhancement/superresolution/CameraTable.h"
 #include "enhancement/superresolution/SrFloat.h"
 #include "enhancement/superresolution/SrFloatRegistration1.h"
 #include "enhancement/superresolution/SrFloatRegistration2.h"
 #include "enhancement/superresolution/reference/SuperResolution.h"
-#include "support/EngineListener.h"
 
 namespace vxapp {
 
 namespace {
 
+using halvor::vx::DebugChannel;
 using halvor::vx::DebugDeviceBase;
 using halvor::vx::SrFloat;
 using halvor::vx::SrFloatRegistration1;
 using halvor::vx::SrFloatRegistration2;
 using halvor::vx::SuperResolution;
-using vxsupport::EngineListener;
 
-// Silent unless somebody wants to know: the fast solvers take a slower road while they are heard.
-int listeningLevel(const BurstSettings& settings)
+// The finest level that an engine sends under.
+constexpr int everyLine = 12;
+
+/// Has the channels of all fast engines in the process send to a device while it lives; silences them at its
+/// end.
+class HeardRegistry
 {
-    if (settings.trace)
-        return vxsupport::finestLevel;
-    return settings.report ? vxsupport::solverLevel : 0;
-}
+public:
+    explicit HeardRegistry(const std::shared_ptr<DebugDeviceBase>& device)
+    {
+        registry_.setDebugDevice(device);
+        registry_.setOutputLevel(everyLine);
+    }
+    HeardRegistry(const HeardRegistry&) = delete;
+    HeardRegistry& operator=(const HeardRegistry&) = delete;
+    ~HeardRegistry()
+    {
+        registry_.setDebugDevice(nullptr);
+        registry_.setOutputLevel(0);
+    }
+
+private:
+    halvor::vx::DebugSingletonInterface& registry_ = halvor::vx::DebugSingleton::getInstance("");
+};
 
 BurstAnswer failed(const std::string& message)
 {
@@ -60,8 +77,7 @@ protected:
 
     Engine engine_;
     cv::Mat_<float> image_;
-    int level_;
-    std::shared_ptr<EngineListener> listener_;
+    std::shared_ptr<DebugDeviceBase> trace_;  // may be empty
 
 private:
     int frameCount_ = 0;
@@ -71,8 +87,7 @@ template <typename Engine>
 ClassEngine<Engine>::ClassEngine(cv::Size frameSize, const BurstSettings& settings)
     : engine_(frameSize.width, frameSize.height, settings.windowSize(), enlargement),
       image_(frameSize * 2),
-      level_(listeningLevel(settings)),
-      listener_(std::make_shared<EngineListener>(settings.trace))
+      trace_(settings.trace)
 {
     applySetting("--reference", referenceRange(settings), settings.referenceIndex(),
                  [this](int index) { engine_.setReferenceIndex(index); });
@@ -129,8 +144,7 @@ void ClassEngine<Engine>::tell(float result, BurstAnswer& answer)
         return;
     if (warning == 0)
         answer.factor = result;
-    if (level_ > 0)
-        answer.iterations = listener_->iterations();
+    answer.iterations = engine_.getIterations();
 
     std::vector<PointF> shifts;
     std::vector<cv::Mat_<unsigned char>> masks;
@@ -154,9 +168,10 @@ public:
 protected:
     void feed(const cv::Mat_<float>& frame, BurstAnswer& answer) override
     {
-        if (this->level_ == 0)
+        // Unheard, the solvers take a faster road.
+        if (!this->trace_)
             return Base::feed(frame, answer);
-        const vxsupport::FastEngineChannels heard(this->listener_, this->level_);
+        const HeardRegistry heard(this->trace_);
         Base::feed(frame, answer);
     }
 };
@@ -174,22 +189,31 @@ protected:
 private:
     void feedCounts(const cv::Mat_<float>& frame, BurstAnswer& answer);
 
-    std::shared_ptr<DebugDeviceBase> trace_;
+    void listen(DebugChannel& channel) const;
+
     bool countsAreRaw_;
     bool wantsQuality_;
 };
 
 ReferenceEngine::ReferenceEngine(cv::Size frameSize, const BurstSettings& settings)
     : ClassEngine(frameSize, settings),
-      trace_(settings.trace),
       countsAreRaw_(settings.radiance.has_value()),
       wantsQuality_(settings.quality || settings.report)
 {
-    if (level_ > 0)
-        vxsupport::listenTo(engine_, listener_, level_);
+    if (trace_) {
+        listen(engine_);
+        for (DebugChannel* channel : engine_.getInternalDebugChannelObjects())
+            listen(*channel);
+    }
     if (settings.radiance)
         engine_.setNucToRad(settings.radiance->countsA, settings.radiance->radianceA,
                             settings.radiance->countsB, settings.radiance->radianceB);
+}
+
+void ReferenceEngine::listen(DebugChannel& channel) const
+{
+    channel.setDebugDevice(trace_);
+    channel.setOutputLevel(everyLine);
 }
 
 void ReferenceEngine::feed(const cv::Mat_<float>& frame, BurstAnswer& answer)

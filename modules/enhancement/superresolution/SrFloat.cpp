@@ -136,6 +136,7 @@ float SrFloat<Registration>::computeSR(float* out)
                                              shifts.data(), masks.data(), outputImage.data());
     if (solved < 0)
         return static_cast<float>(solved);
+    iterations_ = solved;
 
     cv::Mat_<float> image(outHeight, outWidth, outputImage.data());
     badPixelHandling.maskBadPixel(image, completeShifts);
@@ -190,6 +191,12 @@ void SrFloat<Registration>::getMasks(std::vector<cv::Mat_<unsigned char>>& out) 
     out.resize(masks.size());
     for (std::size_t i = 0; i < masks.size(); ++i)
         cv::Mat_<char>(height, width, masks[i]).convertTo(out[i], CV_8U);
+}
+
+template <typename Registration>
+int SrFloat<Registration>::getIterations() const
+{
+    return iterations_;
 }
 
 template <typename Registration>

@@ -75,6 +75,8 @@ public:
     void getCompleteShifts(std::vector<PointF>& out);
     /// For each frame of the window its mask of the last computeSR(): 1 where the frame was used, else 0.
     void getMasks(std::vector<cv::Mat_<unsigned char>>& out) const;
+    /// Conjugate-gradient steps of the last image; 0 before the first.
+    int getIterations() const;
 
     /// True if frames hold raw signed 16-bit counts, false (the default) if they hold degrees Celsius.
     void setDataIsNUC(bool isNUC);
@@ -138,6 +140,7 @@ private:
     std::vector<PointF> shifts;
     std::vector<char*> masks;
     std::int32_t frameCount = 0;
+    std::int32_t iterations_ = 0;
 };
 
 }  // namespace halvor::vx

@@ -142,6 +142,7 @@ float SuperResolution::computeSR(Pixel* out)
         send("abort computeSR", stepLevel);
         return static_cast<float>(code);
     }
+    iterations_ = code;
     if constexpr (std::is_same_v<Pixel, float>)
         refillBadPixels(completeShifts);
 
@@ -168,6 +169,11 @@ void SuperResolution::getMasks(std::vector<cv::Mat_<unsigned char>>& out) const
 void SuperResolution::getCompleteShifts(std::vector<PointF>& out) const
 {
     registration->getCompleteShifts(out);
+}
+
+int SuperResolution::getIterations() const
+{
+    return iterations_;
 }
 
 void SuperResolution::simpleCombine()

@@ -99,6 +99,9 @@ public:
     /// lies further right or lower than in the reference frame.
     void getCompleteShifts(std::vector<PointF>& out) const;
 
+    /// Conjugate-gradient steps of the last image; 0 before the first.
+    int getIterations() const;
+
     /// Makes the image by averaging the moved frames of the last computeSR(), each pixel repeated twice in
     /// both directions: a baseline without any inverse problem. The frames are normalised as the solver left
     /// them.
@@ -194,6 +197,7 @@ private:
     std::vector<std::vector<char>> maskStorage_;
     // Frames of the last computation, to which `shifts` and `masks` belong.
     std::int32_t registeredCount_ = 0;
+    std::int32_t iterations_ = 0;
 };
 
 }  // namespace halvor::vx
