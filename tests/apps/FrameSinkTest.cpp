@@ -136,7 +136,7 @@ TEST_F(FrameSinks, FrameRunKeepsTheOrderOfCountsOrTheBits)
         std::vector<int> delivered;
         const RunTimes times = forEachFrame(
             recording, form, [&](const cv::Mat_<short>& frame) { frame.copyTo(samples); },
-            [&](int index) {
+            [&, form = form, zero = zero](int index) {  // Clang captures no structured binding as it is
                 toCounts(samples, form, counts);
                 EXPECT_TRUE(sameBits(counts, sampleCounts(frameSize, 2 + index)));
                 EXPECT_EQ(samples(0, 0), zero + counts(0, 0));
