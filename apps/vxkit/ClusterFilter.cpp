@@ -6,6 +6,8 @@
 
 #include "apps/vxkit/Failure.h"
 #include "apps/vxkit/FrameFile.h"
+#include "apps/vxkit/Output.h"
+#include "apps/vxkit/SafeWrite.h"
 #include "enhancement/ClusterPatternRemover.h"
 #include "enhancement/PixelStatistics.h"
 
@@ -97,6 +99,7 @@ public:
 
     void process(const cv::Mat_<short>& samples, cv::Mat_<short>& result) override;
     std::string description() const override { return description_; }
+    cv::Mat_<float> damping() const { return damping_; }
 
 private:
     void describe(const ClusterSettings& settings, const Statistics& statistics);
@@ -144,9 +147,18 @@ void ClusterFilter::describe(const ClusterSettings& settings, const Statistics& 
 }  // namespace
 
 std::unique_ptr<FrameFilter> makeClusterFilter(const ClusterSettings& settings, Recording& recording,
-                                               const std::string& size, SampleForm form)
+                                               const std::string& size, SampleForm form, bool force)
 {
-    return std::make_unique<ClusterFilter>(settings, statisticsFor(settings, recording, size, form), form);
+    if (!settings.damping.empty()) {
+        if (!isFloatFile(settings.damping))
+            throw UsageError(settings.damping + ": expected a name that ends in .tif, .tiff or .pfm");
+        requireWritable(settings.damping, force);
+    }
+    auto filter =
+        std::make_unique<ClusterFilter>(settings, statisticsFor(settings, recording, size, form), form);
+    if (!settings.damping.empty())
+        saveFloats(settings.damping, filter->damping(), force);
+    return filter;
 }
 
 }  // namespace vxapp

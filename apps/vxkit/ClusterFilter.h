@@ -23,14 +23,18 @@ struct ClusterSettings
     std::vector<std::string> uniform;
     std::string mean;
     std::string stdDev;
+
+    std::string damping{};  ///< file for the learned image, .tif, .tiff or .pfm; empty for none
 };
 
 /// Learns a damping image from a uniform scene; the filter multiplies frames by it.
 ///
 /// @param recording  that will be filtered
 /// @param size       "WIDTHxHEIGHT" of headerless frames of a uniform scene; empty for image files
-/// @throws UsageError for statistics that are missing, of another size or not finite
+/// @param force      an existing file of the learned image may be replaced
+/// @throws UsageError for statistics that are missing, of another size or not finite, and for a file that
+/// can't be written
 std::unique_ptr<FrameFilter> makeClusterFilter(const ClusterSettings& settings, Recording& recording,
-                                               const std::string& size, SampleForm form);
+                                               const std::string& size, SampleForm form, bool force);
 
 }  // namespace vxapp

@@ -92,25 +92,34 @@ std::unique_ptr<FrameFilter> makeFilter(const FilterOptions& options, Recording&
         return makePatternFilter(patternSettings(options));
     if (filter == "--unsharp")
         return makeUnsharpFilter(unsharpSettings(options));
-    return makeClusterFilter(options.cluster, recording, options.recording.size, options.form);
+    return makeClusterFilter(options.cluster, recording, options.recording.size, options.form,
+                             options.output.force);
 }
 
-void requireOtherThan(const std::vector<std::string>& inputs, const std::string& output)
+// The frames of the recording are told apart from the result by the sink.
+void requireDistinctFiles(const FilterOptions& options)
 {
-    for (const std::string& input : inputs) {
-        std::error_code error;
-        if (std::filesystem::equivalent(input, output, error))
-            throw UsageError(output + ": is read for the statistics; expected another name for the result");
-    }
+    const ClusterSettings& cluster = options.cluster;
+    std::vector<std::string> inputs = cluster.uniform;
+    inputs.insert(inputs.end(), {cluster.mean, cluster.stdDev});
+    const auto requireNew = [&inputs](const std::string& output) {
+        for (const std::string& input : inputs) {
+            std::error_code error;
+            if (std::filesystem::equivalent(input, output, error))
+                throw UsageError(output + ": is an input; expected another output name");
+        }
+    };
+    requireNew(options.output.path);
+    inputs.insert(inputs.end(), options.recording.inputs.begin(), options.recording.inputs.end());
+    requireNew(cluster.damping);
 }
 
 void runFilter(const FilterOptions& options)
 {
     chosenFilter(options);
+    requireDistinctFiles(options);
     Recording recording(options.recording);
     const std::unique_ptr<FrameSink> sink = openFrameSink(options.output, recording);
-    requireOtherThan(options.cluster.uniform, options.output.path);
-    requireOtherThan({options.cluster.mean, options.cluster.stdDev}, options.output.path);
     const std::unique_ptr<FrameFilter> filter = makeFilter(options, recording);
     const cv::Size size = recording.frameSize();
     std::cout << recording.frameCount() << " frames of " << size.width << "x" << size.height << "; "
@@ -225,6 +234,8 @@ void addClusterFilter(CLI::App& command, FilterOptions& options)
         ->type_name("FILE");
     cluster.add("--mean", settings.mean, "Learn from this image of means instead ...")->type_name("FILE");
     cluster.add("--std-dev", settings.stdDev, "... and this one of standard deviations in time")
+        ->type_name("FILE");
+    cluster.add("--damping", settings.damping, "Also write what was learned: the factors as .tif or .pfm")
         ->type_name("FILE");
     cluster
         .add("--cluster-width", settings.width,

@@ -205,8 +205,8 @@ TEST_F(Filters, MultiplyClustersOfBoundedSizeByTheirDamping)
     savePfm(at("mean.pfm"), means);
     savePfm(at("std.pfm"), deviations);
     writeInput(SampleForm::unsignedCounts);
-    const ProgramRun run =
-        filter({"--cluster", "--cluster-width", "3", "--mean", at("mean.pfm"), "--std-dev", at("std.pfm")});
+    const ProgramRun run = filter({"--cluster", "--cluster-width", "3", "--mean", at("mean.pfm"), "--std-dev",
+                                   at("std.pfm"), "--damping", at("damping.tif")});
     ASSERT_EQ(run.status, 0) << run.error;
     EXPECT_THAT(run.out, HasSubstr(": 2 of 693 pixels corrected"));
 
@@ -215,6 +215,7 @@ TEST_F(Filters, MultiplyClustersOfBoundedSizeByTheirDamping)
     remover.learn(means, deviations);
     cv::Mat damping;
     remover.getDamping(damping, true);
+    EXPECT_TRUE(sameBits(cv::imread(at("damping.tif"), cv::IMREAD_UNCHANGED), damping));
     expectOutput(SampleForm::unsignedCounts, [&](const Samples& frame) {
         cv::Mat values;
         frame.convertTo(values, CV_32F, 1.0, 32768.0);
@@ -269,5 +270,6 @@ INSTANTIATE_TEST_SUITE_P(
                     BadInput{"--cluster --mean small.pfm", "--std-dev: expected both"},
                     BadInput{"--cluster --mean small.pfm --std-dev small.pfm", "is 5x5; expected 33x21"},
                     BadInput{"--cluster --frames 1:1", "one frame tells no deviation"},
-                    BadInput{"--cluster --uniform one.raw --force -o one.raw",
-                             "is read for the statistics"}));
+                    BadInput{"--cluster --uniform one.raw --force -o one.raw", "one.raw: is an input"},
+                    BadInput{"--cluster --force --damping in.raw", "in.raw: is an input"},
+                    BadInput{"--cluster --damping new.png", "expected a name that ends in .tif"}));
