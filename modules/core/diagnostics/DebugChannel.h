@@ -1,5 +1,6 @@
 #pragma once
 
+#include <locale>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -40,6 +41,7 @@ public:
         if (!isDebugActive(level))
             return;
         std::ostringstream line;
+        line.imbue(std::locale::classic());
         line << text << value;
         deliver(line.str(), level);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <fstream>
+#include <locale>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -62,11 +63,13 @@ VXKIT_API std::string logPrefix(const CodeLocation& location);
 
 }  // namespace halvor::vx
 
-/// Composes and logs a line from a chain of << operands, but only when the level is active.
+/// Composes and logs a line from a chain of << operands, whatever the host's locale, but only when the level
+/// is active.
 #define VX_LOG(level, chain)                                                                               \
     do {                                                                                                   \
         if (halvor::vx::LogFacility::getInstance().isActive(level)) {                                      \
             std::ostringstream vxLogLine;                                                                  \
+            vxLogLine.imbue(std::locale::classic());                                                       \
             vxLogLine << halvor::vx::logPrefix(VX_HERE) << chain; /* NOLINT(bugprone-macro-parentheses) */ \
             halvor::vx::LogFacility::getInstance().logMessage(level, vxLogLine.str());                     \
         }                                                                                                  \

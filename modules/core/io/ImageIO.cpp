@@ -25,8 +25,8 @@ void appendLittleEndian(std::vector<char>& bytes, float value)
 
 void writePfm(std::ostream& out, const cv::Mat_<float>& image)
 {
-    // A negative scale says little-endian.
-    out << "Pf\n" << image.cols << ' ' << image.rows << "\n-1.0\n";
+    // A negative scale says little-endian. The stream itself would group digits as the host's locale does.
+    out << "Pf\n" + std::to_string(image.cols) + ' ' + std::to_string(image.rows) + "\n-1.0\n";
     std::vector<char> bytes;
     bytes.reserve(image.total() * sizeof(float));
     for (int y = image.rows - 1; y >= 0; --y)

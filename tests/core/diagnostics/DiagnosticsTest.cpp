@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/GroupedDigits.h"
 #include "core/base/Exception.h"
 #include "core/diagnostics/DebugChannel.h"
 #include "core/diagnostics/DebugDeviceConsole.h"
@@ -178,6 +179,19 @@ TEST_F(LogFacilityTest, ReceivesChannelLinesUpToTheChannelsLogLevel)
     channel.send("a problem", 2);
     channel.send("a step", 11);
     EXPECT_EQ(readFile(path), "DBG: a problem\n");
+}
+
+TEST_F(LogFacilityTest, WritesNumbersAlikeInAnyLocaleOfTheHost)
+{
+    const vxtest::GroupedDigits locale;
+    const auto path = folder / "f.log";
+    log.openLogFile(path.string(), false);
+    log.setLogLevel(LogFacility::progress);
+    VX_LOG(LogFacility::progress, "pixels: " << 1200 << " sigma: " << 0.5F);
+    DebugChannel channel("SR");
+    channel.setLogLevel(11);
+    channel.send("Pnr   :", 1200.5F, 11);
+    EXPECT_EQ(readFile(path), "pixels: 1200 sigma: 0.5\nSR: Pnr   :1200.5\n");
 }
 
 TEST(DebugSingleton, ConfiguresChannelsThatAreThereAndThoseThatCome)

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "core/GroupedDigits.h"
 #include "core/base/Exception.h"
 #include "core/io/ImageIO.h"
 
@@ -45,10 +46,11 @@ std::vector<char> bytesOf(const std::filesystem::path& path)
 
 }  // namespace
 
-TEST_F(ImageIOTest, SavesWhatAnotherReaderOpens)
+TEST_F(ImageIOTest, SavesWhatAnotherReaderOpensInAnyLocaleOfTheHost)
 {
     const auto path = folder / "one.pfm";
-    const cv::Mat_<float> image = ramp(3, 5);
+    const cv::Mat_<float> image = ramp(3, 1200);
+    const vxtest::GroupedDigits locale;
     ASSERT_TRUE(ImageIO::save(path.string(), image, 2));
     const cv::Mat read = cv::imread(path.string(), cv::IMREAD_UNCHANGED);
     ASSERT_EQ(read.size(), image.size());
