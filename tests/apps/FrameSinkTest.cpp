@@ -128,8 +128,8 @@ TEST_F(FrameSinks, RefuseNamesBeforeAnyWork)
 
 TEST_F(FrameSinks, FrameRunKeepsTheOrderOfCountsOrTheBits)
 {
-    for (const auto& [form, zero] :
-         {std::pair{SampleForm::unsignedCounts, -32768}, {SampleForm::signedSamples, 0}}) {
+    for (const SampleForm form : {SampleForm::unsignedCounts, SampleForm::signedSamples}) {
+        const int zero = form == SampleForm::unsignedCounts ? -32768 : 0;
         Recording recording = input();
         cv::Mat_<short> samples;
         cv::Mat_<std::uint16_t> counts;
