@@ -135,33 +135,30 @@ RowTriple SrFloatSystem::triple(const RowWindow& window, int y)
     return {window.row(y - 1), window.row(y), window.row(y + 1)};
 }
 
-// Applies the system to an image that is updated on the way. border(y, row) forms a row that belongs to
-// another thread, own(y) updates a row in place and gives it; all borders are formed before any row changes.
-// weights(worker, y, isFirst) gives the weights of the row above and of row y, finish(y) a finished row's
-// share of the sum.
+// Applies the system to an image, which may be updated on the way: own(y) updates a row in place and gives
+// it, border(y, row) forms a row that belongs to another thread, all of them before any row changes. Without
+// an update own(y) gives any row, and no thread waits for the others. weights(worker, y, isFirst) gives the
+// weights of the row above and of row y, finish(y) a finished row's share of the sum.
 template <typename Border, typename Own, typename Weights, typename Finish>
-void SrFloatSystem::sweepSystem(LaneImage& out, Border border, Own own, Weights weights, Finish finish)
+void SrFloatSystem::sweepSystem(LaneImage& out, bool isUpdated, Border border, Own own, Weights weights,
+                                Finish finish)
 {
     forEachWorker([&](Worker& worker, PairRange range) {
         const int height = layout_.height;
         const int begin = std::max(range.first - 2, 0);
         const int firstRow = 2 * range.first;
         const int endRow = std::min(2 * range.end, height);
-        const int borderEnd = std::min(endRow + borderRows, height);
-        if (firstRow < endRow) {
+        if (isUpdated) {
             for (int y = 2 * begin; y < firstRow; ++y)
                 border(y, worker.border[firstRow - 1 - y]);
-            for (int y = endRow; y < borderEnd; ++y)
+            for (int y = endRow; y < std::min(endRow + borderRows, height); ++y)
                 border(y, worker.border[borderRows + y - endRow]);
-        }
 #pragma omp barrier
-        if (firstRow >= endRow)
-            return;
-
+        }
         const auto fetch = [&](int y) -> const float* {
-            if (y < firstRow)
-                return worker.border[firstRow - 1 - y];
-            return y < endRow ? own(y) : worker.border[borderRows + y - endRow];
+            if (!isUpdated || (firstRow <= y && y < endRow))
+                return own(y);
+            return worker.border[y < firstRow ? firstRow - 1 - y : borderRows + y - endRow];
         };
         const auto advance = [&](int pair) {
             for (int y = 2 * pair; y < std::min(2 * pair + 2, height); ++y) {
@@ -211,10 +208,7 @@ double SrFloatSystem::linearise(const EdgePotential& potential)
 void SrFloatSystem::lineariseFused(const EdgePotential& potential)
 {
     const auto border = [this](int y, float* row) {
-        if (pendingAlpha_)
-            advanceRow(*pendingAlpha_, S.row(y), U.row(y), row, layout_.pitch);
-        else
-            std::copy_n(U.row(y), layout_.pitch, row);
+        advanceRow(*pendingAlpha_, S.row(y), U.row(y), row, layout_.pitch);
     };
     const auto own = [this](int y) {
         if (pendingAlpha_)
@@ -230,7 +224,7 @@ void SrFloatSystem::lineariseFused(const EdgePotential& potential)
         fillEdgeWeights(layout_, potential, y, triple(worker.window, y), weightRow(y));
         return std::pair(above, weightRow(y));
     };
-    sweepSystem(R, border, own, weights,
+    sweepSystem(R, pendingAlpha_.has_value(), border, own, weights,
                 [this](int y) { return residualRow(B.row(y), R.row(y), layout_.pitch); });
     pendingAlpha_.reset();
 }
@@ -240,9 +234,8 @@ double SrFloatSystem::startDirection()
     // S is R; the first step writes its R into the other image.
     std::swap(R, S);
     isFirstStep_ = true;
-    const auto border = [this](int y, float* row) { std::copy_n(S.row(y), layout_.pitch, row); };
-    const auto own = [this](int y) { return S.row(y); };
-    return multiplyDirection(border, own);
+    return multiplyDirection(
+        false, [](int, float*) {}, [this](int y) { return S.row(y); });
 }
 
 double SrFloatSystem::nextDirection(float beta)
@@ -260,16 +253,16 @@ double SrFloatSystem::nextDirection(float beta)
         return S.row(y);
     };
     pendingAlpha_.reset();
-    return multiplyDirection(border, own);
+    return multiplyDirection(true, border, own);
 }
 
 template <typename Border, typename Own>
-double SrFloatSystem::multiplyDirection(Border border, Own own)
+double SrFloatSystem::multiplyDirection(bool isUpdated, Border border, Own own)
 {
     const auto product = [this](int y) { return dotRow(S.row(y), Q.row(y), layout_.pitch); };
     const auto weights = [this](Worker&, int y, bool) { return std::pair(weightRow(y - 1), weightRow(y)); };
     if (fused_)
-        sweepSystem(Q, border, own, weights, product);
+        sweepSystem(Q, isUpdated, border, own, weights, product);
     else
         forEachRow(own);
     fused_ = fused_ && std::isfinite(sums_.total());

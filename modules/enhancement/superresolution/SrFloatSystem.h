@@ -88,7 +88,7 @@ private:
     template <typename Work>
     void forEachRow(Work work);
     template <typename Border, typename Own, typename Weights, typename Finish>
-    void sweepSystem(LaneImage& out, Border border, Own own, Weights weights, Finish finish);
+    void sweepSystem(LaneImage& out, bool isUpdated, Border border, Own own, Weights weights, Finish finish);
     template <typename Visit>
     void forEachTriple(const LaneImage& x, Visit visit);
 
@@ -100,7 +100,7 @@ private:
     void backProjectByOperators();
     void lineariseFused(const EdgePotential& potential);
     template <typename Border, typename Own>
-    double multiplyDirection(Border border, Own own);
+    double multiplyDirection(bool isUpdated, Border border, Own own);
     void computeL(const EdgePotential& potential);
     void gradient(const LaneImage& x, LaneImage& out);
     void advanceEstimate(int y);
