@@ -43,7 +43,7 @@ void transform(benchmark::State& state)
         std::make_unique<float[][2]>(static_cast<std::size_t>(size.width / 2 + 1) * size.height);
     cv::Mat_<float> image(size);
     SrFloatFft2d fft(size.width, size.height);
-    for (auto _ : state)
+    for ([[maybe_unused]] auto iteration : state)
         fft.forward(frame[0], spectrum.get());
 
     cv::Mat packed;
@@ -81,7 +81,7 @@ void phaseRegistration(benchmark::State& state)
         registration.prepareFrame(rows.back());
         registration.doRegistration(windowSize, 1, rows.data(), shifts.data(), masks.data(), moved.data());
     };
-    for (auto _ : state)
+    for ([[maybe_unused]] auto iteration : state)
         registerWindow();
 
     const auto [own, peer] = fastestInTurns(rounds, registerWindow, [&] {
@@ -100,7 +100,7 @@ void referenceEngine(benchmark::State& state)
     LiveEngine<SuperResolution> serial(sizeOf(state));
     LiveEngine<SrFloat<SrFloatRegistration1>> phase(sizeOf(state));
     LiveEngine<SrFloat<SrFloatRegistration2>> production(sizeOf(state));
-    for (auto _ : state)
+    for ([[maybe_unused]] auto iteration : state)
         benchmark::DoNotOptimize(serial.nextImage());
 
     const auto [own, fastPhase, fastProduction] = fastestInTurns(

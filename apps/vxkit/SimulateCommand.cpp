@@ -166,6 +166,7 @@ void writeStream(const SimulateOptions& options, const SimulatedFiles& files)
     files.writeSeries("frame", settings.frameCount, [&](int i) { return stream.frame(i); });
     files.writeSeries("ideal", settings.frameCount, [&](int i) { return stream.ideal(i); });
     std::vector<PointF> shifts;
+    shifts.reserve(static_cast<std::size_t>(settings.frameCount));
     for (int i = 0; i < settings.frameCount; ++i)
         shifts.push_back(stream.shift(i));
     files.writeText(noteName, describe(options, shifts));
