@@ -342,7 +342,8 @@ void SuperResolution::saveFrame(Pixel* out) const
 // Logs displacement and usable pixels of each frame, and derives the warning code.
 int SuperResolution::checkRegistration(const std::vector<PointF>& completeShifts) const
 {
-    const auto limit = static_cast<float>(height / 10);
+    const int wholeTenth = height / 10;
+    const auto limit = static_cast<float>(wholeTenth);
     bool largeDisplacement = false;
     bool tooManyMasked = false;
     for (int i = 0; i < frameCount; ++i) {
@@ -373,6 +374,7 @@ void SuperResolution::refillBadPixels(const std::vector<PointF>& completeShifts)
     cv::Mat_<float> image(outHeight, outWidth, outputImage.data());
     badPixelHandling.maskBadPixel(image, completeShifts);
     std::vector<cv::Mat_<float>> window;
+    window.reserve(static_cast<std::size_t>(frameCount));
     for (int i = 0; i < frameCount; ++i)
         window.emplace_back(height, width, frames[i]);
     badPixelHandling.replaceMaskedPixel(image, completeShifts, window);
