@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The three noise blocks and the filters with their arithmetic. The loop tells the time of a frame; the
 // counters are measured beside it, each as the fastest of many runs: nanoseconds per pixel and frames per
 // second, and the ratios to a copy of the same bytes, to the plain form and to a peer built from OpenCV.
@@ -10,10 +11,10 @@
 
 #include "FrameTiming.h"
 #include "NoisePeers.h"
-#include "enhancement/BlockFrames.h"
-#include "enhancement/PlainPattern.h"
-#include "enhancement/PlainSpatial.h"
-#include "enhancement/PlainTemporal.h"
+#include "doubles/BlockFrames.h"
+#include "doubles/PlainPattern.h"
+#include "doubles/PlainSpatial.h"
+#include "doubles/PlainTemporal.h"
 #include "enhancement/SpatialNoiseRemover.h"
 #include "enhancement/StaticPatternRemover.h"
 #include "enhancement/TemporalNoiseReduction.h"

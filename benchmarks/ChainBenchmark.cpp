@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Equalisation, peaking and the whole enhancer chain. The loop tells the time of a frame; the counters are
 // measured beside it, each as the fastest of many runs: nanoseconds per pixel and frames per second, and the
 // ratios to a copy of the same bytes, to the plain form and to a peer built from OpenCV.
@@ -17,9 +18,9 @@
 
 #include "DisplayPeers.h"
 #include "FrameTiming.h"
-#include "enhancement/BlockFrames.h"
+#include "doubles/BlockFrames.h"
+#include "doubles/PlainChain.h"
 #include "enhancement/MARLOImageEnhancer.h"
-#include "enhancement/PlainChain.h"
 
 using namespace halvor::vx;
 using namespace vxbench;
@@ -71,7 +72,7 @@ void equalisation(benchmark::State& state)
     const Size size = sizeOf(state);
     Stream stream(size);
     Histogram own(size.cols, size.rows);
-    plain::Histogram plainForm(size.cols, size.rows);
+    Histogram plainForm(size.cols, size.rows);
     std::vector<int> binData(static_cast<std::size_t>(own.BinDataRoom()));
     own.param.hw = 1;
     plainForm.param.hw = 1;
@@ -88,7 +89,8 @@ void equalisation(benchmark::State& state)
         [&] {
             const int* frame = stream.pixels();
             plainForm.MeasureFrame(1, frame, binData.data());
-            plainForm.ProcessFrame(frame, stream.result.data());
+            for (std::size_t i = 0; i < stream.result.size(); ++i)
+                stream.result[i] = plainForm.ProcessPixel(frame[i]);
             plainForm.Update(1);
         },
         [&] { peer.process(stream.levels(), stream.peerResult); });

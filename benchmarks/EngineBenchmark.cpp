@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One new frame into the window of five and one super-resolved image out: the cost of a live picture.
 //
 // The counters are ratios to what is measured beside it in the same run: a plain copy of the bytes that the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Transforms, phase correlation and the engines that stand on them. The counters are ratios to OpenCV's own
 // functions, or to the production engine, on the same frames in the same run.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -6,7 +7,7 @@
 #include <limits>
 
 #include "Timing.h"
-#include "enhancement/BlockFrames.h"
+#include "doubles/BlockFrames.h"
 
 namespace vxbench {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Registration of a burst of five frames. Each stage tells its own time; the counters are ratios to what is
 // measured beside it in the same run: peers of the image library on the same frames, and a plain copy of the
 // bytes that a stage moves. The image library runs on as many threads as OMP_NUM_THREADS gives to the stages.
@@ -11,7 +12,7 @@
 #include <vector>
 
 #include "benchmarks/Timing.h"
-#include "core/imaging/GradientRefinement.h"
+#include "core/registration/GradientRefinement.h"
 #include "enhancement/superresolution/SrFloatRegistration2.h"
 #include "support/Burst.h"
 

@@ -1,5 +1,6 @@
-// The minimisation and its stages on one thread, beside the same loops in their plainest form and the limit
-// of the machine: the larger of the bytes moved by the measured bandwidth and the operations by the measured
+// SPDX-License-Identifier: Apache-2.0
+// The minimisation and its stages on one thread, beside the serial solver of the reference engine and the
+// limit of the machine: the larger of the bytes moved by the measured bandwidth and the operations by the measured
 // peak rate.
 //
 // Stages are told apart by the step budget: without a step there is only the set-up (normalisation,
@@ -16,8 +17,8 @@
 
 #include "benchmarks/Timing.h"
 #include "core/base/Kernel.h"
-#include "enhancement/superresolution/PlainSolver.h"
 #include "enhancement/superresolution/SrFloatMinimization.h"
+#include "enhancement/superresolution/reference/SuperResolutionMinimization.h"
 #include "support/Burst.h"
 
 using namespace halvor::vx;
@@ -153,8 +154,8 @@ void minimise(benchmark::State& state)
         benchmark::DoNotOptimize(input.solve(solver));
 
     const double own = fastestSeconds([&] { input.solve(solver); }, 25);
-    plain::Solver plainSolver(size.width, size.height);
-    state.counters["plain/own"] = fastestSeconds([&] { input.solve(plainSolver); }, 3) / own;
+    SuperResolutionMinimization serial(size.width, size.height, frameCount, 2.0F);
+    state.counters["serial/own"] = fastestSeconds([&] { input.solve(serial); }, 3) / own;
 
     const StageSeconds stages = measureStages(size, input);
     const double limit =

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a C++ host writes to enhance a live 16-bit stream.
 //
 //   enhance                            a made-up stream, results are only printed

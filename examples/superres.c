@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /*
  * What a host in C writes to get one sharp image from five thermal frames.
  *
@@ -22,19 +23,19 @@ enum
 static const char* meaning(int code)
 {
     switch (code) {
-        case 0:
+        case SuperResolution_success:
             return "success";
-        case -2:
+        case SuperResolution_fallbackPixel:
             return "a bad pixel took a fallback value";
-        case -3:
+        case SuperResolution_poorFrame:
             return "half or more of a frame could not be registered";
-        case -4:
+        case SuperResolution_noStructure:
             return "the frame has not enough structure";
-        case -5:
+        case SuperResolution_tooFewFrames:
             return "fewer than five frames";
-        case -9:
+        case SuperResolution_noCorner:
             return "no corner could be tracked";
-        case -999:
+        case SuperResolution_failure:
             return "bad argument or exception";
         default:
             return "unknown code";
@@ -44,13 +45,15 @@ static const char* meaning(int code)
 /* Codes that leave no image to use; the others are success or warnings. */
 static int is_failure(int code)
 {
-    return code == -5 || code == -9 || code == -999;
+    return code == SuperResolution_tooFewFrames || code == SuperResolution_noCorner ||
+           code == SuperResolution_failure;
 }
 
 static void report(const char* call, int code)
 {
     printf("%-14s %4d  %s\n", call, code, meaning(code));
-    if (code == -4 || code == -5 || code == -999) {
+    if (code == SuperResolution_noStructure || code == SuperResolution_tooFewFrames ||
+        code == SuperResolution_failure) {
         char message[200];
         SuperResolution_getErrorMessage(message, (int)sizeof message);
         message[sizeof message - 1] = '\0'; /* a long text fills the buffer without an end */
@@ -181,7 +184,7 @@ static int run(const char* out_path, FILE* recording, int width, int height, flo
 {
     const int context = SuperResolution_init(width, height);
     if (context < 0) {
-        report("init", -999);
+        report("init", SuperResolution_failure);
         return EXIT_FAILURE;
     }
     SuperResolution_setCameraAndLensType(context, "k322 FOV25");

@@ -1,17 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/Defects.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstdint>
 
+#include "enhancement/superresolution/engine/PixelValues.h"
+
 namespace vxsupport {
 
-namespace {
-
-constexpr std::array<std::uint32_t, 4> markers{0x81, 0x82, 0x84, 0x85};
-
-}  // namespace
+using halvor::vx::PixelMarker;
 
 std::vector<cv::Point> drawDefects(cv::Size frame, int count, Random random)
 {
@@ -19,7 +17,8 @@ std::vector<cv::Point> drawDefects(cv::Size frame, int count, Random random)
     const int wanted = std::min(count, frame.area());
     std::vector<cv::Point> places;
     while (static_cast<int>(places.size()) < wanted) {
-        const cv::Point place(random.below(frame.width), random.below(frame.height));
+        const int row = random.below(frame.height);
+        const cv::Point place(random.below(frame.width), row);
         if (taken(place) != 0)
             continue;
         taken(place) = 1;
@@ -35,7 +34,7 @@ void applyDefects(cv::Mat_<float>& frame, const std::vector<cv::Point>& places, 
     for (std::size_t i = 0; i < places.size(); ++i) {
         float& pixel = frame(places[i]);
         if (style == DefectStyle::markers)
-            pixel = std::bit_cast<float>(markers[i % markers.size()]);
+            pixel = std::bit_cast<float>(PixelMarker::all[i % PixelMarker::all.size()]);
         else
             pixel = static_cast<float>(i % 2 == 0 ? low - range : high + range);
     }

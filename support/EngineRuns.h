@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -11,28 +12,34 @@
 
 namespace vxsupport {
 
-/// The float engines for factor 2, which are to agree with each other.
+/// The super-resolution engines for factor 2. The float ones are to agree with each other, and so are the two
+/// in fixed point.
 enum class EngineKind
 {
     production,  ///< SrFloat with tracked corners, the one behind the flat interface
     phase,       ///< SrFloat with phase correlation
     reference,   ///< SuperResolution, the serial twin of the phase engine
+    fixed,       ///< SrInt, in 16 bits
+    fpga,        ///< the same with the solver of the shape of an FPGA, for frames of 160x120
 };
 
 const std::vector<EngineKind>& allEngineKinds();
+const std::vector<EngineKind>& floatEngineKinds();
+bool isFixedPoint(EngineKind kind);
 std::string_view nameOf(EngineKind kind);
 
 /// What an engine made of a burst, at its own default settings.
 struct EngineRun
 {
-    float result = 0.0F;  ///< achieved factor or code
+    float result = 0.0F;  ///< achieved factor or code; the engines in fixed point tell no factor: code or 0
     cv::Mat_<float> image;
     std::vector<PointF> shifts;
     std::vector<cv::Mat_<unsigned char>> masks;
     int iterations = 0;  ///< conjugate-gradient steps
 };
 
-/// Runs an engine on a whole burst. What the engine writes to the standard output is dropped.
+/// Runs an engine on a whole burst. What the engine writes to the standard output is dropped. The engines in fixed
+/// point take hundredths of a kelvin, and the reference frame last: they align with the newest frame.
 EngineRun runEngine(EngineKind kind, const std::vector<cv::Mat_<float>>& frames, int referenceFrame);
 
 /// How far two runs on the same burst are apart.
@@ -41,7 +48,7 @@ struct Disagreement
     double shift = 0.0;       ///< largest difference of a displacement in x or y, pixels
     double masks = 0.0;       ///< share of the pixels of all frames that only one run used
     double image = 0.0;       ///< root of the mean squared difference of the images, kelvin
-    double result = 0.0;      ///< difference of the achieved factors
+    double result = 0.0;      ///< difference of the achieved factors, where both tell one
     double iterations = 0.0;  ///< difference of the numbers of steps
 };
 
@@ -62,8 +69,16 @@ inline constexpr Disagreement twinLimits{0.0001, 0.0001, 0.001, 0.0001, 0.0};
 /// Tracked corners and phase correlation may start a frame from different whole pixels.
 inline constexpr Disagreement siblingLimits{0.06, 0.005, 0.15, 0.005, 1.0};
 
-/// What any engine is to reach on checkBurst().
+/// Frames in whole hundredths of a kelvin, images in 16 bits, weights in a table, and shifts that add up from frame to
+/// frame.
+inline constexpr Disagreement fixedPointLimits{0.12, 0.02, 0.5, 0.0, 2.0};
+
+/// The pipeline of the FPGA computes the bits of the plain solver.
+inline constexpr Disagreement pipelineLimits{0.0, 0.0, 0.0, 0.0, 0.0};
+
+/// What an engine is to reach on checkBurst(), with tracking that adds up from frame to frame in fixed point.
 inline constexpr RunError truthLimits{0.06, 3.0};
+inline constexpr RunError fixedPointTruthLimits{0.1, 3.0};
 
 /// A burst of a good camera whose five displacements, the second of which is the reference, are spread over
 /// the sub-pixel positions and over a few pixels.

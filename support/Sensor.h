@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/mat.hpp>
 
 #include "core/base/PointF.h"
-#include "support/SceneLayout.h"
+#include "support/scenes/SceneLayout.h"
 
 namespace vxsupport {
 
@@ -21,12 +22,11 @@ cv::Mat_<float> sampleTruth(const FineScene& scene, cv::Size frame, PointF shift
 /// pixels, weighted by a Gaussian point spread that is integrated over each of them.
 ///
 /// @param shift     displacement in pixels of the small frame; positive means that the scene lies further
-/// right
-///                  or lower than at shift 0
+///                  right or lower than at shift 0
 /// @param psfSigma  deviation of the point spread, in pixels of the doubled grid; above 0, at most
-/// maxPsfSigma
+///                  maxPsfSigma
 /// @throws std::invalid_argument if the scene's margin is too small (see requiredMargin) or sigma out of
-/// range
+///         range
 cv::Mat_<float> sampleFrame(const FineScene& scene, cv::Size frame, PointF shift, double psfSigma);
 
 constexpr double maxPsfSigma = 4.0;

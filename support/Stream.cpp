@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/Stream.h"
 
 #include <cmath>
@@ -8,7 +9,7 @@
 #include "support/Sensor.h"
 #include "support/SensorNoise.h"
 #include "support/Settings.h"
-#include "support/Subjects.h"
+#include "support/scenes/Subjects.h"
 
 namespace vxsupport {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -7,7 +8,7 @@
 #include "core/base/PointF.h"
 #include "support/Defects.h"
 #include "support/HandMotion.h"
-#include "support/Scenes.h"
+#include "support/scenes/Scenes.h"
 
 namespace vxsupport {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "apps/halvor/StreamProcessor.h"
 
 #include <algorithm>
@@ -10,7 +11,6 @@ namespace halvorapp {
 
 namespace {
 
-constexpr int binLines = 4;  // image lines of the binary histogram block
 constexpr int patternDelay = 1;
 constexpr long long largestFrame = 1LL << 24;  // pixels
 
@@ -44,57 +44,50 @@ bool isReadable(std::FILE* file)
     return std::ferror(file) == 0;
 }
 
-int bypassFor(int mode)
+halvor::vx::NoiseSettings noiseSettings(const Settings& s)
 {
-    return mode == 0 ? 1 : 0;
+    return {s.tnrCGain, s.tnrGlobal, s.tnrAlpha, s.sprThreshold, s.sprMaxFrame, s.sprMaxLine, s.snrGain};
 }
 
 }  // namespace
 
 StreamProcessor::StreamProcessor(const char* settingsPath)
     : settings_(usableSettings(settingsPath)),
-      pixelCount(settings_.cols * settings_.rows),
-      frameBufferA(2 * static_cast<std::size_t>(pixelCount)),
-      frameBufferB(frameBufferA.size()),
-      outputBuffer(frameBufferA.size()),
-      tnrModule(std::make_unique<TnrCmod>(settings_.cols, settings_.rows, settings_.tnrCGain,
-                                          settings_.tnrGlobal, settings_.tnrAlpha,
-                                          bypassFor(settings_.tnrMode), 0)),
-      sprModule(std::make_unique<SprCmod>(settings_.cols, settings_.rows, settings_.sprThreshold,
-                                          settings_.sprMaxLine, settings_.sprMaxFrame, patternDelay,
-                                          bypassFor(settings_.sprEnable))),
-      snrModule(std::make_unique<SnrCmod>(settings_.cols, settings_.rows, settings_.snrGain,
-                                          bypassFor(settings_.snrMode))),
-      histogramModule(std::make_unique<Histogram>(settings_.cols, settings_.rows)),
-      peakingModule(std::make_unique<Peaking>(settings_.cols, settings_.rows)),
-      inputArray(settings_.rows, settings_.cols),
-      tnrArray(settings_.rows, settings_.cols),
-      sprArray(settings_.rows, settings_.cols),
-      snrArray(settings_.rows, settings_.cols),
-      histoArray(settings_.rows, settings_.cols),
-      histoBinArray(binLines, settings_.cols, histogramModule->BinDataRoom()),
-      peakArray(settings_.rows, settings_.cols)
-{}
+      pixelCount_(settings_.cols * settings_.rows),
+      frameBufferA_(2 * static_cast<std::size_t>(pixelCount_)),
+      frameBufferB_(frameBufferA_.size()),
+      outputBuffer_(frameBufferA_.size()),
+      chain_(settings_.cols, settings_.rows, noiseSettings(settings_),
+             {settings_.tnrMode, settings_.sprEnable, settings_.snrMode}, patternDelay)
+{
+    chain_.makeBinData(settings_.cols);
+}
 
 StreamProcessor::~StreamProcessor() = default;
 
 bool StreamProcessor::process(const char* settingsPath, const char* stream)
 {
-    histogramModule->SetParam(settingsPath);
-    peakingModule->SetParam(settingsPath);
+    chain_.histogram->SetParam(settingsPath);
+    chain_.peaking->SetParam(settingsPath);
     if (stream != nullptr)
         settings_.fileName = stream;
-    frameIndex = 0;
+    frameIndex_ = 0;
+    if (pixelCount_ == 0) {
+        // Nothing is opened, so that an earlier result stays as it is.
+        std::fprintf(stderr, "halvor: the settings name no usable sensor size: %s is not processed\n",
+                     settings_.fileName.empty() ? "the stream" : settings_.fileName.c_str());
+        return false;
+    }
     if (!openFiles())
         return false;
     std::printf("proc: %d frames ... ", settings_.length);
     bool isWhole = true;
     // The frame that reaches the length is read and dropped: at most length - 1 frames are processed.
-    while (isWhole && readFrame() && frameIndex < settings_.length) {
-        coreProc(frameIndex - 1);
+    while (isWhole && readFrame() && frameIndex_ < settings_.length) {
+        chain_.process(frameIndex_ - 1);
         isWhole = writeFrame();
     }
-    std::printf("%d processed\n\n", frameIndex);
+    std::printf("%d processed\n\n", frameIndex_);
     return closeFiles() && isWhole;
 }
 
@@ -106,18 +99,17 @@ StreamProcessor::File StreamProcessor::openFile(const std::string& name, const c
 bool StreamProcessor::openFiles()
 {
     const std::string& in = settings_.fileName;
-    inFile = openFile(in, "rb");
-    if (!isReadable(inFile.get())) {
+    inFile_ = openFile(in, "rb");
+    if (!isReadable(inFile_.get())) {
         std::printf("open: Cannot load %s\n", in.c_str());
         return false;
     }
     std::printf("open: %s\n", in.c_str());
     const std::string name = outputName();
-    // Without a frame size there is nothing to write: an earlier result stays as it is.
-    outFile = pixelCount > 0 ? openFile(name, "wb") : nullptr;
-    if (!outFile) {
+    outFile_ = openFile(name, "wb");
+    if (!outFile_) {
         std::printf("save: Cannot write to %s\n", name.c_str());
-        inFile.reset();
+        inFile_.reset();
         return false;
     }
     std::printf("save: %s\n", name.c_str());
@@ -127,10 +119,10 @@ bool StreamProcessor::openFiles()
 // Every frame has been flushed, but some file systems tell of a loss only at the end.
 bool StreamProcessor::closeFiles()
 {
-    inFile.reset();
-    const bool isClosed = std::fclose(outFile.release()) == 0;
+    inFile_.reset();
+    const bool isClosed = std::fclose(outFile_.release()) == 0;
     if (!isClosed)
-        std::printf("write: truncated frame %d\n", frameIndex);
+        std::printf("write: truncated frame %d\n", frameIndex_);
     return isClosed;
 }
 
@@ -143,8 +135,8 @@ std::string StreamProcessor::outputName() const
     const std::pair<int, const char*> blocks[] = {{settings_.sprEnable, "spr_"},
                                                   {settings_.snrMode, "snr_"},
                                                   {settings_.tnrMode, "tnr_"},
-                                                  {histogramModule->param.mode, "hist_"},
-                                                  {peakingModule->param.enabled, "peak_"}};
+                                                  {chain_.histogram->param.mode, "hist_"},
+                                                  {chain_.peaking->param.enabled, "peak_"}};
     for (const auto& [isOn, text] : blocks)
         if (isOn != 0)
             name += text;
@@ -155,29 +147,29 @@ bool StreamProcessor::readFrame()
 {
     bool isRepeated = false;
     while (!isRepeated) {
-        std::vector<unsigned char>& buffer = readToggle == 0 ? frameBufferA : frameBufferB;
-        if (std::fread(buffer.data(), 1, buffer.size(), inFile.get()) != buffer.size())
+        std::vector<unsigned char>& buffer = readToggle == 0 ? frameBufferA_ : frameBufferB_;
+        if (std::fread(buffer.data(), 1, buffer.size(), inFile_.get()) != buffer.size())
             return false;
         readToggle = readToggle == 0 ? 1 : 0;
-        isRepeated = hasPredecessor_ && frameBufferA == frameBufferB;
+        isRepeated = hasPredecessor_ && frameBufferA_ == frameBufferB_;
         hasPredecessor_ = true;
     }
-    const unsigned char* bytes = frameBufferA.data();
-    int* sample = inputArray.row(0);
-    for (int i = 0; i < pixelCount; ++i, bytes += 2)
+    const unsigned char* bytes = frameBufferA_.data();
+    int* sample = chain_.input->row(0);
+    for (int i = 0; i < pixelCount_; ++i, bytes += 2)
         sample[i] = static_cast<signed char>(bytes[1]) * 256 + bytes[0];
-    ++frameIndex;
+    ++frameIndex_;
     return true;
 }
 
 bool StreamProcessor::writeFrame()
 {
-    if (!writeWords(peakArray.row(0), pixelCount)) {
-        std::printf("write: truncated frame %d\n", frameIndex);
+    if (!writeWords(chain_.output->row(0), pixelCount_)) {
+        std::printf("write: truncated frame %d\n", frameIndex_);
         return false;
     }
-    if (!writeWords(histoBinArray.row(0), binLines * settings_.cols)) {
-        std::printf("write: truncated histo data %d\n", frameIndex);
+    if (!writeWords(chain_.binData->row(0), chain_.binData->size)) {
+        std::printf("write: truncated histo data %d\n", frameIndex_);
         return false;
     }
     return true;
@@ -187,21 +179,14 @@ bool StreamProcessor::writeFrame()
 bool StreamProcessor::writeWords(const int* words, int count)
 {
     const std::size_t bytes = 2 * static_cast<std::size_t>(count);
-    outputBuffer.resize(std::max(outputBuffer.size(), bytes));
+    outputBuffer_.resize(std::max(outputBuffer_.size(), bytes));
     for (std::size_t i = 0; i < bytes; i += 2) {
         const unsigned word = static_cast<unsigned>(words[i / 2]);
-        outputBuffer[i] = static_cast<unsigned char>(word & 0xFF);
-        outputBuffer[i + 1] = static_cast<unsigned char>(word >> 8 & 0xFF);
+        outputBuffer_[i] = static_cast<unsigned char>(word & 0xFF);
+        outputBuffer_[i + 1] = static_cast<unsigned char>(word >> 8 & 0xFF);
     }
-    return std::fwrite(outputBuffer.data(), 1, bytes, outFile.get()) == bytes &&
-           std::fflush(outFile.get()) == 0;
-}
-
-void StreamProcessor::coreProc(int frame)
-{
-    halvor::vx::runStages(
-        frame, {*tnrModule, *sprModule, *snrModule, *histogramModule, *peakingModule, inputArray, tnrArray,
-                sprArray, snrArray, histoArray, histoBinArray, peakArray});
+    return std::fwrite(outputBuffer_.data(), 1, bytes, outFile_.get()) == bytes &&
+           std::fflush(outFile_.get()) == 0;
 }
 
 }  // namespace halvorapp

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdio>
@@ -6,7 +7,7 @@
 #include <vector>
 
 #include "apps/halvor/Settings.h"
-#include "enhancement/EnhancerStages.h"
+#include "enhancement/EnhancerChain.h"
 
 namespace halvorapp {
 
@@ -52,29 +53,17 @@ private:
     bool readFrame();
     bool writeFrame();
     bool writeWords(const int* words, int count);
-    void coreProc(int frame);
 
     Settings settings_;
-    int pixelCount;
-    int frameIndex = 0;
-    std::vector<unsigned char> frameBufferA;
-    std::vector<unsigned char> frameBufferB;
-    std::vector<unsigned char> outputBuffer;
+    int pixelCount_;
+    int frameIndex_ = 0;
+    std::vector<unsigned char> frameBufferA_;
+    std::vector<unsigned char> frameBufferB_;
+    std::vector<unsigned char> outputBuffer_;
     bool hasPredecessor_ = false;
-    File inFile;
-    File outFile;
-    std::unique_ptr<TnrCmod> tnrModule;
-    std::unique_ptr<SprCmod> sprModule;
-    std::unique_ptr<SnrCmod> snrModule;
-    std::unique_ptr<Histogram> histogramModule;
-    std::unique_ptr<Peaking> peakingModule;
-    ChainMatrix inputArray;
-    ChainMatrix tnrArray;
-    ChainMatrix sprArray;
-    ChainMatrix snrArray;
-    ChainMatrix histoArray;
-    ChainMatrix histoBinArray;
-    ChainMatrix peakArray;
+    File inFile_;
+    File outFile_;
+    halvor::vx::EnhancerChain chain_;
 };
 
 }  // namespace halvorapp

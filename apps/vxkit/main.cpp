@@ -1,4 +1,5 @@
-#include "apps/vxkit/Program.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/commands/Program.h"
 
 int main(int argc, char** argv)
 {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/ClusterPatternRemover.h"
 
 #include <algorithm>
@@ -14,7 +15,7 @@ namespace halvor::vx {
 namespace {
 
 // Differences to the background below this share of the mean are rounding of the blur.
-constexpr double blurRounding = 1e-6;
+constexpr float blurRounding = 1e-6F;
 
 // A window of twice the cluster and more, cut to the image: a cluster fills at most a quarter of it.
 int windowSize(unsigned int cluster, int imageSize)
@@ -27,20 +28,20 @@ int windowSize(unsigned int cluster, int imageSize)
 
 ClusterPatternRemover::ClusterPatternRemover(unsigned int width, unsigned int height, float a, float /*b*/,
                                              float c)
-    : clusterWidth(width),
-      clusterHeight(height),
-      stdDevLimit(a),
-      alphaDamping(a),  // hosts rely on one value for both
-      meanLimit(c)
+    : clusterWidth_(width),
+      clusterHeight_(height),
+      stdDevLimit_(a),
+      alphaDamping_(a),  // hosts rely on one value for both
+      meanLimit_(c)
 {}
 
 ClusterPatternRemover::ClusterPatternRemover(const ClusterPatternRemover& other)
-    : damping(other.damping.clone()),
-      clusterWidth(other.clusterWidth),
-      clusterHeight(other.clusterHeight),
-      stdDevLimit(other.stdDevLimit),
-      alphaDamping(other.alphaDamping),
-      meanLimit(other.meanLimit)
+    : damping_(other.damping_.clone()),
+      clusterWidth_(other.clusterWidth_),
+      clusterHeight_(other.clusterHeight_),
+      stdDevLimit_(other.stdDevLimit_),
+      alphaDamping_(other.alphaDamping_),
+      meanLimit_(other.meanLimit_)
 {}
 
 ClusterPatternRemover& ClusterPatternRemover::operator=(const ClusterPatternRemover& other)
@@ -73,23 +74,23 @@ void ClusterPatternRemover::learn(const std::vector<cv::Mat>& frames, FILTERMODE
 
 void ClusterPatternRemover::setClusterSize(unsigned int width, unsigned int height)
 {
-    if (width != clusterWidth || height != clusterHeight)
-        damping.release();
-    clusterWidth = width;
-    clusterHeight = height;
+    if (width != clusterWidth_ || height != clusterHeight_)
+        damping_.release();
+    clusterWidth_ = width;
+    clusterHeight_ = height;
 }
 
 bool ClusterPatternRemover::setAlphaDamping(float alpha)
 {
     if (!(alpha >= 0.0F && alpha <= 1.0F))
         return false;
-    alphaDamping = alpha;
+    alphaDamping_ = alpha;
     return true;
 }
 
 void ClusterPatternRemover::getDamping(cv::Mat& out, bool deepCopy) const
 {
-    out = deepCopy ? damping.clone() : damping;
+    out = deepCopy ? damping_.clone() : damping_;
 }
 
 void ClusterPatternRemover::calculateDamping(const cv::Mat_<float>& mean, const cv::Mat_<float>& stdDev,
@@ -106,15 +107,15 @@ void ClusterPatternRemover::calculateDamping(const cv::Mat_<float>& mean, const 
         default:
             throw Exception("unsupported mode", "halvor::vx::ClusterPatternRemover::calculateDamping");
     }
-    if (mean.size() != damping.size())
-        damping = cv::Mat(mean.size(), CV_32F, cv::Scalar(1.0));
+    if (mean.size() != damping_.size())
+        damping_ = cv::Mat(mean.size(), CV_32F, cv::Scalar(1.0));
     for (int y = 0; y < stdDev.rows; ++y) {
-        float* learned = damping.ptr<float>(y);
+        float* learned = damping_.ptr<float>(y);
         for (int x = 0; x < stdDev.cols; ++x) {
             const float own = mean(y, x);
-            if (!(std::abs(stdDev(y, x)) < stdDevLimit) || !checkMeanLimit(mean, y, x) || own == 0.0F)
+            if (!(std::abs(stdDev(y, x)) < stdDevLimit_) || !checkMeanLimit(mean, y, x) || own == 0.0F)
                 continue;
-            learned[x] = (1.0F - alphaDamping) * learned[x] + (filtered(y, x) / own) * alphaDamping;
+            learned[x] = (1.0F - alphaDamping_) * learned[x] + (filtered(y, x) / own) * alphaDamping_;
         }
     }
 }
@@ -123,7 +124,7 @@ bool ClusterPatternRemover::checkMeanLimit(const cv::Mat_<float>& mean, int y, i
 {
     for (int ny = std::max(y - 1, 0); ny <= std::min(y + 1, mean.rows - 1); ++ny)
         for (int nx = std::max(x - 1, 0); nx <= std::min(x + 1, mean.cols - 1); ++nx)
-            if (std::abs(mean(y, x) - mean(ny, nx)) > meanLimit)
+            if (std::abs(mean(y, x) - mean(ny, nx)) > meanLimit_)
                 return false;
     return true;
 }
@@ -133,10 +134,12 @@ void ClusterPatternRemover::excludeLargeGroups(const cv::Mat_<float>& mean, cv::
 {
     cv::Mat_<float> background;
     cv::blur(mean, background,
-             cv::Size(windowSize(clusterWidth, mean.cols), windowSize(clusterHeight, mean.rows)),
+             cv::Size(windowSize(clusterWidth_, mean.cols), windowSize(clusterHeight_, mean.rows)),
              cv::Point(-1, -1), cv::BORDER_REFLECT_101);
     const cv::Mat deviation = mean - background;
-    const cv::Mat unseen = cv::abs(stdDev) + blurRounding * cv::abs(mean);
+    cv::Mat_<float> unseen(mean.size());
+    std::transform(mean.begin(), mean.end(), stdDev.begin(), unseen.begin(),
+                   [](float level, float noise) { return std::abs(noise) + std::abs(level) * blurRounding; });
     const cv::Mat sides[] = {deviation > unseen, -deviation > unseen};
     for (const cv::Mat& side : sides) {
         cv::Mat_<int> labels;
@@ -146,8 +149,8 @@ void ClusterPatternRemover::excludeLargeGroups(const cv::Mat_<float>& mean, cv::
         std::vector<bool> tooLarge(static_cast<std::size_t>(count));
         for (int group = 1; group < count; ++group)
             tooLarge[static_cast<std::size_t>(group)] =
-                static_cast<unsigned int>(groups(group, cv::CC_STAT_WIDTH)) > clusterWidth ||
-                static_cast<unsigned int>(groups(group, cv::CC_STAT_HEIGHT)) > clusterHeight;
+                static_cast<unsigned int>(groups(group, cv::CC_STAT_WIDTH)) > clusterWidth_ ||
+                static_cast<unsigned int>(groups(group, cv::CC_STAT_HEIGHT)) > clusterHeight_;
         std::transform(
             labels.begin(), labels.end(), stdDev.begin(), stdDev.begin(), [&](int label, float own) {
                 return tooLarge[static_cast<std::size_t>(label)] ? std::numeric_limits<float>::infinity()

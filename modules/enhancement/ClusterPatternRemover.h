@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/mat.hpp>
@@ -32,7 +33,7 @@ public:
 
     /// @param width, height  largest cluster that is corrected, in pixels
     /// @param a  both the limit of the standard deviation and the weight of a new ratio; a setter separates
-    /// them
+    ///           them
     /// @param b  ignored
     /// @param c  the limit of the difference between neighbouring means
     ClusterPatternRemover(unsigned int width, unsigned int height, float a, float b, float c);
@@ -58,18 +59,18 @@ public:
     /// Drops the damping when the size is another.
     void setClusterSize(unsigned int width, unsigned int height);
     /// Keep the damping.
-    void setClusterWidth(unsigned int width) { clusterWidth = width; }
-    void setClusterHeight(unsigned int height) { clusterHeight = height; }
+    void setClusterWidth(unsigned int width) { clusterWidth_ = width; }
+    void setClusterHeight(unsigned int height) { clusterHeight_ = height; }
     /// @return false for a value outside 0 to 1, which changes nothing
     bool setAlphaDamping(float alpha);
-    void setStdDevLimit(float limit) { stdDevLimit = limit; }
-    void setMeanLimit(float limit) { meanLimit = limit; }
+    void setStdDevLimit(float limit) { stdDevLimit_ = limit; }
+    void setMeanLimit(float limit) { meanLimit_ = limit; }
 
-    unsigned int getClusterWidth() const { return clusterWidth; }
-    unsigned int getClusterHeight() const { return clusterHeight; }
-    float getAlphaDamping() const { return alphaDamping; }
-    float getStdDevLimit() const { return stdDevLimit; }
-    float getMeanLimit() const { return meanLimit; }
+    unsigned int getClusterWidth() const { return clusterWidth_; }
+    unsigned int getClusterHeight() const { return clusterHeight_; }
+    float getAlphaDamping() const { return alphaDamping_; }
+    float getStdDevLimit() const { return stdDevLimit_; }
+    float getMeanLimit() const { return meanLimit_; }
 
     /// @param out       single-precision image to multiply frames by; empty before anything was learned
     /// @param deepCopy  false for a second header on the same data, which later learning changes
@@ -80,12 +81,12 @@ private:
     bool checkMeanLimit(const cv::Mat_<float>& mean, int y, int x) const;
     void excludeLargeGroups(const cv::Mat_<float>& mean, cv::Mat_<float>& stdDev) const;
 
-    cv::Mat damping;
-    unsigned int clusterWidth;
-    unsigned int clusterHeight;
-    float stdDevLimit;
-    float alphaDamping;
-    float meanLimit;
+    cv::Mat damping_;
+    unsigned int clusterWidth_;
+    unsigned int clusterHeight_;
+    float stdDevLimit_;
+    float alphaDamping_;
+    float meanLimit_;
 };
 
 }  // namespace halvor::vx

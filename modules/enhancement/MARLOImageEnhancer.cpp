@@ -1,11 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/MARLOImageEnhancer.h"
 
 #include <algorithm>
 #include <concepts>
 
 #include "core/base/ParallelPixels.h"
-#include "enhancement/EnhancerStages.h"
-#include "enhancement/PixelConversion.h"
+#include "enhancement/arithmetic/PixelConversion.h"
 
 namespace halvor::vx {
 
@@ -14,93 +14,62 @@ namespace {
 // The line correction's delay of a new enhancer, whatever the record says: that takes effect with a rebuild.
 constexpr int constructionDelay = 1;
 
-std::shared_ptr<ChainMatrix> makeImage(int rows, int cols)
+NoiseSettings noiseSettings(const CamInternalSettings& s)
 {
-    return std::make_shared<ChainMatrix>(rows, cols);
+    return {s.tnrCGain, s.tnrGlobal, s.tnrAlpha, s.sprThreshold, s.sprMaxFrame, s.sprMaxLine, s.snrGain};
 }
 
 }  // namespace
 
 MARLOImageEnhancer::MARLOImageEnhancer(int frameCols, int frameRows)
-    : MARLOImageEnhancer(frameCols, frameRows, nullptr)
+    : MARLOImageEnhancer(frameCols, frameRows, CamInternalSettings{})
 {}
 
 MARLOImageEnhancer::MARLOImageEnhancer(int frameCols, int frameRows, const CamInternalSettings* settings)
-    : cols(frameCols),
-      rows(frameRows),
-      pixelCount(frameCols * frameRows),
-      inputArray(makeImage(rows, cols)),
-      tnrArray(makeImage(rows, cols)),
-      sprArray(makeImage(rows, cols)),
-      snrArray(makeImage(rows, cols)),
-      histoArray(makeImage(rows, cols)),
-      peakArray(makeImage(rows, cols)),
-      blockSettings_(std::make_shared<BlockSettings>()),
-      histogramModule(std::make_shared<Histogram>(cols, rows)),
-      peakingModule(std::make_shared<Peaking>(cols, rows)),
-      peakParam(&peakingModule->param),
-      histParam(&histogramModule->param)
+    : MARLOImageEnhancer(frameCols, frameRows, settings != nullptr ? *settings : CamInternalSettings{})
+{}
+
+MARLOImageEnhancer::MARLOImageEnhancer(int frameCols, int frameRows, const CamInternalSettings& settings)
+    : chain_(frameCols, frameRows, noiseSettings(settings),
+             {settings.tnrBypass, settings.sprBypass, settings.snrBypass}, constructionDelay),
+      pixelCount_(chain_.input->size),
+      bypasses_{settings.tnrBypass, settings.sprBypass, settings.snrBypass},
+      sprDelay_(settings.sprDelay),
+      further_(settings.further)
 {
-    takeSettings(settings != nullptr ? *settings : CamInternalSettings{});
-    buildTemporal();
-    buildPattern(constructionDelay);
-    buildSpatial();
-    const int binWidth = std::clamp(histParam->width, 0, Histogram::maxWidth);
-    histoBinArray = std::make_shared<ChainMatrix>(4, 1 << binWidth, histogramModule->BinDataRoom());
+    takeParameters(settings);
+    const int binWidth = std::clamp(chain_.histogram->param.width, 0, Histogram::maxWidth);
+    chain_.makeBinData(1 << binWidth);
 }
 
-void MARLOImageEnhancer::takeSettings(const CamInternalSettings& s)
+void MARLOImageEnhancer::takeParameters(const CamInternalSettings& s)
 {
-    tnrBypass = s.tnrBypass;
-    sprBypass = s.sprBypass;
-    sprDelay = s.sprDelay;
-    snrBypass = s.snrBypass;
-    *blockSettings_ = {s.tnrCGain,    s.tnrGlobal,  s.tnrAlpha, s.sprThreshold,
-                       s.sprMaxFrame, s.sprMaxLine, s.snrGain};
-    histParam->mode = s.histMode;
-    histParam->gain = s.histGain;
-    histParam->gainlow = s.histGainLow;
-    histParam->gainhigh = s.histGainHigh;
-    histParam->width = s.histWidth;
-    histParam->limit = s.histLimit;
-    histParam->limit2 = s.histLimit2;
-    further = s.further;
-    peakParam->enabled = s.peakEnabled;
-    peakParam->coring = s.peakCoring;
-    peakParam->gain = s.peakGain;
-    peakParam->limit = s.peakLimit;
-    peakParam->width = s.peakWidth;
-    peakParam->reductThres = s.peakReductThres;
-    peakParam->reductGain = s.peakReductGain;
-    peakParam->testmode = s.peakTestmode;
-}
-
-void MARLOImageEnhancer::buildTemporal()
-{
-    BlockSettings& s = *blockSettings_;
-    tnrModule =
-        std::make_shared<TnrCmod>(cols, rows, s.tnrCGain, s.tnrGlobal, s.tnrAlpha, tnrBypass == 0 ? 1 : 0, 0);
-}
-
-void MARLOImageEnhancer::buildPattern(int delay)
-{
-    BlockSettings& s = *blockSettings_;
-    sprModule = std::make_shared<SprCmod>(cols, rows, s.sprThreshold, s.sprMaxLine, s.sprMaxFrame, delay,
-                                          sprBypass == 0 ? 1 : 0);
-}
-
-void MARLOImageEnhancer::buildSpatial()
-{
-    snrModule = std::make_shared<SnrCmod>(cols, rows, blockSettings_->snrGain, snrBypass == 0 ? 1 : 0);
+    HistogramParam& histogram = chain_.histogram->param;
+    histogram.mode = s.histMode;
+    histogram.gain = s.histGain;
+    histogram.gainlow = s.histGainLow;
+    histogram.gainhigh = s.histGainHigh;
+    histogram.width = s.histWidth;
+    histogram.limit = s.histLimit;
+    histogram.limit2 = s.histLimit2;
+    PeakingParam& peaking = chain_.peaking->param;
+    peaking.enabled = s.peakEnabled;
+    peaking.coring = s.peakCoring;
+    peaking.gain = s.peakGain;
+    peaking.limit = s.peakLimit;
+    peaking.width = s.peakWidth;
+    peaking.reductThres = s.peakReductThres;
+    peaking.reductGain = s.peakReductGain;
+    peaking.testmode = s.peakTestmode;
 }
 
 template <typename T>
 void MARLOImageEnhancer::processFrame(const cv::Mat_<T>& src, cv::Mat_<T>& dst)
 {
     takeFrame(src);
-    coreProc(frameCount);
+    chain_.process(frameCount_);
     // Tells the first frame from all later ones and no more: hosts see 0 or 1.
-    frameCount = 1;
+    frameCount_ = 1;
     giveFrame(src, dst);
 }
 
@@ -108,76 +77,72 @@ template <typename T>
 void MARLOImageEnhancer::takeFrame(const cv::Mat_<T>& src)
 {
     if constexpr (std::same_as<T, int>) {
-        if (src.rows == rows && src.cols == cols && src.isContinuous()) {
-            inputArray->borrow(src);
+        if (src.rows == chain_.rows && src.cols == chain_.cols && src.isContinuous()) {
+            chain_.input->borrow(src);
             return;
         }
     }
-    inputArray->restoreData();
-    const int commonRows = std::min(rows, src.rows);
-    const int commonCols = std::min(cols, src.cols);
+    chain_.input->restoreData();
+    const int commonRows = std::min(chain_.rows, src.rows);
+    const int commonCols = std::min(chain_.cols, src.cols);
 #pragma omp parallel for schedule(static) if (src.total() >= lightPassPixels)
     for (int y = 0; y < commonRows; ++y)
-        std::transform(src[y], src[y] + commonCols, inputArray->row(y), toChainSample<T>);
+        std::transform(src[y], src[y] + commonCols, chain_.input->row(y), toChainSample<T>);
 }
 
 template <typename T>
 void MARLOImageEnhancer::giveFrame(const cv::Mat_<T>& src, cv::Mat_<T>& dst)
 {
     if constexpr (std::same_as<T, int>) {
-        if (src.rows == rows && src.cols == cols) {
-            dst = peakArray->image();
+        if (src.rows == chain_.rows && src.cols == chain_.cols) {
+            dst = chain_.output->image();
             return;
         }
     }
     dst.create(src.size());
-    const int commonRows = std::min(rows, dst.rows);
-    const int commonCols = std::min(cols, dst.cols);
+    const int commonRows = std::min(chain_.rows, dst.rows);
+    const int commonCols = std::min(chain_.cols, dst.cols);
+    if (dst.rows > commonRows || dst.cols > commonCols)
+        dst.setTo(0);
 #pragma omp parallel for schedule(static) if (src.total() >= lightPassPixels)
     for (int y = 0; y < commonRows; ++y) {
-        const int* row = peakArray->row(y);
+        const int* row = chain_.output->row(y);
         std::transform(row, row + commonCols, dst[y], fromChainSample<T>);
     }
 }
 
-void MARLOImageEnhancer::coreProc(int frame)
-{
-    runStages(frame, {*tnrModule, *sprModule, *snrModule, *histogramModule, *peakingModule, *inputArray,
-                      *tnrArray, *sprArray, *snrArray, *histoArray, *histoBinArray, *peakArray});
-}
-
 void MARLOImageEnhancer::tnrSetBypass(int value)
 {
-    if (value == tnrBypass)
+    if (value == bypasses_.temporal)
         return;
-    tnrBypass = value;
-    buildTemporal();
+    bypasses_.temporal = value;
+    chain_.buildTemporal(value);
 }
 
 void MARLOImageEnhancer::sprSetBypass(int value)
 {
-    if (value == sprBypass)
+    if (value == bypasses_.pattern)
         return;
-    sprBypass = value;
-    buildPattern(sprDelay);
+    bypasses_.pattern = value;
+    chain_.buildPattern(value, sprDelay_);
 }
 
 void MARLOImageEnhancer::snrSetBypass(int value)
 {
-    if (value == snrBypass)
+    if (value == bypasses_.spatial)
         return;
-    snrBypass = value;
-    buildSpatial();
+    bypasses_.spatial = value;
+    chain_.buildSpatial(value);
 }
 
 unsigned int* MARLOImageEnhancer::getHistoBinArrayDSP() const
 {
-    return reinterpret_cast<unsigned int*>(histogramModule->getBins());
+    return reinterpret_cast<unsigned int*>(chain_.histogram->getBins());
 }
 
 unsigned int* MARLOImageEnhancer::getHistoGain(bool sampledCurve) const
 {
-    int* table = sampledCurve ? histogramModule->getTransferCurve() : histogramModule->getGainTable();
+    int* table = sampledCurve ? chain_.histogram->getTransferCurve() : chain_.histogram->getGainTable();
     return reinterpret_cast<unsigned int*>(table);
 }
 

@@ -1,18 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <array>
-#include <memory>
 #include <opencv2/core/mat.hpp>
 
 #include "core/base/Export.h"
 #include "enhancement/CamInternalSettings.h"
-#include "enhancement/Matrix.h"
+#include "enhancement/EnhancerChain.h"
 #include "enhancement/PixelTypes.h"
-#include "enhancement/histogram.h"
-#include "enhancement/peaking.h"
-#include "enhancement/snr_cmod.h"
-#include "enhancement/spr_cmod.h"
-#include "enhancement/tnr_cmod.h"
 
 namespace halvor::vx {
 
@@ -29,6 +24,7 @@ class VXKIT_API MARLOImageEnhancer
 {
 public:
     /// With the defaults of CamInternalSettings, for every frame size.
+    /// @throws Exception when an int can't count the pixels, like the other constructor
     MARLOImageEnhancer(int frameCols, int frameRows);
     /// @param settings  is copied; null for the defaults
     MARLOImageEnhancer(int frameCols, int frameRows, const CamInternalSettings* settings);
@@ -44,14 +40,14 @@ public:
     /// dst stays valid when the enhancer is destroyed.
     ///
     /// @param src  rows by cols of the construction. Another size is not reported: the part that both have is
-    ///             processed.
+    ///             processed, and pixels beyond it are 0 in the result.
     /// @param dst  created at the size of src when it has another; may be src
     /// @tparam T   short, unsigned short, int, unsigned int, float or double
     template <typename T>
     void processFrame(const cv::Mat_<T>& src, cv::Mat_<T>& dst);
 
     /// 0 before the first frame and 1 ever after.
-    int getFrameCount() const { return frameCount; }
+    int getFrameCount() const { return frameCount_; }
 
     /// 0 bypasses the block, any other value runs it. A change rebuilds the block, which forgets all that it
     /// has learned; the value as it is does nothing.
@@ -59,115 +55,83 @@ public:
     void sprSetBypass(int value);
     void snrSetBypass(int value);
 
-    void tnrSetAlpha(int value) { blockSettings_->tnrAlpha = value; }
-    void tnrSetCGain(int value) { blockSettings_->tnrCGain = value; }
-    void tnrSetGlobal(int value) { blockSettings_->tnrGlobal = value; }
-    void sprSetThreshold(int value) { blockSettings_->sprThreshold = value; }
-    void sprSetMaxFrame(int value) { blockSettings_->sprMaxFrame = value; }
-    void sprSetMaxLine(int value) { blockSettings_->sprMaxLine = value; }
-    void snrSetGain(int value) { blockSettings_->snrGain = value; }
+    void tnrSetAlpha(int value) { chain_.settings->tnrAlpha = value; }
+    void tnrSetCGain(int value) { chain_.settings->tnrCGain = value; }
+    void tnrSetGlobal(int value) { chain_.settings->tnrGlobal = value; }
+    void sprSetThreshold(int value) { chain_.settings->sprThreshold = value; }
+    void sprSetMaxFrame(int value) { chain_.settings->sprMaxFrame = value; }
+    void sprSetMaxLine(int value) { chain_.settings->sprMaxLine = value; }
+    void snrSetGain(int value) { chain_.settings->snrGain = value; }
 
-    void peakSetEnabled(int value) { peakParam->enabled = value; }
-    void peakSetGain(int value) { peakParam->gain = value; }
-    void peakSetCoring(int value) { peakParam->coring = value; }
-    void peakSetLimit(int value) { peakParam->limit = value; }
-    void peakSetWidth(int value) { peakParam->width = value; }
-    void peakSetReductThres(int value) { peakParam->reductThres = value; }
-    void peakSetReductGain(int value) { peakParam->reductGain = value; }
+    void peakSetEnabled(int value) { chain_.peaking->param.enabled = value; }
+    void peakSetGain(int value) { chain_.peaking->param.gain = value; }
+    void peakSetCoring(int value) { chain_.peaking->param.coring = value; }
+    void peakSetLimit(int value) { chain_.peaking->param.limit = value; }
+    void peakSetWidth(int value) { chain_.peaking->param.width = value; }
+    void peakSetReductThres(int value) { chain_.peaking->param.reductThres = value; }
+    void peakSetReductGain(int value) { chain_.peaking->param.reductGain = value; }
 
-    void histSetMode(int value) { histParam->mode = value; }
+    void histSetMode(int value) { chain_.histogram->param.mode = value; }
     /// The chain measures 256 bins, so that only 8 gives a picture; set it through the construction.
-    void histSetWidth(int value) { histParam->width = value; }
-    void histSetRange(int value) { histParam->range = value; }
-    void histSetOffset(int value) { histParam->offset = value; }
-    void histSetSpeed(int value) { histParam->speed = value; }
-    void histSetGamma(int value) { histParam->gamma = value; }
-    void histSetTridis(int value) { histParam->tridis = value; }
-    void histSetRangeDis(int value) { histParam->rangedis = value; }
-    void histSetPoffdis(int value) { histParam->poffdis = value; }
-    void histSetLimit(int value) { histParam->limit = value; }
-    void histSetLimit2(int value) { histParam->limit2 = value; }
-    void histSetGain(int value) { histParam->gain = value; }
-    void histSetGainLow(int value) { histParam->gainlow = value; }
-    void histSetGainHigh(int value) { histParam->gainhigh = value; }
-    void histSetTest(int value) { histParam->test = value; }
+    void histSetWidth(int value) { chain_.histogram->param.width = value; }
+    void histSetRange(int value) { chain_.histogram->param.range = value; }
+    void histSetOffset(int value) { chain_.histogram->param.offset = value; }
+    void histSetSpeed(int value) { chain_.histogram->param.speed = value; }
+    void histSetGamma(int value) { chain_.histogram->param.gamma = value; }
+    void histSetTridis(int value) { chain_.histogram->param.tridis = value; }
+    void histSetRangeDis(int value) { chain_.histogram->param.rangedis = value; }
+    void histSetPoffdis(int value) { chain_.histogram->param.poffdis = value; }
+    void histSetLimit(int value) { chain_.histogram->param.limit = value; }
+    void histSetLimit2(int value) { chain_.histogram->param.limit2 = value; }
+    void histSetGain(int value) { chain_.histogram->param.gain = value; }
+    void histSetGainLow(int value) { chain_.histogram->param.gainlow = value; }
+    void histSetGainHigh(int value) { chain_.histogram->param.gainhigh = value; }
+    void histSetTest(int value) { chain_.histogram->param.test = value; }
     /// Has no lasting effect: every frame sets 1.
-    void histSetHW(int value) { histParam->hw = value; }
-    int histGetWidth() const { return histParam->width; }
+    void histSetHW(int value) { chain_.histogram->param.hw = value; }
+    int histGetWidth() const { return chain_.histogram->param.width; }
 
     /// The images of the last frame, valid as long as the enhancer.
-    ChainMatrix* getInputArray() const { return inputArray.get(); }
-    ChainMatrix* getTNRArray() const { return tnrArray.get(); }
-    ChainMatrix* getSPRArray() const { return sprArray.get(); }
-    ChainMatrix* getSNRArray() const { return snrArray.get(); }
-    ChainMatrix* getHistoArray() const { return histoArray.get(); }
+    ChainMatrix* getInputArray() const { return chain_.input.get(); }
+    ChainMatrix* getTNRArray() const { return chain_.afterTemporal.get(); }
+    ChainMatrix* getSPRArray() const { return chain_.afterPattern.get(); }
+    ChainMatrix* getSNRArray() const { return chain_.afterSpatial.get(); }
+    ChainMatrix* getHistoArray() const { return chain_.afterHistogram.get(); }
     /// The binary block, see Histogram::WriteBinData.
-    ChainMatrix* getHistoBinArray() const { return histoBinArray.get(); }
-    ChainMatrix* getPeakArray() const { return peakArray.get(); }
+    ChainMatrix* getHistoBinArray() const { return chain_.binData.get(); }
+    ChainMatrix* getPeakArray() const { return chain_.output.get(); }
 
     /// The blocks; a change of a bypass replaces its block.
-    TnrCmod* getTNRModule() const { return tnrModule.get(); }
-    SprCmod* getSPRModule() const { return sprModule.get(); }
-    SnrCmod* getSNRModule() const { return snrModule.get(); }
-    Histogram* getHistogramDSPMod() const { return histogramModule.get(); }
-    Histogram* getHistogramObject() const { return histogramModule.get(); }
-    Peaking* getPeakingDSPMod() const { return peakingModule.get(); }
+    TnrCmod* getTNRModule() const { return chain_.temporal.get(); }
+    SprCmod* getSPRModule() const { return chain_.pattern.get(); }
+    SnrCmod* getSNRModule() const { return chain_.spatial.get(); }
+    Histogram* getHistogramDSPMod() const { return chain_.histogram.get(); }
+    Histogram* getHistogramObject() const { return chain_.histogram.get(); }
+    Peaking* getPeakingDSPMod() const { return chain_.peaking.get(); }
 
     /// The equaliser's tables, `1 << histGetWidth()` entries each; the gain table has one more.
     unsigned int* getHistoBinArrayDSP() const;
     /// @param sampledCurve  true for the curve over the measured range, false for the gain table
     unsigned int* getHistoGain(bool sampledCurve) const;
-    double* getHistoEqu() const { return histogramModule->getHistoEqu(); }
-    double* getLocalGain() const { return histogramModule->getLocalGain(); }
+    double* getHistoEqu() const { return chain_.histogram->getHistoEqu(); }
+    double* getLocalGain() const { return chain_.histogram->getLocalGain(); }
 
 private:
-    // What the blocks hold references to; it lives as long as any block that does.
-    struct BlockSettings
-    {
-        int tnrCGain;
-        int tnrGlobal;
-        int tnrAlpha;
-        int sprThreshold;
-        int sprMaxFrame;
-        int sprMaxLine;
-        int snrGain;
-    };
+    MARLOImageEnhancer(int frameCols, int frameRows, const CamInternalSettings& settings);
 
-    void buildTemporal();
-    void buildPattern(int delay);
-    void buildSpatial();
-    void takeSettings(const CamInternalSettings& settings);
+    void takeParameters(const CamInternalSettings& settings);
     template <typename T>
-    void takeFrame(const cv::Mat_<T>& src);
+    VXKIT_HIDDEN void takeFrame(const cv::Mat_<T>& src);
     template <typename T>
-    void giveFrame(const cv::Mat_<T>& src, cv::Mat_<T>& dst);
-    void coreProc(int frame);
+    VXKIT_HIDDEN void giveFrame(const cv::Mat_<T>& src, cv::Mat_<T>& dst);
 
-    int cols;
-    int rows;
-    [[maybe_unused]] int maxValue = 1000;
-    [[maybe_unused]] int pixelCount;
-    int frameCount = 0;
-    std::shared_ptr<ChainMatrix> inputArray;
-    std::shared_ptr<ChainMatrix> tnrArray;
-    std::shared_ptr<ChainMatrix> sprArray;
-    std::shared_ptr<ChainMatrix> snrArray;
-    std::shared_ptr<ChainMatrix> histoArray;
-    std::shared_ptr<ChainMatrix> histoBinArray;
-    std::shared_ptr<ChainMatrix> peakArray;
-    std::shared_ptr<BlockSettings> blockSettings_;
-    std::shared_ptr<TnrCmod> tnrModule;
-    std::shared_ptr<SprCmod> sprModule;
-    std::shared_ptr<SnrCmod> snrModule;
-    std::shared_ptr<Histogram> histogramModule;
-    std::shared_ptr<Peaking> peakingModule;
-    PeakingParam* peakParam;
-    HistogramParam* histParam;
-    int tnrBypass = 0;
-    int sprBypass = 0;
-    int sprDelay = 0;
-    int snrBypass = 0;
-    [[maybe_unused]] std::array<int, 6> further{};
+    EnhancerChain chain_;
+    [[maybe_unused]] int maxValue_ = 1000;
+    [[maybe_unused]] int pixelCount_;
+    int frameCount_ = 0;
+    NoiseBypasses bypasses_;
+    int sprDelay_;
+    [[maybe_unused]] std::array<int, 6> further_;
 };
 
 }  // namespace halvor::vx

@@ -1,11 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <limits>
 #include <memory>
 #include <opencv2/core/mat.hpp>
+#include <string>
 #include <vector>
+
+#include "core/base/Exception.h"
 
 /// Image buffer of the enhancer chain: row after row without a gap, so that `cols` is the stride.
 ///
@@ -13,7 +18,7 @@
 /// elements are reference counted: a header from image() keeps them alive after the Matrix is gone.
 ///
 /// @tparam Element     type of a pixel
-/// @tparam descriptor  element descriptor; the chain knows one value, see ChainMatrix
+/// @tparam descriptor  element descriptor; the chain knows one value, see halvor::vx::ChainMatrix
 template <typename Element, int descriptor>
 class Matrix
 {
@@ -21,24 +26,25 @@ public:
     Matrix() = default;
 
     /// Allocates the elements, and at least `room` of them where a block writes more than the image shows.
+    /// @throws halvor::vx::Exception, like all constructors, when an int can't count the elements
     Matrix(int rowCount, int colCount, int room = 0)
-        : size(rowCount * colCount),
+        : size(elementCount(1, rowCount, colCount)),
           rows(rowCount),
           cols(colCount),
           owns(1),
-          storage_(1, std::max({rowCount * colCount, room, 1}), Element{})
+          storage_(1, std::max({size, room, 1}), Element{})
     {
         restoreData();
     }
 
     /// Looks at foreign memory.
     Matrix(Element* elements, int rowCount, int colCount)
-        : data(elements), size(rowCount * colCount), rows(rowCount), cols(colCount)
+        : data(elements), size(elementCount(1, rowCount, colCount)), rows(rowCount), cols(colCount)
     {}
 
     /// Looks at foreign memory of planeCount images, with a view of each in `planes`.
     Matrix(Element* elements, int planeCount, int rowCount, int colCount)
-        : data(elements), size(planeCount * rowCount * colCount), rows(rowCount), cols(colCount)
+        : data(elements), size(elementCount(planeCount, rowCount, colCount)), rows(rowCount), cols(colCount)
     {
         const std::ptrdiff_t planeSize = static_cast<std::ptrdiff_t>(rowCount) * colCount;
         for (int plane = 0; plane < planeCount; ++plane) {
@@ -101,11 +107,26 @@ public:
     Matrix** planes = nullptr;
 
 private:
+    static int elementCount(long long planeCount, int rowCount, int colCount)
+    {
+        constexpr long long most = std::numeric_limits<int>::max();
+        const long long lines = planeCount * rowCount;
+        if (lines > most || lines * colCount > most)
+            throw halvor::vx::Exception(std::to_string(lines) + " rows of " + std::to_string(colCount) +
+                                            " elements are more than an int counts",
+                                        VX_WHERE("Matrix::elementCount"));
+        return static_cast<int>(lines * colCount);
+    }
+
     cv::Mat_<Element> storage_;
     cv::Mat_<Element> borrowed_;
     std::vector<std::unique_ptr<Matrix>> views_;
     std::vector<Matrix*> viewPointers_;
 };
 
+namespace halvor::vx {
+
 /// The integer image between two blocks of the chain: a sample in the low 16 bits, a mark in bit 31.
 using ChainMatrix = Matrix<int, -2147483616>;
+
+}  // namespace halvor::vx

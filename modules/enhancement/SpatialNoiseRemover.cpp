@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/SpatialNoiseRemover.h"
 
-#include "enhancement/CheckedSetting.h"
-#include "enhancement/SpatialArithmetic.h"
+#include "enhancement/arithmetic/CheckedSetting.h"
+#include "enhancement/arithmetic/SpatialArithmetic.h"
 
 namespace halvor::vx {
 
@@ -16,12 +17,12 @@ void SpatialNoiseRemover::process(const cv::Mat_<short>& src, cv::Mat_<short>& d
 {
     const cv::Mat_<short> input = dst.data == src.data ? src.clone() : src;
     dst.create(input.size());
-    spatial::filterFrame(viewOf(input, dst), gain);
+    spatial::filterFrame(viewOf(input, dst), gain_);
 }
 
 bool SpatialNoiseRemover::setGain(int value)
 {
-    return setChecked(gain, value, 31);
+    return setChecked(gain_, value, 31);
 }
 
 }  // namespace halvor::vx

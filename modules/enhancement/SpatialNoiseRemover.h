@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/mat.hpp>
@@ -27,7 +28,7 @@ public:
     bool setGain(int value);
 
 private:
-    int gain = 0;
+    int gain_ = 0;
 };
 
 }  // namespace halvor::vx

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/StaticPatternRemover.h"
 
 #include <cstddef>
 
-#include "enhancement/CheckedSetting.h"
-#include "enhancement/PatternArithmetic.h"
+#include "enhancement/arithmetic/CheckedSetting.h"
+#include "enhancement/arithmetic/PatternArithmetic.h"
 
 namespace halvor::vx {
 
@@ -24,13 +25,13 @@ StaticPatternRemover& StaticPatternRemover::operator=(const StaticPatternRemover
     if (this == &other)
         return *this;
     removal_.reset();  // so that a failed allocation leaves a filter that starts anew
-    mLine = other.mLine;
-    mFrame = other.mFrame;
+    mLine_ = other.mLine_;
+    mFrame_ = other.mFrame_;
     frameSize_ = other.frameSize_;
-    threshold = other.threshold;
-    th07 = other.th07;
-    lineLimit = other.lineLimit;
-    frameLimit = other.frameLimit;
+    threshold_ = other.threshold_;
+    th07_ = other.th07_;
+    lineLimit_ = other.lineLimit_;
+    frameLimit_ = other.frameLimit_;
     removal_ = other.removal_ ? std::make_unique<pattern::PatternRemoval>(frameSize_.width) : nullptr;
     return *this;
 }
@@ -41,29 +42,29 @@ void StaticPatternRemover::process(const cv::Mat_<short>& src, cv::Mat_<short>& 
 {
     validateInput(src.size());
     dst.create(src.size());
-    const pattern::Corrections corrections{mLine.data(), mFrame.data(), mLine.size()};
+    const pattern::Corrections corrections{mLine_.data(), mFrame_.data(), mLine_.size()};
     // A line value is stored before the next column's window looks.
     const pattern::Scan scan{1, false};
-    removal_->run(viewOf(src, dst), corrections, {threshold, th07, lineLimit, frameLimit}, scan);
+    removal_->filterFrame(viewOf(src, dst), corrections, {threshold_, th07_, lineLimit_, frameLimit_}, scan);
 }
 
 bool StaticPatternRemover::setThreshold(int value)
 {
-    if (!setChecked(threshold, value, 100))
+    if (!setChecked(threshold_, value, 100))
         return false;
     // In single precision, unlike the block: 90 gives 63.
-    th07 = static_cast<int>(static_cast<float>(value) * 0.7F);
+    th07_ = static_cast<int>(static_cast<float>(value) * 0.7F);
     return true;
 }
 
 bool StaticPatternRemover::setLineLimit(int value)
 {
-    return setChecked(lineLimit, value, 31);
+    return setChecked(lineLimit_, value, 31);
 }
 
 bool StaticPatternRemover::setFrameLimit(int value)
 {
-    return setChecked(frameLimit, value, 31);
+    return setChecked(frameLimit_, value, 31);
 }
 
 void StaticPatternRemover::validateInput(const cv::Size_<int>& size)
@@ -75,8 +76,8 @@ void StaticPatternRemover::validateInput(const cv::Size_<int>& size)
 void StaticPatternRemover::init(const cv::Size_<int>& size)
 {
     removal_.reset();
-    mLine.assign(static_cast<std::size_t>(size.width), 0);
-    mFrame.assign(mLine.size() * static_cast<std::size_t>(size.height), 0);
+    mLine_.assign(static_cast<std::size_t>(size.width), 0);
+    mFrame_.assign(mLine_.size() * static_cast<std::size_t>(size.height), 0);
     frameSize_ = size;
     removal_ = std::make_unique<pattern::PatternRemoval>(size.width);
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <memory>
@@ -43,13 +44,13 @@ private:
     void validateInput(const cv::Size_<int>& size);
     void init(const cv::Size_<int>& size);
 
-    std::vector<int> mLine;
-    std::vector<int> mFrame;
+    std::vector<int> mLine_;
+    std::vector<int> mFrame_;
     cv::Size frameSize_;
-    int threshold = 0;
-    int th07 = 0;
-    int lineLimit = 0;
-    int frameLimit = 0;
+    int threshold_ = 0;
+    int th07_ = 0;
+    int lineLimit_ = 0;
+    int frameLimit_ = 0;
     std::unique_ptr<pattern::PatternRemoval> removal_;
 };
 

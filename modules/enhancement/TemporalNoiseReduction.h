@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/mat.hpp>
@@ -39,17 +40,17 @@ private:
     int getAlphaHw() const;
     int getCGainHw() const;
 
-    int alpha = 0;
-    int globalError = 0;
-    bool motionBelowThreshold = true;
-    bool motionLow = false;
-    int controlGain;
-    int globalThreshold;
-    int feedbackFactor;
-    bool hwUnits;
-    std::vector<int> history;  // quarter steps
+    int alpha_ = 0;
+    int globalError_ = 0;
+    bool motionBelowThreshold_ = true;
+    bool motionLow_ = false;
+    int controlGain_;
+    int globalThreshold_;
+    int feedbackFactor_;
+    bool hwUnits_;
+    std::vector<int> history_;  // quarter steps
     cv::Size historySize_;
-    bool firstFrame = true;
+    bool firstFrame_ = true;
 };
 
 }  // namespace halvor::vx

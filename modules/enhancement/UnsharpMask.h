@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/mat.hpp>
@@ -7,6 +8,8 @@
 namespace halvor::vx {
 
 /// Unsharp masking: adds the difference between an image and its Gaussian blur to the image.
+///
+/// Floating-point results have the image library's rounding, which depends on the processor in the last bits.
 class VXKIT_API UnsharpMask
 {
 public:

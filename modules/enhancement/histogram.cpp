@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/histogram.h"
 
 #include <algorithm>
@@ -6,10 +7,10 @@
 #include <cstdio>
 
 #include "core/base/WrapArithmetic.h"
-#include "enhancement/HistogramScale.h"
 #include "enhancement/ParameterFile.h"
-#include "enhancement/PixelConversion.h"
-#include "enhancement/RecursiveFilter.h"
+#include "enhancement/arithmetic/HistogramScale.h"
+#include "enhancement/arithmetic/PixelConversion.h"
+#include "enhancement/arithmetic/RecursiveFilter.h"
 
 using namespace halvor::vx;
 
@@ -32,22 +33,23 @@ double curveExponent(int gamma)
 }  // namespace
 
 Histogram::Histogram(int frameCols, int frameRows)
-    : bins(tableSize),
-      gainTable(tableSize),
-      transferCurve(tableSize),
-      localGain(tableSize),
-      histoEqu(tableSize),
-      pgain(256 << (maxWidth - param.width)),
-      cols(frameCols),
-      rows(frameRows),
-      pixelCount(cols * rows),
-      hstCmod(std::make_unique<HstCmod>(cols, rows, 1, 1, 1, 1 << param.range, param.poffdis, param.rangedis))
+    : bins_(tableSize),
+      gainTable_(tableSize),
+      transferCurve_(tableSize),
+      localGain_(tableSize),
+      histoEqu_(tableSize),
+      pgain_(256 << (maxWidth - param.width)),
+      cols_(frameCols),
+      rows_(frameRows),
+      pixelCount_(cols_ * rows_),
+      hstCmod_(
+          std::make_unique<HstCmod>(cols_, rows_, 1, 1, 1, 1 << param.range, param.poffdis, param.rangedis))
 {
-    param.gainlow = rankOf(pixelCount, 1);
-    param.gainhigh = rankOf(pixelCount, 999);
+    param.gainlow = rankOf(pixelCount_, 1);
+    param.gainhigh = rankOf(pixelCount_, 999);
     for (int i = 0; i <= 1 << param.width; ++i) {
-        gainTable[static_cast<std::size_t>(i)] = i << (maxWidth - param.width);
-        localGain[static_cast<std::size_t>(i)] = 1.0;
+        gainTable_[static_cast<std::size_t>(i)] = i << (maxWidth - param.width);
+        localGain_[static_cast<std::size_t>(i)] = 1.0;
     }
 }
 
@@ -81,8 +83,8 @@ void Histogram::SetParam(const char* fileName)
 void Histogram::MeasureFrame(int frame, const int* in, int* binData)
 {
     if (param.hw != 0) {
-        hstCmod->MeasureFrame(in);
-        hstCmod->GetBinData(binData);
+        hstCmod_->MeasureFrame(in);
+        hstCmod_->GetBinData(binData);
         ReadBinData(binData, 32768);
     } else {
         countPixels(in);
@@ -105,74 +107,74 @@ void Histogram::MeasureFrame(int frame, ChainMatrix& in)
 void Histogram::countPixels(const int* in)
 {
     const int binCount = 1 << legalWidth();
-    std::fill_n(bins.begin(), binCount, 0);
-    min = 32767;
-    max = -32768;
-    hasInvalidPixels = false;
+    std::fill_n(bins_.begin(), binCount, 0);
+    min_ = 32767;
+    max_ = -32768;
+    hasInvalidPixels_ = false;
     const HistogramScale scale = currentScale();
     const int toSixteenths = std::max(0, 11 - legalWidth());
     const int lastSplit = param.tridis == 0 ? binCount - 1 : 0;
     int position[chunkSize];
-    for (int start = 0; start < pixelCount; start += chunkSize) {
-        const int n = std::min(chunkSize, pixelCount - start);
+    for (int start = 0; start < pixelCount_; start += chunkSize) {
+        const int n = std::min(chunkSize, pixelCount_ - start);
         scaleSamples(scale, in + start, position, n);
         for (int i = 0; i < n; ++i) {
             const int pixel = in[start + i];
             if (pixel == 32767 || pixel == -32768) {
-                hasInvalidPixels = true;
+                hasInvalidPixels_ = true;
             } else {
-                max = std::max(max, pixel);
-                min = std::min(min, pixel);
+                max_ = std::max(max_, pixel);
+                min_ = std::min(min_, pixel);
             }
             const int bin = scale.bin(position[i]);
             const int share = bin < lastSplit ? scale.frac(position[i]) >> toSixteenths : 0;
-            bins[static_cast<std::size_t>(bin)] += 16 - share;
-            bins[static_cast<std::size_t>(bin) + 1] += share;
+            bins_[static_cast<std::size_t>(bin)] += 16 - share;
+            bins_[static_cast<std::size_t>(bin) + 1] += share;
         }
     }
 }
 
 void Histogram::filterRange(int frame)
 {
-    if (frame == lastFrame) {
-        hi = max;
-        lo = min;
+    if (frame == lastFrame_) {
+        hi_ = max_;
+        lo_ = min_;
         return;
     }
-    lastFrame = frame;
+    lastFrame_ = frame;
     const int expansionSpeed = std::max(0, legalShift(param.speed) - 4);
-    if (min < lo) {
-        speedLow = expansionSpeed;
-        holdLow = expansionHold;
-        lo = roundedFilterStep(lo, min, speedLow);
+    if (min_ < lo_) {
+        speedLow_ = expansionSpeed;
+        holdLow_ = expansionHold;
+        lo_ = roundedFilterStep(lo_, min_, speedLow_);
     }
-    if (max > hi) {
-        speedHigh = expansionSpeed;
-        holdHigh = expansionHold;
-        hi = roundedFilterStep(hi, max, speedHigh);
+    if (max_ > hi_) {
+        speedHigh_ = expansionSpeed;
+        holdHigh_ = expansionHold;
+        hi_ = roundedFilterStep(hi_, max_, speedHigh_);
     }
-    if (holdLow == 0)
-        lo = roundedFilterStep(lo, min, legalShift(param.speed));
+    if (holdLow_ == 0)
+        lo_ = roundedFilterStep(lo_, min_, legalShift(param.speed));
     else
-        --holdLow;
-    if (holdHigh == 0)
-        hi = roundedFilterStep(hi, max, legalShift(param.speed));
+        --holdLow_;
+    if (holdHigh_ == 0)
+        hi_ = roundedFilterStep(hi_, max_, legalShift(param.speed));
     else
-        --holdHigh;
+        --holdHigh_;
 }
 
 void Histogram::computeGain()
 {
-    const int range = wrapAdd(wrapSub(hi, lo), 1);
-    rangeUsed = std::max(powerOfTwo(param.range), range);
+    const int range = wrapAdd(wrapSub(hi_, lo_), 1);
+    rangeUsed_ = std::max(powerOfTwo(param.range), range);
     if (param.rangedis == 0)
-        pgain = std::clamp(truncateToInt(std::floor(8388608.0 / rangeUsed + 0.5)), 256, 65536);
+        pgain_ = std::clamp(truncateToInt(std::floor(8388608.0 / rangeUsed_ + 0.5)), 256, 65536);
     else
-        pgain = 1 << (23 - legalWidth());
-    poffset = 0;
+        pgain_ = 1 << (23 - legalWidth());
+    poffset_ = 0;
     if (param.poffdis == 0) {
-        const int spread = wrapAdd(wrapMul(range, pgain), 128) >> 8;
-        poffset = std::clamp(wrapSub(32769, spread) >> 1, 0, 16383);
+        const int spread = wrapAdd(wrapMul(range, pgain_), 128) >> 8;
+        poffset_ = std::clamp(wrapSub(32769, spread) >> 1, 0, 16383);
     }
 }
 
@@ -190,7 +192,7 @@ void Histogram::accumulate()
     double equ = 0.0;
     int cum = 0;
     for (std::size_t i = 0; i < std::size_t{1} << legalWidth(); ++i) {
-        const int h = bins[i];
+        const int h = bins_[i];
         cum = wrapAdd(cum, h);
         switch (param.mode) {
             case 2:
@@ -206,24 +208,24 @@ void Histogram::accumulate()
             default:
                 equ = static_cast<double>(i + 1);
         }
-        histoEqu[i] = equ;
+        histoEqu_[i] = equ;
     }
 }
 
 void Histogram::buildGainTable(int frame)
 {
     const std::size_t binCount = std::size_t{1} << legalWidth();
-    const double total = histoEqu[binCount - 1];
-    gainTable[0] = 0;
+    const double total = histoEqu_[binCount - 1];
+    gainTable_[0] = 0;
     // A histogram without weight says nothing about the scene: the curve stays.
     if (total == 0.0)
         return;
     const double exponent = curveExponent(param.gamma);
     for (std::size_t i = 0; i < binCount; ++i) {
-        const double share = std::pow(histoEqu[i] / total, exponent);
+        const double share = std::pow(histoEqu_[i] / total, exponent);
         const int value = truncateToInt(std::floor(share * 32768.0 + 0.5));
-        int& entry = gainTable[i + 1];
-        entry = frame == lastFrame ? value : roundedFilterStep(entry, value, legalShift(param.speed));
+        int& entry = gainTable_[i + 1];
+        entry = frame == lastFrame_ ? value : roundedFilterStep(entry, value, legalShift(param.speed));
     }
 }
 
@@ -231,30 +233,30 @@ void Histogram::buildGainTable(int frame)
 void Histogram::sampleCurve()
 {
     const int binCount = 1 << legalWidth();
-    const float step = static_cast<float>(wrapAbs(wrapSub(max, min))) / static_cast<float>(binCount);
+    const float step = static_cast<float>(wrapAbs(wrapSub(max_, min_))) / static_cast<float>(binCount);
     for (int i = 0; i < binCount; ++i) {
-        const float sample = static_cast<float>(i) * step + static_cast<float>(min);
-        transferCurve[static_cast<std::size_t>(i)] = ProcessPixel(truncateToInt(sample));
+        const float sample = static_cast<float>(i) * step + static_cast<float>(min_);
+        transferCurve_[static_cast<std::size_t>(i)] = ProcessPixel(truncateToInt(sample));
     }
 }
 
 void Histogram::Update(int frame, int low, int high)
 {
     const int binCount = 1 << legalWidth();
-    const float range = static_cast<float>(wrapAbs(wrapSub(max, min)));
+    const float range = static_cast<float>(wrapAbs(wrapSub(max_, min_)));
     const auto binOf = [&](int sample) {
-        const float share = static_cast<float>(wrapSub(sample, min)) / range;
+        const float share = static_cast<float>(wrapSub(sample, min_)) / range;
         return std::clamp(truncateToInt(share * static_cast<float>(binCount)), 0, binCount - 1);
     };
     const int first = binOf(low);
     const int last = binOf(high);
-    if (low < min)
-        bins[static_cast<std::size_t>(first)] = 1;
-    if (high > max)
-        bins[static_cast<std::size_t>(last)] = 1;
+    if (low < min_)
+        bins_[static_cast<std::size_t>(first)] = 1;
+    if (high > max_)
+        bins_[static_cast<std::size_t>(last)] = 1;
     for (int i = 0; i < binCount; ++i)
         if (i < first || i > last)
-            bins[static_cast<std::size_t>(i)] = 0;
+            bins_[static_cast<std::size_t>(i)] = 0;
     Update(frame);
 }
 
@@ -264,10 +266,10 @@ void Histogram::WriteBinData(int* out) const
         return;
     const int binCount = 1 << legalWidth();
     for (int i = 0; i < binCount; ++i) {
-        *out++ = bins[static_cast<std::size_t>(i)] & 0xFFFF;
-        *out++ = bins[static_cast<std::size_t>(i)] >> 16;
+        *out++ = bins_[static_cast<std::size_t>(i)] & 0xFFFF;
+        *out++ = bins_[static_cast<std::size_t>(i)] >> 16;
     }
-    for (const int value : {min, max, lo, hi, pgain, poffset})
+    for (const int value : {min_, max_, lo_, hi_, pgain_, poffset_})
         *out++ = value;
     for (const int mark : markModeOn)
         *out++ = param.mode != 0 ? mark : 0;
@@ -279,11 +281,11 @@ void Histogram::ReadBinData(const int* in, int bias)
         return;
     const int binCount = 1 << legalWidth();
     for (int i = 0; i < binCount; ++i, in += 2)
-        bins[static_cast<std::size_t>(i)] = wrapAdd(in[0], wrapMul(in[1], 65536));
-    for (int* value : {&min, &max, &lo, &hi})
+        bins_[static_cast<std::size_t>(i)] = wrapAdd(in[0], wrapMul(in[1], 65536));
+    for (int* value : {&min_, &max_, &lo_, &hi_})
         *value = wrapSub(*in++, bias);
-    pgain = *in++ >> 1;
-    poffset = *in >> 1;
+    pgain_ = *in++ >> 1;
+    poffset_ = *in >> 1;
 }
 
 void Histogram::importAttachmentData(const int* storedBins, short storedMin, short storedMax, short storedLo,
@@ -291,18 +293,18 @@ void Histogram::importAttachmentData(const int* storedBins, short storedMin, sho
 {
     if (storedBins == nullptr)
         return;
-    std::copy_n(storedBins, std::size_t{1} << legalWidth(), bins.begin());
-    min = storedMin;
-    max = storedMax;
-    lo = storedLo;
-    hi = storedHi;
-    pgain = storedPgain >> 1;
-    poffset = storedPoffset >> 1;
+    std::copy_n(storedBins, std::size_t{1} << legalWidth(), bins_.begin());
+    min_ = storedMin;
+    max_ = storedMax;
+    lo_ = storedLo;
+    hi_ = storedHi;
+    pgain_ = storedPgain >> 1;
+    poffset_ = storedPoffset >> 1;
 }
 
 int Histogram::BinDataRoom() const
 {
-    return std::max(hstCmod->BinDataSize(), 2 * (1 << maxWidth) + 8);
+    return std::max(hstCmod_->BinDataSize(), 2 * (1 << maxWidth) + 8);
 }
 
 int Histogram::legalWidth() const
@@ -312,5 +314,5 @@ int Histogram::legalWidth() const
 
 HistogramScale Histogram::currentScale() const
 {
-    return {lo, pgain, wrapAdd(poffset, param.offset), maxWidth - legalWidth()};
+    return {lo_, pgain_, wrapAdd(poffset_, param.offset), maxWidth - legalWidth()};
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstddef>
@@ -59,19 +60,18 @@ public:
     /// Measures range and histogram of a frame and writes the binary block, see WriteBinData.
     ///
     /// @param frame    number of the frame. Software branch: the same number as before takes the frame's
-    /// range
-    ///                 as it is, a new one filters it. The hardware-model branch ignores it.
+    ///                 range as it is, a new one filters it. The hardware-model branch ignores it.
     /// @param in       cols * rows samples
     /// @param binData  BinDataRoom() words. May be null in the software branch; the hardware-model branch
     ///                 hands its measurement over through it and without it only measures.
     void MeasureFrame(int frame, const int* in, int* binData);
-    void MeasureFrame(int frame, ChainMatrix& in, ChainMatrix& binData);
-    void MeasureFrame(int frame, ChainMatrix& in);
+    void MeasureFrame(int frame, halvor::vx::ChainMatrix& in, halvor::vx::ChainMatrix& binData);
+    void MeasureFrame(int frame, halvor::vx::ChainMatrix& in);
 
     /// Maps cols * rows samples and refreshes the local gain of the levels that occur.
     void ProcessFrame(int frame, const int* in, int* out);
     /// Prints the input gain first.
-    void ProcessFrame(int frame, ChainMatrix& in, ChainMatrix& out);
+    void ProcessFrame(int frame, halvor::vx::ChainMatrix& in, halvor::vx::ChainMatrix& out);
     int ProcessPixel(int pixel);
     /// Slope of the curve at a mapped pixel.
     double LocalGain(int pixel) const;
@@ -101,8 +101,8 @@ public:
     /// 0 until the first Update has ended, then 1.
     unsigned int initializedGain() const { return initializedGain_; }
 
-    bool isBypassed() const { return bypass; }
-    void setBypass(bool value) { bypass = value; }
+    bool isBypassed() const { return bypass_; }
+    void setBypass(bool value) { bypass_ = value; }
 
     /// Maps an image of a host's pixel type through the curve as it stands; the state is not touched.
     ///
@@ -114,27 +114,27 @@ public:
     void processFrame(const cv::Mat_<T>& src, cv::Mat_<T>& dst) const;
 
     /// Tables and measured values, for display and for the chain.
-    int* getBins() { return bins.data(); }
-    int* getGainTable() { return gainTable.data(); }
-    int* getTransferCurve() { return transferCurve.data(); }
-    double* getLocalGain() { return localGain.data(); }
-    double* getHistoEqu() { return histoEqu.data(); }
-    int getPgain() const { return pgain; }
-    int getPoffset() const { return poffset; }
-    int getMin() const { return min; }
-    int getMax() const { return max; }
-    int getLo() const { return lo; }
-    int getHi() const { return hi; }
-    int getRangeUsed() const { return rangeUsed; }
+    int* getBins() { return bins_.data(); }
+    int* getGainTable() { return gainTable_.data(); }
+    int* getTransferCurve() { return transferCurve_.data(); }
+    double* getLocalGain() { return localGain_.data(); }
+    double* getHistoEqu() { return histoEqu_.data(); }
+    int getPgain() const { return pgain_; }
+    int getPoffset() const { return poffset_; }
+    int getMin() const { return min_; }
+    int getMax() const { return max_; }
+    int getLo() const { return lo_; }
+    int getHi() const { return hi_; }
+    int getRangeUsed() const { return rangeUsed_; }
     /// Whether the last frame of the software branch held samples at the ends of the range.
-    bool getHasInvalidPixels() const { return hasInvalidPixels; }
+    bool getHasInvalidPixels() const { return hasInvalidPixels_; }
 
 private:
     static constexpr int chunkSize = 512;  // samples that a kernel takes at once, for buffers on the stack
 
     int legalWidth() const;
     halvor::vx::HistogramScale currentScale() const;
-    bool isOff() const { return param.mode == 0 || bypass; }
+    bool isOff() const { return param.mode == 0 || bypass_; }
     std::size_t displayLevel(int pixel) const;
     double localSlope(int bin) const;
 
@@ -145,28 +145,28 @@ private:
     void buildGainTable(int frame);
     void sampleCurve();
 
-    std::vector<int> bins;
-    std::vector<int> gainTable;
-    std::vector<int> transferCurve;
-    std::vector<double> localGain;
-    std::vector<double> histoEqu;
-    int pgain;
-    int min = 32767;
-    int max = -32768;
-    int lo = -32768;
-    int hi = 32767;
-    int rangeUsed = 0;
-    int poffset = 0;
-    bool hasInvalidPixels = false;
-    bool bypass = false;
-    int cols;
-    int rows;
-    int pixelCount;
-    int lastFrame = 0;
-    int speedLow = 0;
-    int speedHigh = 0;
-    int holdLow = 0;
-    int holdHigh = 0;
-    std::unique_ptr<HstCmod> hstCmod;
+    std::vector<int> bins_;
+    std::vector<int> gainTable_;
+    std::vector<int> transferCurve_;
+    std::vector<double> localGain_;
+    std::vector<double> histoEqu_;
+    int pgain_;
+    int min_ = 32767;
+    int max_ = -32768;
+    int lo_ = -32768;
+    int hi_ = 32767;
+    int rangeUsed_ = 0;
+    int poffset_ = 0;
+    bool hasInvalidPixels_ = false;
+    bool bypass_ = false;
+    int cols_;
+    int rows_;
+    int pixelCount_;
+    int lastFrame_ = 0;
+    int speedLow_ = 0;
+    int speedHigh_ = 0;
+    int holdLow_ = 0;
+    int holdHigh_ = 0;
+    std::unique_ptr<HstCmod> hstCmod_;
     unsigned int initializedGain_ = 0;
 };

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -7,8 +8,8 @@
 #include "core/base/Kernel.h"
 #include "core/base/ParallelPixels.h"
 #include "core/base/WrapArithmetic.h"
-#include "enhancement/HistogramScale.h"
-#include "enhancement/PixelConversion.h"
+#include "enhancement/arithmetic/HistogramScale.h"
+#include "enhancement/arithmetic/PixelConversion.h"
 #include "enhancement/histogram.h"
 
 using namespace halvor::vx;
@@ -40,14 +41,14 @@ VX_KERNEL void interpolateRun(const HistogramScale& scale, const int* VX_RESTRIC
 
 void Histogram::ProcessFrame(int frame, ChainMatrix& in, ChainMatrix& out)
 {
-    std::printf("pgain%d\n", pgain);
+    std::printf("pgain%d\n", pgain_);
     ProcessFrame(frame, in.row(0), out.row(0));
 }
 
 void Histogram::ProcessFrame(int /*frame*/, const int* in, int* out)
 {
     if (isOff()) {
-        for (int i = 0; i < pixelCount; ++i)
+        for (int i = 0; i < pixelCount_; ++i)
             out[i] = ProcessPixel(in[i]);
         return;
     }
@@ -56,35 +57,35 @@ void Histogram::ProcessFrame(int /*frame*/, const int* in, int* out)
     binOfLevel.fill(-1);
     const HistogramScale scale = currentScale();
     int position[chunkSize];
-    for (int start = 0; start < pixelCount; start += chunkSize) {
-        const int n = std::min(chunkSize, pixelCount - start);
+    for (int start = 0; start < pixelCount_; start += chunkSize) {
+        const int n = std::min(chunkSize, pixelCount_ - start);
         int* mapped = out + start;
         scaleSamples(scale, in + start, position, n);
-        interpolateRun(scale, gainTable.data(), position, mapped, n);
+        interpolateRun(scale, gainTable_.data(), position, mapped, n);
         for (int i = 0; i < n; ++i)
             binOfLevel[static_cast<std::size_t>(mapped[i] >> 7)] = scale.bin(position[i]);
     }
     for (std::size_t level = 0; level < binOfLevel.size(); ++level)
         if (binOfLevel[level] >= 0)
-            localGain[level] = localSlope(binOfLevel[level]);
+            localGain_[level] = localSlope(binOfLevel[level]);
 }
 
 int Histogram::ProcessPixel(int pixel)
 {
     if (isOff()) {
-        localGain[displayLevel(pixel)] = 1.0;
+        localGain_[displayLevel(pixel)] = 1.0;
         return pixel;
     }
     const HistogramScale scale = currentScale();
     const int position = scale.position(pixel);
-    const int mapped = interpolate(scale, gainTable.data(), position);
-    localGain[static_cast<std::size_t>(mapped >> 7)] = localSlope(scale.bin(position));
+    const int mapped = interpolate(scale, gainTable_.data(), position);
+    localGain_[static_cast<std::size_t>(mapped >> 7)] = localSlope(scale.bin(position));
     return mapped;
 }
 
 double Histogram::LocalGain(int pixel) const
 {
-    return localGain[displayLevel(pixel)];
+    return localGain_[displayLevel(pixel)];
 }
 
 std::size_t Histogram::displayLevel(int pixel) const
@@ -95,16 +96,16 @@ std::size_t Histogram::displayLevel(int pixel) const
 // Mean rise of the curve over eight bins, as output per input level.
 double Histogram::localSlope(int bin) const
 {
-    const int below = gainTable[static_cast<std::size_t>(std::max(0, bin - 4))];
-    const int above = gainTable[static_cast<std::size_t>(std::min(1 << legalWidth(), bin + 4))];
+    const int below = gainTable_[static_cast<std::size_t>(std::max(0, bin - 4))];
+    const int above = gainTable_[static_cast<std::size_t>(std::min(1 << legalWidth(), bin + 4))];
     const int slope = std::max(8, wrapSub(above, below));
-    return wrapMul(pgain, slope) / 8.0 / (1 << (23 - legalWidth()));
+    return wrapMul(pgain_, slope) / 8.0 / (1 << (23 - legalWidth()));
 }
 
 template <typename T>
 void Histogram::processFrame(const cv::Mat_<T>& src, cv::Mat_<T>& dst) const
 {
-    if (src.rows != rows || src.cols != cols)
+    if (src.rows != rows_ || src.cols != cols_)
         throw Exception("input data size does not correspond to histogram class configuration!",
                         VX_WHERE("Histogram::processFrame"));
     dst.create(src.size());
@@ -114,15 +115,15 @@ void Histogram::processFrame(const cv::Mat_<T>& src, cv::Mat_<T>& dst) const
     }
     const HistogramScale scale = currentScale();
 #pragma omp parallel for schedule(static) if (src.total() >= lightPassPixels)
-    for (int y = 0; y < rows; ++y) {
+    for (int y = 0; y < rows_; ++y) {
         int sample[chunkSize];
         int position[chunkSize];
-        for (int start = 0; start < cols; start += chunkSize) {
-            const int n = std::min(chunkSize, cols - start);
+        for (int start = 0; start < cols_; start += chunkSize) {
+            const int n = std::min(chunkSize, cols_ - start);
             const T* in = src[y] + start;
             std::transform(in, in + n, sample, toChainSample<T>);
             scaleSamples(scale, sample, position, n);
-            interpolateRun(scale, gainTable.data(), position, sample, n);
+            interpolateRun(scale, gainTable_.data(), position, sample, n);
             std::transform(sample, sample + n, dst[y] + start, fromChainSample<T>);
         }
     }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/hst_cmod.h"
 
 #include <algorithm>
@@ -5,8 +6,8 @@
 
 #include "core/base/Kernel.h"
 #include "core/base/WrapArithmetic.h"
-#include "enhancement/ChainSample.h"
-#include "enhancement/RecursiveFilter.h"
+#include "enhancement/arithmetic/ChainSample.h"
+#include "enhancement/arithmetic/RecursiveFilter.h"
 
 using namespace halvor::vx;
 
@@ -123,16 +124,16 @@ private:
 
 HstCmod::HstCmod(int frameCols, int frameRows, int shiftUp, int shiftDown, int hold, int smallestRange,
                  int noOffset, int noRange)
-    : cols(frameCols),
-      rows(frameRows),
-      speedUp(shiftUp),
-      speedDown(shiftDown),
-      holdFrames(hold),
-      minRange(smallestRange),
-      offsetDisable(noOffset),
-      rangeDisable(noRange),
-      binLines(cols > 0 ? (cols + valueWords - 1) / cols : 0),
-      binSize(binLines * cols)
+    : cols_(frameCols),
+      rows_(frameRows),
+      speedUp_(shiftUp),
+      speedDown_(shiftDown),
+      holdFrames_(hold),
+      minRange_(smallestRange),
+      offsetDisable_(noOffset),
+      rangeDisable_(noRange),
+      binLines_(cols_ > 0 ? (cols_ + valueWords - 1) / cols_ : 0),
+      binSize_(binLines_ * cols_)
 {}
 
 void HstCmod::MeasureFrame(const int* in)
@@ -140,64 +141,64 @@ void HstCmod::MeasureFrame(const int* in)
     countPixels(in);
     trackRange();
     computeGain();
-    firstFrame = 0;
+    firstFrame_ = 0;
 }
 
 void HstCmod::countPixels(const int* in)
 {
     constexpr int chunk = 512;
     int key[chunk];
-    const Scaling scaling{lo, gain, offset};
+    const Scaling scaling{lo_, gain_, offset_};
     const auto measure = scaling.fits32() ? measureRow32 : measureRow64;
     PackedBins counts;
-    min = topLevel;
-    max = 0;
-    const std::ptrdiff_t pixels = static_cast<std::ptrdiff_t>(cols) * rows;
+    min_ = topLevel;
+    max_ = 0;
+    const std::ptrdiff_t pixels = static_cast<std::ptrdiff_t>(cols_) * rows_;
     for (std::ptrdiff_t start = 0; start < pixels; start += chunk) {
         const int n = static_cast<int>(std::min<std::ptrdiff_t>(chunk, pixels - start));
         const Extremes extremes = measure(in + start, scaling, key, n);
-        min = std::min(min, extremes.min);
-        max = std::max(max, extremes.max);
+        min_ = std::min(min_, extremes.min);
+        max_ = std::max(max_, extremes.max);
         counts.count(key, n);
     }
-    counts.unpack(bins);
+    counts.unpack(bins_);
 }
 
 void HstCmod::trackRange()
 {
-    if (firstFrame != 0) {
-        lo = min;
-        hi = max;
+    if (firstFrame_ != 0) {
+        lo_ = min_;
+        hi_ = max_;
         return;
     }
     // The hardware's tests are not symmetric: an equal value shrinks the range at the bottom and grows it at
     // the top.
-    trackEnd(lo, holdLow, min, lo <= min);
-    trackEnd(hi, holdHigh, max, hi > max);
+    trackEnd(lo_, holdLow_, min_, lo_ <= min_);
+    trackEnd(hi_, holdHigh_, max_, hi_ > max_);
 }
 
 void HstCmod::trackEnd(int& end, int& hold, int measured, bool shrinks) const
 {
     if (!shrinks || hold == 0)
-        end = filterStep(end, measured, shrinks ? speedDown : speedUp, 0);
+        end = filterStep(end, measured, shrinks ? speedDown_ : speedUp_, 0);
     if (hold != 0)
         hold = wrapSub(hold, 1);
     if (!shrinks)
-        hold = holdFrames;
+        hold = holdFrames_;
 }
 
 void HstCmod::computeGain()
 {
-    if (rangeDisable != 0) {
-        gain = 256;
-        offset = 0;
+    if (rangeDisable_ != 0) {
+        gain_ = 256;
+        offset_ = 0;
         return;
     }
-    const int range = wrapAdd(wrapSub(hi, lo), 1);
-    const int spread = std::max(range, minRange);
-    gain = spread == 0 ? topLevel : std::min(outputLevels * 256 / spread, topLevel);
+    const int range = wrapAdd(wrapSub(hi_, lo_), 1);
+    const int spread = std::max(range, minRange_);
+    gain_ = spread == 0 ? topLevel : std::min(outputLevels * 256 / spread, topLevel);
     // The offset centres the range as it is, not the one raised to the smallest.
-    offset = offsetDisable != 0 ? 0 : wrapSub(outputLevels, wrapMul(range, gain) >> 8) >> 1;
+    offset_ = offsetDisable_ != 0 ? 0 : wrapSub(outputLevels, wrapMul(range, gain_) >> 8) >> 1;
 }
 
 void HstCmod::GetBinData(int* out)
@@ -205,14 +206,14 @@ void HstCmod::GetBinData(int* out)
     if (out == nullptr)
         return;
     for (int i = 0; i < binCount; ++i) {
-        const int count = firstRead != 0 ? 1 : bins[static_cast<std::size_t>(i)];
+        const int count = firstRead_ != 0 ? 1 : bins_[static_cast<std::size_t>(i)];
         out[2 * i] = count & 0xFFFF;
         out[2 * i + 1] = count >> 16;
     }
     int* values = out + 2 * binCount;
-    for (const int value : {min, max, lo, hi, gain, offset})
+    for (const int value : {min_, max_, lo_, hi_, gain_, offset_})
         *values++ = value;
-    if (binSize > valueWords)
-        std::fill(values, out + binSize, 0);
-    firstRead = 0;
+    if (binSize_ > valueWords)
+        std::fill(values, out + binSize_, 0);
+    firstRead_ = 0;
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <array>
@@ -36,7 +37,7 @@ public:
     void GetBinData(int* out);
 
     /// Words of the binary block: whole image lines.
-    int BinDataSize() const { return binSize; }
+    int BinDataSize() const { return binSize_; }
 
 private:
     void countPixels(const int* in);
@@ -44,25 +45,25 @@ private:
     void trackEnd(int& end, int& hold, int measured, bool shrinks) const;
     void computeGain();
 
-    std::array<int, binCount> bins{};
-    int min = 0;
-    int max = 0;
-    int lo = 0;
-    int hi = 0;
-    int gain = 0;
-    int offset = 0;
-    int cols;
-    int rows;
-    int holdLow = 0;
-    int holdHigh = 0;
-    int speedUp;
-    int speedDown;
-    int holdFrames;
-    int minRange;
-    int offsetDisable;
-    int rangeDisable;
-    int binLines;
-    int binSize;
-    int firstFrame = 1;
-    int firstRead = 1;
+    std::array<int, binCount> bins_{};
+    int min_ = 0;
+    int max_ = 0;
+    int lo_ = 0;
+    int hi_ = 0;
+    int gain_ = 0;
+    int offset_ = 0;
+    int cols_;
+    int rows_;
+    int holdLow_ = 0;
+    int holdHigh_ = 0;
+    int speedUp_;
+    int speedDown_;
+    int holdFrames_;
+    int minRange_;
+    int offsetDisable_;
+    int rangeDisable_;
+    int binLines_;
+    int binSize_;
+    int firstFrame_ = 1;
+    int firstRead_ = 1;
 };

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/peaking.h"
 
 #include <algorithm>
@@ -9,8 +10,8 @@
 #include "core/base/Kernel.h"
 #include "core/base/WrapArithmetic.h"
 #include "enhancement/ParameterFile.h"
-#include "enhancement/PixelConversion.h"
-#include "enhancement/RecursiveFilter.h"
+#include "enhancement/arithmetic/PixelConversion.h"
+#include "enhancement/arithmetic/RecursiveFilter.h"
 
 using namespace halvor::vx;
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <array>
@@ -43,7 +44,7 @@ public:
     ///                   Null for a raw frame: slope 1, output -32767 to 32766.
     /// Ends the process when `testmode` is set.
     void ProcessFrame(int* in, int* out, double* localGain);
-    void ProcessFrame(ChainMatrix& in, ChainMatrix& out, double* localGain);
+    void ProcessFrame(halvor::vx::ChainMatrix& in, halvor::vx::ChainMatrix& out, double* localGain);
 
     int cols() const { return cols_; }
     int rows() const { return rows_; }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include "core/base/Export.h"
@@ -9,22 +10,21 @@ class VXKIT_API SnrCmod
 public:
     /// @param cols, rows  frame size
     /// @param gain    strength, read at each frame: 0 changes nothing; the higher, the more activity is
-    /// smoothed
+    ///                smoothed
     /// @param bypass  1 copies the frame, 0 filters, any other value filters and passes marked pixels (bit
-    /// 31)
+    ///                31)
     SnrCmod(int cols, int rows, int& gain, int bypass);
     SnrCmod(const SnrCmod&) = delete;
     SnrCmod& operator=(const SnrCmod&) = delete;
 
     /// @param in   cols * rows pixels row by row; the low 16 bits are a two's complement sample
     /// @param out  as many, not overlapping in. Filtered pixels are signed and may leave 16 bits (bypass 0),
-    /// or
-    ///             are bare 16-bit patterns (marked mode); copied ones keep the input's 32 bits
+    ///             or are bare 16-bit patterns (marked mode); copied ones keep the input's 32 bits
     void ProcessFrame(const int* in, int* out);
 
 private:
-    int& gain;
-    int cols;
-    int rows;
-    int bypass;
+    int& gain_;
+    int cols_;
+    int rows_;
+    int bypass_;
 };

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/tnr_cmod.h"
 
 #include <algorithm>
@@ -5,9 +6,9 @@
 #include <cstdint>
 
 #include "core/base/WrapArithmetic.h"
-#include "enhancement/AlphaTable.h"
-#include "enhancement/ChainSample.h"
-#include "enhancement/TemporalArithmetic.h"
+#include "enhancement/arithmetic/AlphaTable.h"
+#include "enhancement/arithmetic/ChainSample.h"
+#include "enhancement/arithmetic/TemporalArithmetic.h"
 
 using namespace halvor::vx;
 
@@ -15,56 +16,56 @@ const int (&TnrCmod::mAlphaTab)[1024] = temporal::alphaTable;
 
 TnrCmod::TnrCmod(int frameCols, int frameRows, int& gainSetting, int& globalSetting, int& feedbackSetting,
                  int mode, int hw)
-    : history(static_cast<std::size_t>(frameCols) * static_cast<std::size_t>(frameRows)),
-      cols(frameCols),
-      rows(frameRows),
-      cGain(gainSetting),
-      global(globalSetting),
-      alphaSetting(feedbackSetting),
-      bypass(mode),
-      hwUnits(hw > 0)
+    : history_(static_cast<std::size_t>(frameCols) * static_cast<std::size_t>(frameRows)),
+      cols_(frameCols),
+      rows_(frameRows),
+      cGain_(gainSetting),
+      global_(globalSetting),
+      alphaSetting_(feedbackSetting),
+      bypass_(mode),
+      hwUnits_(hw > 0)
 {}
 
 TnrCmod::~TnrCmod() = default;
 
 void TnrCmod::ProcessFrame(const int* in, int* out)
 {
-    if (bypass == copyAll) {
+    if (bypass_ == copyAll) {
         if (in != out)
-            std::copy_n(in, history.size(), out);
+            std::copy_n(in, history_.size(), out);
         return;
     }
 
-    const bool start = firstFrame;
+    const bool start = firstFrame_;
     if (start) {
-        alpha = GetAlphaHw();
-        firstFrame = false;
+        alpha_ = GetAlphaHw();
+        firstFrame_ = false;
     }
-    const FrameView<int> frame = viewOf(in, out, cols, rows);
-    const temporal::History state{history.data(), frame.inStride, start};
-    const temporal::Recursion recursion{GetCGainHw(), alpha};
-    const std::int64_t motion = bypass == filterAll ? temporal::filterFrame(frame, state, recursion)
-                                                    : temporal::filterMarkedFrame(frame, state, recursion);
-    temporal::adapt({alpha, globalError, motionBelowThreshold, motionLow}, motion, wrapMul(cols, rows),
+    const FrameView<int> frame = viewOf(in, out, cols_, rows_);
+    const temporal::History state{history_.data(), frame.inStride, start};
+    const temporal::Recursion recursion{GetCGainHw(), alpha_};
+    const std::int64_t motion = bypass_ == filterAll ? temporal::filterFrame(frame, state, recursion)
+                                                     : temporal::filterMarkedFrame(frame, state, recursion);
+    temporal::adapt({alpha_, globalError_, motionBelowThreshold_, motionLow_}, motion, wrapMul(cols_, rows_),
                     {GetGlobalHw(), GetAlphaHw()});
 }
 
 int TnrCmod::GetAlphaHw() const
 {
-    return temporal::alphaHw(alphaSetting, hwUnits);
+    return temporal::alphaHw(alphaSetting_, hwUnits_);
 }
 
 int TnrCmod::GetCGainHw() const
 {
-    return temporal::controlGainHw(cGain, hwUnits);
+    return temporal::controlGainHw(cGain_, hwUnits_);
 }
 
 int TnrCmod::GetGlobalHw() const
 {
-    return global;
+    return global_;
 }
 
 int TnrCmod::GetGlobalOff() const
 {
-    return temporal::globalOff(global) ? 1 : 0;
+    return temporal::globalOff(global_) ? 1 : 0;
 }

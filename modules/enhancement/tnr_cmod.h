@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <vector>
@@ -20,7 +21,7 @@ public:
     /// @param global  global threshold: motion above it weakens the filter; 100 switches this off
     /// @param alpha   feedback factor, in percent: the strength of the filter
     /// @param bypass  1 copies the frame, 0 filters, any other value filters and passes marked pixels (bit
-    /// 31)
+    ///                31)
     /// @param hw      above 0: the settings are in hardware units (control gain 16 for 1, feedback 0 to 2047)
     TnrCmod(int cols, int rows, int& cGain, int& global, int& alpha, int bypass, int hw);
     ~TnrCmod();
@@ -38,17 +39,17 @@ public:
     int GetGlobalOff() const;  ///< 1 when the global threshold switches the adaptation off, otherwise 0
 
 private:
-    std::vector<int> history;  // quarter steps
-    int alpha = 0;
-    int globalError = 0;
-    bool motionBelowThreshold = true;
-    bool motionLow = false;
-    bool firstFrame = true;
-    int cols;
-    int rows;
-    int& cGain;
-    int& global;
-    int& alphaSetting;
-    int bypass;
-    bool hwUnits;
+    std::vector<int> history_;  // quarter steps
+    int alpha_ = 0;
+    int globalError_ = 0;
+    bool motionBelowThreshold_ = true;
+    bool motionLow_ = false;
+    bool firstFrame_ = true;
+    int cols_;
+    int rows_;
+    int& cGain_;
+    int& global_;
+    int& alphaSetting_;
+    int bypass_;
+    bool hwUnits_;
 };

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cmath>
 #include <utility>
 #include <vector>
 
 #include "support/Random.h"
-#include "support/SceneDesigns.h"
+#include "support/scenes/SceneDesigns.h"
 
 namespace vxsupport {
 
@@ -117,8 +118,8 @@ private:
                   0.2, -1.1);
         }
         for (int i = 0; i < 9; ++i) {
-            const cv::Point2d from(corner.x + random.uniform(1.0, 19.0),
-                                   corner.y + random.uniform(4.0, 14.0));
+            const double row = random.uniform(4.0, 14.0);
+            const cv::Point2d from(corner.x + random.uniform(1.0, 19.0), corner.y + row);
             const double across = random.uniform(-5.0, 5.0);
             const double down = random.uniform(-3.0, 3.0);
             const double slant = std::min(std::fabs(across), std::fabs(down));

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/types.hpp>
 
-#include "support/SceneLayout.h"
-#include "support/Scenes.h"
+#include "support/scenes/SceneLayout.h"
+#include "support/scenes/Scenes.h"
 
 namespace vxsupport {
 

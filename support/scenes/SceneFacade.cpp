@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cmath>
 
 #include "support/Random.h"
-#include "support/SceneDesigns.h"
+#include "support/scenes/SceneDesigns.h"
 
 namespace vxsupport {
 

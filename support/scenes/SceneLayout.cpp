@@ -1,13 +1,14 @@
-#include "support/SceneLayout.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "support/scenes/SceneLayout.h"
 
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
 #include "core/base/ParallelExceptions.h"
-#include "support/SceneLayers.h"
-#include "support/SceneShapes.h"
-#include "support/SceneTextures.h"
+#include "support/scenes/SceneLayers.h"
+#include "support/scenes/SceneShapes.h"
+#include "support/scenes/SceneTextures.h"
 
 namespace vxsupport {
 

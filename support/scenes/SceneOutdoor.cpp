@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
 #include "support/Random.h"
-#include "support/SceneDesigns.h"
-#include "support/Subjects.h"
+#include "support/scenes/SceneDesigns.h"
+#include "support/scenes/Subjects.h"
 
 namespace vxsupport {
 
@@ -136,7 +137,8 @@ private:
             const double part = 0.4 + 0.055 * i;
             const double side = i % 2 == 0 ? -1.0 : 1.0;
             const cv::Point2d start = foot + part * (top - foot);
-            const cv::Point2d reach(side * random.uniform(0.5, 0.9), -random.uniform(0.25, 0.6));
+            const double rise = random.uniform(0.25, 0.6);
+            const cv::Point2d reach(side * random.uniform(0.5, 0.9), -rise);
             paintBranch(start, reach * metre_, 0.045 * metre_, 3, random);
         }
         const Paint bark{.temperature = 5.4, .softness = 0.02 * metre_};
@@ -149,8 +151,8 @@ private:
                           0.04 * metre_, 0.02 * metre_,
                           {.temperature = 0.9, .softness = 0.07 * metre_, .relative = true});
         for (int i = 0; i < 60; ++i) {
-            const cv::Point2d place = foot + random.uniform(0.02, 0.95) * (top - foot) +
-                                      cv::Point2d(random.uniform(-0.08, 0.08) * metre_, 0.0);
+            const cv::Point2d aside(random.uniform(-0.08, 0.08) * metre_, 0.0);
+            const cv::Point2d place = foot + random.uniform(0.02, 0.95) * (top - foot) + aside;
             layout_.addStroke(place, place + cv::Point2d(0.0, 0.12) * metre_, 0.008 * metre_, 0.004 * metre_,
                               {.temperature = -0.5, .relative = true});
         }

@@ -1,4 +1,5 @@
-#include "support/SceneShapes.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "support/scenes/SceneShapes.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <memory>
 #include <opencv2/core/types.hpp>
 #include <vector>
 
-#include "support/SceneLayers.h"
-#include "support/SceneLayout.h"
+#include "support/scenes/SceneLayers.h"
+#include "support/scenes/SceneLayout.h"
 
 namespace vxsupport {
 

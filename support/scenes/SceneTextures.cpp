@@ -1,4 +1,5 @@
-#include "support/SceneTextures.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "support/scenes/SceneTextures.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +8,7 @@
 #include <vector>
 
 #include "support/Random.h"
-#include "support/SceneLayout.h"
+#include "support/scenes/SceneLayout.h"
 
 namespace vxsupport {
 

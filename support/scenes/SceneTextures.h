@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -5,8 +6,8 @@
 #include <memory>
 #include <opencv2/core/types.hpp>
 
-#include "support/SceneLayers.h"
-#include "support/SceneLayout.h"
+#include "support/scenes/SceneLayers.h"
+#include "support/scenes/SceneLayout.h"
 
 namespace vxsupport {
 

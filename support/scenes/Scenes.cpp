@@ -1,10 +1,11 @@
-#include "support/Scenes.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "support/scenes/Scenes.h"
 
 #include <array>
 #include <cmath>
 #include <stdexcept>
 
-#include "support/SceneDesigns.h"
+#include "support/scenes/SceneDesigns.h"
 
 namespace vxsupport {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -7,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "support/SceneLayout.h"
+#include "support/scenes/SceneLayout.h"
 
 namespace vxsupport {
 

@@ -1,4 +1,5 @@
-#include "support/Subjects.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "support/scenes/Subjects.h"
 
 namespace vxsupport {
 

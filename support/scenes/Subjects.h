@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/types.hpp>
 
-#include "support/SceneLayout.h"
+#include "support/scenes/SceneLayout.h"
 
 namespace vxsupport {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "core/io/ImageIO.h"
+#include "doubles/SameBits.h"
 
 /// Counts that differ at every pixel and in every frame, and use all 16 bits.
 inline cv::Mat_<std::uint16_t> sampleCounts(cv::Size size, int seed = 0)
@@ -37,12 +39,4 @@ inline void writePfmStream(const std::filesystem::path& path, const std::vector<
         stream << frame;
 }
 
-inline bool sameBits(const cv::Mat& a, const cv::Mat& b)
-{
-    if (a.size() != b.size() || a.type() != b.type())
-        return false;
-    for (int y = 0; y < a.rows; ++y)
-        if (!std::equal(a.ptr(y), a.ptr(y) + a.cols * a.elemSize(), b.ptr(y)))
-            return false;
-    return true;
-}
+using vxtest::sameBits;

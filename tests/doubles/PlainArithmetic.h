@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -13,11 +14,6 @@ constexpr int wrap(std::int64_t value)
 constexpr std::int64_t wide(int value)
 {
     return value;
-}
-
-constexpr int clamp(int value, int low, int high)
-{
-    return value < low ? low : (value > high ? high : value);
 }
 
 }  // namespace plain

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <vector>
 
-#include "AllocationCounter.h"
-#include "BlockFrames.h"
+#include "doubles/AllocationCounter.h"
+#include "doubles/BlockFrames.h"
 #include "enhancement/SpatialNoiseRemover.h"
 #include "enhancement/StaticPatternRemover.h"
 #include "enhancement/TemporalNoiseReduction.h"
@@ -18,7 +19,7 @@ using namespace halvor::vx;
 TEST(BlockAllocations, TheCounterSeesTheLibraryAndOpenCv)
 {
     int setting = 1;
-    const AllocationCounter counter;
+    const vxtest::AllocationCounter counter;
     const auto block = std::make_unique<TnrCmod>(4, 4, setting, setting, setting, 0, 0);
     const std::size_t ofLibrary = counter.count();
     EXPECT_GE(ofLibrary, 2U);
@@ -41,7 +42,7 @@ TEST(BlockAllocations, BlocksTakeNoMemoryForAFrame)
             spatial.ProcessFrame(in.data(), out.data());
         };
         process();
-        const AllocationCounter counter;
+        const vxtest::AllocationCounter counter;
         process();
         process();
         EXPECT_EQ(counter.count(), 0U) << "mode " << bypass;
@@ -63,7 +64,7 @@ TEST(BlockAllocations, FiltersTakeNoMemoryFromTheSecondFrameOn)
         spatial.process(second, third);
     };
     process();
-    const AllocationCounter counter;
+    const vxtest::AllocationCounter counter;
     process();
     process();
     EXPECT_EQ(counter.count(), 0U);

@@ -1,7 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/Burst.h"
 
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <algorithm>
 #include <bit>
@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "core/base/PointF.h"
+#include "doubles/SameBits.h"
+#include "doubles/ThreadCount.h"
 #include "support/PortableMath.h"
 
 using namespace vxsupport;
@@ -27,29 +29,10 @@ BurstSettings quiet(SceneKind kind)
     return settings;
 }
 
-bool sameBits(const cv::Mat_<float>& a, const cv::Mat_<float>& b)
-{
-    const auto bitsEqual = [](float x, float y) {
-        return std::bit_cast<std::uint32_t>(x) == std::bit_cast<std::uint32_t>(y);
-    };
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), bitsEqual);
-}
-
 bool sameBits(const Burst& a, const Burst& b)
 {
-    return sameBits(a.truth, b.truth) &&
-           std::equal(a.frames.begin(), a.frames.end(), b.frames.begin(), b.frames.end(),
-                      [](const cv::Mat_<float>& x, const cv::Mat_<float>& y) { return sameBits(x, y); });
-}
-
-double deviationBetween(const cv::Mat_<float>& a, const cv::Mat_<float>& b)
-{
-    cv::Mat difference;
-    cv::subtract(a, b, difference);
-    cv::Scalar mean;
-    cv::Scalar deviation;
-    cv::meanStdDev(difference, mean, deviation);
-    return deviation[0];
+    return vxtest::sameBits(a.truth, b.truth) &&
+           std::equal(a.frames.begin(), a.frames.end(), b.frames.begin(), b.frames.end(), vxtest::sameBits);
 }
 
 // The point spread over whole pixels of the doubled grid, for a sample between the pixels 0 and 1.
@@ -76,17 +59,16 @@ TEST(Burst, GivesTheSameBitsForAnyNumberOfThreads)
     settings.columnOffset = 0.2;
     settings.pixelOffset = 0.1;
     settings.defects.count = 9;
-    const int threads = omp_get_max_threads();
     for (const SceneKind kind : allSceneKinds()) {
         settings.scene.kind = kind;
-        omp_set_num_threads(1);
-        const Burst one = simulateBurst(settings);
-        omp_set_num_threads(7);
-        const Burst seven = simulateBurst(settings);
-        omp_set_num_threads(threads);
-        EXPECT_TRUE(sameBits(one, seven)) << nameOf(kind);
+        const auto simulateWith = [&](int threads) {
+            const vxtest::ThreadCount set(threads);
+            return simulateBurst(settings);
+        };
+        const Burst one = simulateWith(1);
+        EXPECT_TRUE(sameBits(one, simulateWith(7))) << nameOf(kind);
         settings.seed += 1;
-        EXPECT_FALSE(sameBits(one, simulateBurst(settings))) << nameOf(kind);
+        EXPECT_FALSE(sameBits(one, simulateWith(1))) << nameOf(kind);
     }
 }
 
@@ -133,29 +115,27 @@ TEST(Burst, ShiftsCountFromTheReference)
 
 TEST(Burst, NoiseAndOffsetsHaveTheWantedDeviations)
 {
-    BurstSettings settings = quiet(SceneKind::facade);
-    settings.scene.frame = {160, 120};
-    settings.shifts.assign(5, {0.0F, 0.0F});
-    const Burst clean = simulateBurst(settings);
-    settings.netd = 0.05;
-    const Burst noisy = simulateBurst(settings);
-    EXPECT_NEAR(deviationBetween(noisy.frames[0], clean.frames[0]), 0.05, 0.001);
-    EXPECT_NEAR(deviationBetween(noisy.frames[0], noisy.frames[1]), 0.05 * std::sqrt(2.0), 0.0015);
+    const auto burstWith = [](double BurstSettings::*field, double value) {
+        BurstSettings settings = quiet(SceneKind::facade);
+        settings.scene.frame = {160, 120};
+        settings.shifts.assign(5, {0.0F, 0.0F});
+        settings.*field = value;
+        return simulateBurst(settings).frames;
+    };
+    const cv::Mat_<float> clean = burstWith(&BurstSettings::netd, 0.0)[0];
+    const auto noisy = burstWith(&BurstSettings::netd, 0.05);
+    EXPECT_NEAR(vxtest::deviationBetween(noisy[0], clean), 0.05, 0.001);
+    EXPECT_NEAR(vxtest::deviationBetween(noisy[0], noisy[1]), 0.05 * std::sqrt(2.0), 0.0015);
 
-    settings.netd = 0.0;
-    settings.columnOffset = 0.4;
-    const Burst striped = simulateBurst(settings);
-    EXPECT_NEAR(deviationBetween(striped.frames[0], clean.frames[0]), 0.4, 0.06);
-    cv::Mat stripes;
-    cv::subtract(striped.frames[0], clean.frames[0], stripes);
+    const auto striped = burstWith(&BurstSettings::columnOffset, 0.4);
+    EXPECT_NEAR(vxtest::deviationBetween(striped[0], clean), 0.4, 0.06);
+    const cv::Mat stripes = striped[0] - clean;
     EXPECT_LT(cv::norm(stripes.row(0), stripes.row(119), cv::NORM_INF), 1e-5);
-    EXPECT_TRUE(sameBits(striped.frames[0], striped.frames[4]));
+    EXPECT_TRUE(vxtest::sameBits(striped[0], striped[4]));
 
-    settings.columnOffset = 0.0;
-    settings.pixelOffset = 0.3;
-    const Burst speckled = simulateBurst(settings);
-    EXPECT_NEAR(deviationBetween(speckled.frames[0], clean.frames[0]), 0.3, 0.006);
-    EXPECT_TRUE(sameBits(speckled.frames[0], speckled.frames[4]));
+    const auto speckled = burstWith(&BurstSettings::pixelOffset, 0.3);
+    EXPECT_NEAR(vxtest::deviationBetween(speckled[0], clean), 0.3, 0.006);
+    EXPECT_TRUE(vxtest::sameBits(speckled[0], speckled[4]));
 }
 
 TEST(Burst, DefectsStandAtTheirPlacesInEveryFrame)

@@ -1,14 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/PictureMeasures.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
-#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 #include <stdexcept>
 
-#include "support/Scenes.h"
 #include "support/Sensor.h"
+#include "support/scenes/Scenes.h"
 
 using namespace vxsupport;
 
@@ -24,43 +25,28 @@ cv::Mat_<float> waves(int rows, int cols)
     return image;
 }
 
-cv::Mat_<float> plus(const cv::Mat_<float>& image, float difference)
-{
-    cv::Mat_<float> sum = image.clone();
-    for (float& value : sum)
-        value += difference;
-    return sum;
-}
-
 // The measure written out for one window, as its paper gives it.
-double similarityOfOneWindow(const cv::Mat_<float>& x, const cv::Mat_<float>& y)
+double similarityOfOneWindow(const cv::Mat_<float>& image, const cv::Mat_<float>& reference)
 {
-    double weights = 0.0;
-    double sums[5] = {};
-    for (int r = 0; r < 11; ++r)
-        for (int c = 0; c < 11; ++c) {
-            const double w = std::exp(-((r - 5) * (r - 5) + (c - 5) * (c - 5)) / (2.0 * 1.5 * 1.5));
-            const double a = static_cast<double>(x(r, c));
-            const double b = static_cast<double>(y(r, c));
-            weights += w;
-            sums[0] += w * a;
-            sums[1] += w * b;
-            sums[2] += w * a * a;
-            sums[3] += w * b * b;
-            sums[4] += w * a * b;
-        }
-    for (double& sum : sums)
-        sum /= weights;
+    cv::Mat x;
+    cv::Mat y;
+    image.convertTo(x, CV_64F);
+    reference.convertTo(y, CV_64F);
+    const cv::Mat taps = cv::getGaussianKernel(11, 1.5, CV_64F);
+    const cv::Mat weights = taps * taps.t();
+    const auto mean = [&](const cv::Mat& values) { return weights.dot(values); };
+    const double meanX = mean(x);
+    const double meanY = mean(y);
+    const double varianceX = mean(x.mul(x)) - meanX * meanX;
+    const double varianceY = mean(y.mul(y)) - meanY * meanY;
+    const double covariance = mean(x.mul(y)) - meanX * meanY;
     double low = 0.0;
     double high = 0.0;
     cv::minMaxLoc(y, &low, &high);
     const double c1 = std::pow(0.01 * (high - low), 2);
     const double c2 = std::pow(0.03 * (high - low), 2);
-    const double varianceX = sums[2] - sums[0] * sums[0];
-    const double varianceY = sums[3] - sums[1] * sums[1];
-    const double covariance = sums[4] - sums[0] * sums[1];
-    return (2 * sums[0] * sums[1] + c1) * (2 * covariance + c2) /
-           ((sums[0] * sums[0] + sums[1] * sums[1] + c1) * (varianceX + varianceY + c2));
+    return (2 * meanX * meanY + c1) * (2 * covariance + c2) /
+           ((meanX * meanX + meanY * meanY + c1) * (varianceX + varianceY + c2));
 }
 
 }  // namespace
@@ -69,8 +55,8 @@ TEST(Psnr, ComparesTheErrorWithTheReferencesRange)
 {
     cv::Mat_<float> reference(4, 4, 10.0F);
     reference(1, 1) = 20.0F;
-    EXPECT_NEAR(psnr(plus(reference, 1.0F), reference), 20.0, 1e-4);
-    EXPECT_NEAR(psnr(plus(reference, -0.1F), reference, 1), 40.0, 1e-3);
+    EXPECT_NEAR(psnr(cv::Mat(reference + 1.0F), reference), 20.0, 1e-4);
+    EXPECT_NEAR(psnr(cv::Mat(reference - 0.1F), reference, 1), 40.0, 1e-3);
     EXPECT_EQ(psnr(reference, reference), std::numeric_limits<double>::infinity());
 }
 
@@ -89,26 +75,11 @@ TEST(Psnr, LeavesOutTheMargin)
 TEST(Ssim, AgreesWithTheWrittenOutMeasure)
 {
     const cv::Mat_<float> reference = waves(11, 11);
-    cv::Mat_<float> image = plus(reference, 0.5F);
+    cv::Mat_<float> image(cv::Mat(reference + 0.5F));
     image(5, 4) += 2.0F;
     image(7, 7) -= 1.0F;
     EXPECT_NEAR(ssim(image, reference), similarityOfOneWindow(image, reference), 1e-9);
     EXPECT_EQ(ssim(reference, reference), 1.0);
-}
-
-TEST(Ssim, FallsWithLostContrast)
-{
-    const cv::Mat_<float> reference = waves(40, 40);
-    const double mean = cv::mean(reference)[0];
-    double before = 1.0;
-    for (const float contrast : {0.8F, 0.5F, 0.1F}) {
-        cv::Mat_<float> faded = reference.clone();
-        for (float& value : faded)
-            value = static_cast<float>(mean) + contrast * (value - static_cast<float>(mean));
-        const double now = ssim(faded, reference);
-        EXPECT_LT(now, before);
-        before = now;
-    }
 }
 
 TEST(Measures, RefuseDifferentSizesAndTooLargeMargins)
@@ -143,11 +114,10 @@ TEST(GlobalShift, IsFoundAndRemoved)
 
 TEST(GlobalShift, IsZeroWithoutStructureAndForEqualImages)
 {
-    const cv::Mat_<float> flat(40, 40, 5.0F);
-    EXPECT_EQ(estimateShift(flat, flat).x, 0.0F);
-    const cv::Mat_<float> image = waves(40, 40);
-    EXPECT_NEAR(estimateShift(image, image).x, 0.0F, 1e-4F);
-    EXPECT_NEAR(estimateShift(image, image).y, 0.0F, 1e-4F);
+    for (const cv::Mat_<float>& image : {cv::Mat_<float>(40, 40, 5.0F), waves(40, 40)}) {
+        EXPECT_NEAR(estimateShift(image, image).x, 0.0F, 1e-4F);
+        EXPECT_NEAR(estimateShift(image, image).y, 0.0F, 1e-4F);
+    }
 }
 
 TEST(GlobalShift, RemovalMovesByWholePixelsExactly)

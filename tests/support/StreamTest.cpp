@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/Stream.h"
 
 #include <gtest/gtest.h>
 
 #include <opencv2/core.hpp>
 #include <stdexcept>
+
+#include "doubles/SameBits.h"
 
 using namespace vxsupport;
 
@@ -20,16 +23,6 @@ StreamSettings small(SceneKind kind)
 double largestDeviation(const cv::Mat_<float>& a, const cv::Mat_<float>& b)
 {
     return cv::norm(a, b, cv::NORM_INF);
-}
-
-double deviationBetween(const cv::Mat_<float>& a, const cv::Mat_<float>& b)
-{
-    cv::Mat difference;
-    cv::subtract(a, b, difference);
-    cv::Scalar mean;
-    cv::Scalar deviation;
-    cv::meanStdDev(difference, mean, deviation);
-    return deviation[0];
 }
 
 }  // namespace
@@ -66,23 +59,6 @@ TEST(Stream, OnlyTheSubjectChangesTheIdealPicture)
     }
 }
 
-TEST(Stream, SubjectLeavesNoSeamWithAMovingCamera)
-{
-    // Where the subject's rectangle ends, nothing of the subject is left: the picture is the one without it.
-    StreamSettings settings = small(SceneKind::facade);
-    settings.motion = {};
-    settings.motion.drift = 1.0;
-    const StreamSimulator stream(settings);
-    settings.subject = false;
-    const StreamSimulator empty(settings);
-    const cv::Rect area = stream.subjectArea(12);
-    const cv::Mat_<float> image = stream.ideal(12);
-    const cv::Mat_<float> background = empty.ideal(12);
-    for (const int column : {area.x, area.br().x - 1})
-        for (int r = area.y; r < area.br().y; ++r)
-            ASSERT_NEAR(image(r, column), background(r, column), 1e-4F);
-}
-
 TEST(Stream, NoiseAndPatternHaveTheWantedDeviations)
 {
     StreamSettings settings = small(SceneKind::board);
@@ -93,11 +69,11 @@ TEST(Stream, NoiseAndPatternHaveTheWantedDeviations)
     cv::Mat_<float> expected = stream.ideal(10);
     expected += stream.pattern(10);
     expected += 5.0;
-    EXPECT_NEAR(deviationBetween(stream.frame(10), expected), 0.06, 0.001);
+    EXPECT_NEAR(vxtest::deviationBetween(stream.frame(10), expected), 0.06, 0.001);
     EXPECT_NEAR(cv::mean(stream.frame(10))[0], cv::mean(expected)[0], 0.002);
     EXPECT_EQ(largestDeviation(stream.pattern(0), stream.pattern(90)), 0.0);
     // Column, row and pixel offsets add up.
-    EXPECT_NEAR(deviationBetween(stream.pattern(0), cv::Mat_<float>(120, 160, 0.0F)), 0.197, 0.02);
+    EXPECT_NEAR(vxtest::deviationBetween(stream.pattern(0), cv::Mat_<float>(120, 160, 0.0F)), 0.197, 0.02);
 }
 
 TEST(Stream, PatternDriftsSlowlyAndComesBack)
@@ -105,8 +81,8 @@ TEST(Stream, PatternDriftsSlowlyAndComesBack)
     StreamSettings settings = small(SceneKind::target);
     settings.patternPeriod = 80.0;
     const StreamSimulator stream(settings);
-    const double step = deviationBetween(stream.pattern(0), stream.pattern(1));
-    const double quarter = deviationBetween(stream.pattern(0), stream.pattern(20));
+    const double step = vxtest::deviationBetween(stream.pattern(0), stream.pattern(1));
+    const double quarter = vxtest::deviationBetween(stream.pattern(0), stream.pattern(20));
     EXPECT_GT(step, 0.0);
     EXPECT_LT(step, 0.1 * quarter);
     EXPECT_GT(quarter, 0.2);

@@ -1,4 +1,5 @@
-#include "apps/vxkit/NumberChecks.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/arguments/NumberChecks.h"
 
 #include <cmath>
 #include <sstream>

@@ -1,37 +1,41 @@
-#include "apps/vxkit/BurstEngine.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/burst/BurstEngine.h"
 
 #include <algorithm>
 #include <array>
 #include <sstream>
 
-#include "apps/vxkit/BurstEngineParts.h"
-#include "apps/vxkit/Failure.h"
-#include "enhancement/superresolution/CameraTable.h"
+#include "apps/vxkit/burst/BurstEngineParts.h"
+#include "apps/vxkit/terminal/Failure.h"
 #include "enhancement/superresolution/SuperResolutionCAdapter.h"
+#include "enhancement/superresolution/engine/CameraTable.h"
+#include "enhancement/superresolution/engine/EngineDefaults.h"
 
 namespace vxapp {
 
 namespace {
 
-// What the flat interface sets; the engine class is given the same, so that both compute the same bits.
-constexpr int flatWindow = 5;
-constexpr int flatReference = 3;
+using halvor::vx::EngineDefaults;
 
 std::string meaningOf(int code)
 {
     switch (code) {
-        case 0:
+        case SuperResolution_success:
             return "success";
-        case fewGoodNeighbours:
+        case SuperResolution_fallbackPixel:
             return "a bad pixel had too few good neighbours and took a fallback value";
-        case unregisteredPixels:
+        case SuperResolution_poorFrame:
             return "a frame has half or more of its pixels unregistered";
-        case noStructure:
+        case SuperResolution_noStructure:
             return "image has not enough structure";
-        case largeDisplacement:
+        case SuperResolution_largeDisplacement:
             return "a frame is displaced by more than a tenth of its height";
-        case noCorner:
+        case SuperResolution_noCorner:
             return "no corner of the reference frame could be tracked";
+        case SuperResolution_windowRestarted:
+            return "the frame's values leave the range of the frames before; the window starts anew with it";
+        case SuperResolution_registrationFailed:
+            return "the frame could not be registered with the one before; the window starts anew with it";
         default:
             return "failure";
     }
@@ -49,7 +53,7 @@ std::string storedMessage()
 class FlatEngine : public BurstEngine
 {
 public:
-    FlatEngine(cv::Size frameSize, const BurstSettings& settings);
+    FlatEngine(cv::Size frameSize, const SuperresSettings& settings);
     ~FlatEngine() override { SuperResolution_release(context_); }
     FlatEngine(const FlatEngine&) = delete;
     FlatEngine& operator=(const FlatEngine&) = delete;
@@ -62,7 +66,7 @@ private:
     int frameCount_ = 0;
 };
 
-FlatEngine::FlatEngine(cv::Size frameSize, const BurstSettings& settings)
+FlatEngine::FlatEngine(cv::Size frameSize, const SuperresSettings& settings)
     : context_(SuperResolution_init(frameSize.width, frameSize.height))
 {
     if (context_ < 0)
@@ -81,10 +85,10 @@ BurstAnswer FlatEngine::addFrame(const cv::Mat_<float>& frame)
 {
     BurstAnswer answer;
     answer.code = SuperResolution_addImage(context_, frame.ptr<float>());
-    if (answer.code == exceptionCode || answer.code == noStructure)
+    if (answer.code == SuperResolution_failure || answer.code == SuperResolution_noStructure)
         answer.message = storedMessage();
     ++frameCount_;
-    answer.hasImage = frameCount_ >= flatWindow && !isFailure(answer.code);
+    answer.hasImage = frameCount_ >= EngineDefaults::flatWindow && !isFailure(answer.code);
     return answer;
 }
 
@@ -92,35 +96,37 @@ cv::Mat_<float> FlatEngine::image()
 {
     int width = 0;
     int height = 0;
-    if (SuperResolution_queryOutputImageSize(context_, &width, &height) != 0)
+    if (SuperResolution_queryOutputImageSize(context_, &width, &height) != SuperResolution_success)
         throw EngineError(storedMessage());
     cv::Mat_<float> image(height, width);
-    if (SuperResolution_getSuperresolutionImage(context_, image.ptr<float>()) != 0)
+    if (SuperResolution_getSuperresolutionImage(context_, image.ptr<float>()) != SuperResolution_success)
         throw EngineError(storedMessage());
     return image;
 }
 
 }  // namespace
 
-EngineKind BurstSettings::kind() const
+EngineKind SuperresSettings::kind() const
 {
     return engine.value_or(radiance || quality ? EngineKind::reference : EngineKind::production);
 }
 
-bool BurstSettings::needsEngineClass() const
+bool SuperresSettings::needsEngineClass() const
 {
     return kind() != EngineKind::production || report || trace || window || relativeResidue || iterations ||
            weight || registrationError || psfSigma;
 }
 
-int BurstSettings::windowSize() const
+int SuperresSettings::windowSize() const
 {
-    return window.value_or(flatWindow);
+    return window.value_or(EngineDefaults::flatWindow);
 }
 
-int BurstSettings::referenceIndex() const
+int SuperresSettings::referenceIndex() const
 {
-    return reference.value_or(std::min(flatReference, windowSize() - 1));
+    if (vxsupport::isFixedPoint(kind()))
+        return reference.value_or(EngineDefaults::referenceIndex);
+    return reference.value_or(std::min(EngineDefaults::flatReferenceIndex, windowSize() - 1));
 }
 
 std::vector<std::string> engineNames()
@@ -136,7 +142,7 @@ EngineKind engineKindFrom(const std::string& name)
     for (const EngineKind kind : vxsupport::allEngineKinds())
         if (name == vxsupport::nameOf(kind))
             return kind;
-    throw UsageError("--engine " + name + ": expected production, phase or reference");
+    throw UsageError("--engine " + name + ": expected production, phase, reference, fixed or fpga");
 }
 
 std::optional<float> psfSigmaFor(const std::string& camera)
@@ -148,7 +154,7 @@ std::optional<float> psfSigmaFor(const std::string& camera)
     return halvor::vx::psfSigmaOf(model, fieldOfView);
 }
 
-std::string referenceRange(const BurstSettings& settings)
+std::string referenceRange(const SuperresSettings& settings)
 {
     return "0 (the newest frame) to " + std::to_string(settings.windowSize() - 1) + " (the oldest)";
 }
@@ -162,18 +168,18 @@ std::string cameraText(const std::string& camera)
     else
         text << (camera.empty() ? "no --camera" : "camera \"" + camera + "\" is not known")
              << "; an unknown camera is assumed: ";
-    text << "point spread " << sigma.value_or(halvor::vx::unknownCameraPsfSigma) << " pixels of the result";
+    text << "point spread " << sigma.value_or(EngineDefaults::psfSigma) << " pixels of the result";
     return text.str();
 }
 
 bool isFailure(int code)
 {
     switch (code) {
-        case 0:
-        case fewGoodNeighbours:
-        case unregisteredPixels:
-        case noStructure:
-        case largeDisplacement:
+        case SuperResolution_success:
+        case SuperResolution_fallbackPixel:
+        case SuperResolution_poorFrame:
+        case SuperResolution_noStructure:
+        case SuperResolution_largeDisplacement:
             return false;
         default:
             return true;
@@ -185,7 +191,7 @@ std::string textOf(const BurstAnswer& answer)
     return answer.message.empty() ? meaningOf(answer.code) : answer.message;
 }
 
-std::unique_ptr<BurstEngine> openBurstEngine(cv::Size frameSize, const BurstSettings& settings)
+std::unique_ptr<BurstEngine> openBurstEngine(cv::Size frameSize, const SuperresSettings& settings)
 {
     if (settings.needsEngineClass())
         return openEngineClass(frameSize, settings);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <memory>
@@ -6,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/vxkit/RadianceCalibration.h"
+#include "apps/vxkit/burst/RadianceCalibration.h"
 #include "core/base/PointF.h"
 #include "core/diagnostics/DebugDeviceBase.h"
 #include "support/EngineRuns.h"
@@ -16,7 +17,7 @@ namespace vxapp {
 using vxsupport::EngineKind;
 
 /// Settings of a super-resolution run. What is left empty keeps the default of the flat interface.
-struct BurstSettings
+struct SuperresSettings
 {
     std::string camera;  ///< camera and lens text; empty: unknown camera
     std::optional<int> reference;
@@ -65,7 +66,7 @@ struct FrameReport
 /// Answer to one frame.
 struct BurstAnswer
 {
-    int code = 0;                     ///< of the flat interface; -6 only with the engine classes
+    int code = 0;                     ///< a SuperResolution_Code
     std::string message;              ///< the stored message of -4 and -999
     bool hasImage = false;            ///< a new image was computed
     std::optional<float> factor;      ///< achieved enlargement, where it is told
@@ -73,9 +74,6 @@ struct BurstAnswer
     std::vector<FrameReport> frames;  ///< oldest first; empty where not told
     cv::Mat_<float> quality;          ///< of the reference engine, where asked for; else empty
 };
-
-/// The code of an exception or a bad argument; its message tells which.
-inline constexpr int exceptionCode = -999;
 
 /// Whether a code means that no image came of the frame.
 bool isFailure(int code);
@@ -98,6 +96,6 @@ public:
 /// Opens a context of the flat interface or, where the settings need it, an engine class.
 /// @throws UsageError if a setting is out of its range
 /// @throws EngineError if no engine can be opened for the size
-std::unique_ptr<BurstEngine> openBurstEngine(cv::Size frameSize, const BurstSettings& settings);
+std::unique_ptr<BurstEngine> openBurstEngine(cv::Size frameSize, const SuperresSettings& settings);
 
 }  // namespace vxapp

@@ -1,32 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cmath>
 #include <memory>
-#include <opencv2/core/types.hpp>
+#include <opencv2/core.hpp>
 #include <optional>
 #include <sstream>
 #include <string>
 
-#include "apps/vxkit/BurstEngine.h"
-#include "apps/vxkit/Failure.h"
+#include "apps/vxkit/burst/BurstEngine.h"
+#include "apps/vxkit/terminal/Failure.h"
+#include "core/base/Exception.h"
+#include "enhancement/superresolution/SuperResolutionCAdapter.h"
 
 // What the sources of BurstEngine share; not for other files.
 namespace vxapp {
-
-constexpr float enlargement = 2.0F;
-
-// Codes of the flat interface, and of the engine classes behind it.
-constexpr int fewGoodNeighbours = -2;
-constexpr int unregisteredPixels = -3;
-constexpr int noStructure = -4;
-constexpr int largeDisplacement = -6;
-constexpr int noCorner = -9;
 
 /// Point spread of the camera and lens in a text; empty for a text that names no known ones.
 std::optional<float> psfSigmaFor(const std::string& camera);
 
 /// "0 (the newest frame) to 4 (the oldest)"
-std::string referenceRange(const BurstSettings& settings);
+std::string referenceRange(const SuperresSettings& settings);
 
 /// Hands a value to an engine's setter. Engines refuse one by throwing a bare text, which names no option.
 template <typename Value, typename Setter>
@@ -46,7 +40,41 @@ void applySetting(const std::string& option, const std::string& expected, Value 
     throw UsageError(text.str());
 }
 
+/// What a step of an engine answers; a failure that it raises becomes an answer with its text.
+///
+/// @param step  fills the answer that it is given
+template <typename Step>
+BurstAnswer answerOf(Step step)
+{
+    const auto failed = [](const std::string& message) {
+        BurstAnswer answer;
+        answer.code = SuperResolution_failure;
+        answer.message = message;
+        return answer;
+    };
+    BurstAnswer answer;
+    try {
+        step(answer);
+    } catch (const halvor::vx::Exception& error) {
+        return failed(error.what());
+    } catch (const cv::Exception& error) {
+        return failed("cv::Exception: " + error.err);
+    }
+    return answer;
+}
+
+/// Adds one frame's shift and mask to an answer.
+inline void tellFrame(PointF shift, const cv::Mat_<unsigned char>& mask, BurstAnswer& answer)
+{
+    answer.frames.push_back(
+        {shift, static_cast<double>(cv::countNonZero(mask)) / static_cast<double>(mask.total())});
+}
+
+/// An engine in fixed point; openEngineClass() for those kinds.
+/// @throws UsageError  for settings with which 16 bits do not hold a result, and sizes that the engine cannot take
+std::unique_ptr<BurstEngine> openFixedEngine(cv::Size frameSize, const SuperresSettings& settings);
+
 /// The engine class that the settings ask for.
-std::unique_ptr<BurstEngine> openEngineClass(cv::Size frameSize, const BurstSettings& settings);
+std::unique_ptr<BurstEngine> openEngineClass(cv::Size frameSize, const SuperresSettings& settings);
 
 }  // namespace vxapp

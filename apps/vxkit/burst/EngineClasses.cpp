@@ -1,17 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engines as classes: all settings, and what they tell about a result.
 
 #include <algorithm>
 #include <opencv2/core.hpp>
 #include <vector>
 
-#include "apps/vxkit/BurstEngineParts.h"
-#include "apps/vxkit/OutputRedirect.h"
+#include "apps/vxkit/burst/BurstEngineParts.h"
+#include "apps/vxkit/burst/HeardRegistry.h"
+#include "apps/vxkit/terminal/OutputRedirect.h"
 #include "core/base/Exception.h"
-#include "core/diagnostics/DebugSingleton.h"
-#include "enhancement/superresolution/CameraTable.h"
+#include "core/diagnostics/DebugLevels.h"
 #include "enhancement/superresolution/SrFloat.h"
 #include "enhancement/superresolution/SrFloatRegistration1.h"
 #include "enhancement/superresolution/SrFloatRegistration2.h"
+#include "enhancement/superresolution/SuperResolutionCAdapter.h"
+#include "enhancement/superresolution/engine/CameraTable.h"
+#include "enhancement/superresolution/engine/EngineDefaults.h"
 #include "enhancement/superresolution/reference/SuperResolution.h"
 
 namespace vxapp {
@@ -20,50 +24,18 @@ namespace {
 
 using halvor::vx::DebugChannel;
 using halvor::vx::DebugDeviceBase;
+using halvor::vx::EngineDefaults;
 using halvor::vx::SrFloat;
 using halvor::vx::SrFloatRegistration1;
 using halvor::vx::SrFloatRegistration2;
 using halvor::vx::SuperResolution;
-
-// The finest level that an engine sends under.
-constexpr int everyLine = 12;
-
-/// Has the channels of all fast engines in the process send to a device while it lives; silences them at its
-/// end.
-class HeardRegistry
-{
-public:
-    explicit HeardRegistry(const std::shared_ptr<DebugDeviceBase>& device)
-    {
-        registry_.setDebugDevice(device);
-        registry_.setOutputLevel(everyLine);
-    }
-    HeardRegistry(const HeardRegistry&) = delete;
-    HeardRegistry& operator=(const HeardRegistry&) = delete;
-    ~HeardRegistry()
-    {
-        registry_.setDebugDevice(nullptr);
-        registry_.setOutputLevel(0);
-    }
-
-private:
-    halvor::vx::DebugSingletonInterface& registry_ = halvor::vx::DebugSingleton::getInstance("");
-};
-
-BurstAnswer failed(const std::string& message)
-{
-    BurstAnswer answer;
-    answer.code = exceptionCode;
-    answer.message = message;
-    return answer;
-}
 
 /// What the engine classes have in common, which is nearly everything.
 template <typename Engine>
 class ClassEngine : public BurstEngine
 {
 public:
-    ClassEngine(cv::Size frameSize, const BurstSettings& settings);
+    ClassEngine(cv::Size frameSize, const SuperresSettings& settings);
 
     BurstAnswer addFrame(const cv::Mat_<float>& frame) override;
     cv::Mat_<float> image() override { return image_.clone(); }
@@ -84,24 +56,25 @@ private:
 };
 
 template <typename Engine>
-ClassEngine<Engine>::ClassEngine(cv::Size frameSize, const BurstSettings& settings)
-    : engine_(frameSize.width, frameSize.height, settings.windowSize(), enlargement),
+ClassEngine<Engine>::ClassEngine(cv::Size frameSize, const SuperresSettings& settings)
+    : engine_(frameSize.width, frameSize.height, settings.windowSize(), EngineDefaults::enlargement),
       image_(frameSize * 2),
       trace_(settings.trace)
 {
     applySetting("--reference", referenceRange(settings), settings.referenceIndex(),
                  [this](int index) { engine_.setReferenceIndex(index); });
-    applySetting("--weight", "1 or more", settings.weight.value_or(400.0F),
+    applySetting("--weight", "1 or more", settings.weight.value_or(EngineDefaults::weightTV),
                  [this](float weight) { engine_.setWeightTV(weight); });
     applySetting("--registration-error", "a number above 0, at most 1",
-                 settings.registrationError.value_or(0.0001F),
+                 settings.registrationError.value_or(EngineDefaults::regError),
                  [this](float error) { engine_.setRegError(error); });
-    applySetting("--relative-residue", "a number above 1e-6", settings.relativeResidue.value_or(0.007F),
+    applySetting("--relative-residue", "a number above 1e-6",
+                 settings.relativeResidue.value_or(EngineDefaults::relativeResidue),
                  [this](float residue) { engine_.setRelativeResidue(residue); });
     if (settings.iterations)
         applySetting("--iterations", "1 or more", *settings.iterations,
                      [this](int iterations) { engine_.setMaxCGIters(iterations); });
-    engine_.setPsfSigma(psfSigmaFor(settings.camera).value_or(halvor::vx::unknownCameraPsfSigma));
+    engine_.setPsfSigma(psfSigmaFor(settings.camera).value_or(EngineDefaults::psfSigma));
     if (settings.psfSigma)
         applySetting("--psf-sigma", "a number above 0", *settings.psfSigma,
                      [this](float sigma) { engine_.setPsfSigma(sigma); });
@@ -110,22 +83,14 @@ ClassEngine<Engine>::ClassEngine(cv::Size frameSize, const BurstSettings& settin
 template <typename Engine>
 BurstAnswer ClassEngine<Engine>::addFrame(const cv::Mat_<float>& frame)
 {
-    BurstAnswer answer;
-    try {
-        feed(frame, answer);
-    } catch (const halvor::vx::Exception& error) {
-        answer = failed(error.what());
-    } catch (const cv::Exception& error) {
-        answer = failed("cv::Exception: " + error.err);
-    }
-    return answer;
+    return answerOf([&](BurstAnswer& answer) { feed(frame, answer); });
 }
 
 template <typename Engine>
 void ClassEngine<Engine>::feed(const cv::Mat_<float>& frame, BurstAnswer& answer)
 {
     if (!engine_.checkImageStructureQuality(frame))
-        answer.code = noStructure;
+        answer.code = SuperResolution_noStructure;
     const int added = engine_.addFrame(frame.template ptr<float>());
     if (added < 0)
         answer.code = added;
@@ -139,7 +104,8 @@ void ClassEngine<Engine>::tell(float result, BurstAnswer& answer)
     const int warning = result < 0.0F ? static_cast<int>(result) : 0;
     if (warning != 0)
         answer.code = warning;
-    answer.hasImage = warning == 0 || warning == unregisteredPixels || warning == largeDisplacement;
+    answer.hasImage =
+        warning == 0 || warning == SuperResolution_poorFrame || warning == SuperResolution_largeDisplacement;
     if (!answer.hasImage)
         return;
     if (warning == 0)
@@ -150,10 +116,8 @@ void ClassEngine<Engine>::tell(float result, BurstAnswer& answer)
     std::vector<cv::Mat_<unsigned char>> masks;
     engine_.getCompleteShifts(shifts);
     engine_.getMasks(masks);
-    for (std::size_t i = 0; i < std::min(shifts.size(), masks.size()); ++i) {
-        const double pixels = static_cast<double>(masks[i].total());
-        answer.frames.push_back({shifts[i], static_cast<double>(cv::countNonZero(masks[i])) / pixels});
-    }
+    for (std::size_t i = 0; i < std::min(shifts.size(), masks.size()); ++i)
+        tellFrame(shifts[i], masks[i], answer);
 }
 
 /// The fast engines, whose channels are reached through the registry.
@@ -180,7 +144,7 @@ protected:
 class ReferenceEngine : public ClassEngine<SuperResolution>
 {
 public:
-    ReferenceEngine(cv::Size frameSize, const BurstSettings& settings);
+    ReferenceEngine(cv::Size frameSize, const SuperresSettings& settings);
 
 protected:
     void feed(const cv::Mat_<float>& frame, BurstAnswer& answer) override;
@@ -195,7 +159,7 @@ private:
     bool wantsQuality_;
 };
 
-ReferenceEngine::ReferenceEngine(cv::Size frameSize, const BurstSettings& settings)
+ReferenceEngine::ReferenceEngine(cv::Size frameSize, const SuperresSettings& settings)
     : ClassEngine(frameSize, settings),
       countsAreRaw_(settings.radiance.has_value()),
       wantsQuality_(settings.quality || settings.report)
@@ -213,7 +177,7 @@ ReferenceEngine::ReferenceEngine(cv::Size frameSize, const BurstSettings& settin
 void ReferenceEngine::listen(DebugChannel& channel) const
 {
     channel.setDebugDevice(trace_);
-    channel.setOutputLevel(everyLine);
+    channel.setOutputLevel(halvor::vx::DebugLevel::detail);
 }
 
 void ReferenceEngine::feed(const cv::Mat_<float>& frame, BurstAnswer& answer)
@@ -231,7 +195,7 @@ void ReferenceEngine::feedCounts(const cv::Mat_<float>& frame, BurstAnswer& answ
     cv::Mat_<short> counts;
     frame.convertTo(counts, CV_16S);
     if (!engine_.checkImageStructureQuality(counts))
-        answer.code = noStructure;
+        answer.code = SuperResolution_noStructure;
     const float result = engine_.processFrame2(counts.ptr<short>(), image_.ptr<float>());
     if (completesWindow())
         tell(result, answer);
@@ -246,7 +210,7 @@ void ReferenceEngine::tell(float result, BurstAnswer& answer)
     engine_.getQuality(answer.quality);
 }
 
-std::unique_ptr<BurstEngine> openClass(cv::Size frameSize, const BurstSettings& settings)
+std::unique_ptr<BurstEngine> openClass(cv::Size frameSize, const SuperresSettings& settings)
 {
     switch (settings.kind()) {
         case EngineKind::phase:
@@ -255,6 +219,9 @@ std::unique_ptr<BurstEngine> openClass(cv::Size frameSize, const BurstSettings& 
             const OutputRedirect redirected(settings.trace);
             return std::make_unique<ReferenceEngine>(frameSize, settings);
         }
+        case EngineKind::fixed:
+        case EngineKind::fpga:
+            return openFixedEngine(frameSize, settings);
         default:
             return std::make_unique<FastEngine<SrFloatRegistration2>>(frameSize, settings);
     }
@@ -262,7 +229,7 @@ std::unique_ptr<BurstEngine> openClass(cv::Size frameSize, const BurstSettings& 
 
 }  // namespace
 
-std::unique_ptr<BurstEngine> openEngineClass(cv::Size frameSize, const BurstSettings& settings)
+std::unique_ptr<BurstEngine> openEngineClass(cv::Size frameSize, const SuperresSettings& settings)
 {
     try {
         return openClass(frameSize, settings);

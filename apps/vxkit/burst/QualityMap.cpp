@@ -1,4 +1,5 @@
-#include "apps/vxkit/QualityMap.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/burst/QualityMap.h"
 
 #include <array>
 #include <cmath>
@@ -8,8 +9,9 @@
 #include <opencv2/imgproc.hpp>
 #include <sstream>
 
-#include "apps/vxkit/Output.h"
-#include "apps/vxkit/SafeWrite.h"
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/output/Output.h"
+#include "apps/vxkit/output/SafeWrite.h"
 
 namespace vxapp {
 

@@ -1,4 +1,5 @@
-#include "apps/vxkit/RadianceCalibration.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/burst/RadianceCalibration.h"
 
 #include <algorithm>
 #include <array>
@@ -13,9 +14,11 @@
 #include <sstream>
 #include <utility>
 
-#include "apps/vxkit/Calibration.h"
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/Recording.h"
+#include "apps/vxkit/burst/Calibration.h"
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/terminal/Failure.h"
+#include "enhancement/superresolution/engine/PixelValues.h"
 
 namespace vxapp {
 
@@ -131,7 +134,8 @@ public:
         const std::string name = number ? path_ + ": " + key + " " + entries_.at(key) : nameOf(key);
         const cv::Mat_<double> values =
             number ? cv::Mat_<double>(frameSize_, *number) : meanImage(name, frameSize_, "");
-        requireWithin(values, lowestValid, highestValid, name, "the limits of the engine's pixels");
+        requireWithin(values, halvor::vx::temperatureLimits.lowest, halvor::vx::temperatureLimits.highest,
+                      name, "the limits of the engine's pixels");
         cv::Mat_<float> radiance;
         values.convertTo(radiance, CV_32F);
         return radiance;

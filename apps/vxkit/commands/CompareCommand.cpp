@@ -1,4 +1,5 @@
-#include "apps/vxkit/CompareCommand.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/commands/CompareCommand.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -13,10 +14,11 @@
 #include <string>
 #include <vector>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/FrameFile.h"
-#include "apps/vxkit/Output.h"
-#include "apps/vxkit/SafeWrite.h"
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/input/FrameFile.h"
+#include "apps/vxkit/output/Output.h"
+#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/terminal/Failure.h"
 #include "support/PictureMeasures.h"
 #include "support/Pictures.h"
 
@@ -142,7 +144,7 @@ void checkOptions(const CompareOptions& options)
         throw UsageError("--offset: expected a finite number");
     if (options.picture.empty())
         return;
-    if (!isPngFile(options.picture))
+    if (!isPngName(options.picture))
         throw UsageError(options.picture + ": expected a picture name that ends in .png");
     requireWritable(options.picture, options.force);
 }

@@ -1,4 +1,5 @@
-#include "apps/vxkit/EnhanceCommand.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/commands/EnhanceCommand.h"
 
 #include <CLI/CLI.hpp>
 #include <iostream>
@@ -6,13 +7,16 @@
 #include <optional>
 #include <string>
 
-#include "apps/vxkit/ChainSettings.h"
-#include "apps/vxkit/ContactSheet.h"
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/FrameRun.h"
-#include "apps/vxkit/FrameSink.h"
-#include "apps/vxkit/QuietStream.h"
-#include "apps/vxkit/Recording.h"
+#include "apps/vxkit/arguments/ChainArguments.h"
+#include "apps/vxkit/arguments/RecordingArguments.h"
+#include "apps/vxkit/arguments/ResultArguments.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/output/FrameSink.h"
+#include "apps/vxkit/stream/ChainSettings.h"
+#include "apps/vxkit/stream/ContactSheet.h"
+#include "apps/vxkit/stream/FrameRun.h"
+#include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/QuietStream.h"
 
 namespace vxapp {
 

@@ -1,4 +1,5 @@
-#include "apps/vxkit/FilterCommand.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/commands/FilterCommand.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -10,13 +11,15 @@
 #include <string>
 #include <vector>
 
-#include "apps/vxkit/ClusterFilter.h"
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/FrameFilter.h"
-#include "apps/vxkit/FrameRun.h"
-#include "apps/vxkit/FrameSink.h"
-#include "apps/vxkit/NumberChecks.h"
-#include "apps/vxkit/Recording.h"
+#include "apps/vxkit/arguments/NumberChecks.h"
+#include "apps/vxkit/arguments/RecordingArguments.h"
+#include "apps/vxkit/arguments/ResultArguments.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/output/FrameSink.h"
+#include "apps/vxkit/stream/ClusterFilter.h"
+#include "apps/vxkit/stream/FrameFilter.h"
+#include "apps/vxkit/stream/FrameRun.h"
+#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 
@@ -230,7 +233,9 @@ void addClusterFilter(CLI::App& command, FilterOptions& options)
         command, options, "--cluster",
         "Cluster pattern: learns from a uniform scene by what each pixel is to be multiplied");
     cluster
-        .add("--uniform", settings.uniform, "Frames of a uniform scene to learn from (default: INPUT itself)")
+        .add("--uniform", settings.uniform,
+             "Frames of a uniform scene to learn from, once for each file (default: INPUT itself)")
+        ->allow_extra_args(false)
         ->type_name("FILE");
     cluster.add("--mean", settings.mean, "Learn from this image of means instead ...")->type_name("FILE");
     cluster.add("--std-dev", settings.stdDev, "... and this one of standard deviations in time")

@@ -1,17 +1,19 @@
-#include "apps/vxkit/Program.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/commands/Program.h"
 
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
 #include <string>
 
-#include "apps/vxkit/CompareCommand.h"
-#include "apps/vxkit/EnhanceCommand.h"
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/FilterCommand.h"
-#include "apps/vxkit/SelfcheckCommand.h"
-#include "apps/vxkit/SimulateCommand.h"
-#include "apps/vxkit/SuperresCommand.h"
+#include "apps/vxkit/commands/CompareCommand.h"
+#include "apps/vxkit/commands/EnhanceCommand.h"
+#include "apps/vxkit/commands/FilterCommand.h"
+#include "apps/vxkit/commands/SelfcheckCommand.h"
+#include "apps/vxkit/commands/SimulateCommand.h"
+#include "apps/vxkit/commands/SuperresCommand.h"
+#include "apps/vxkit/commands/VectorsCommand.h"
+#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 
@@ -39,6 +41,7 @@ int runProgram(int argc, const char* const* argv)
     addSelfcheckCommand(app);
     addSimulateCommand(app);
     addSuperresCommand(app);
+    addVectorsCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

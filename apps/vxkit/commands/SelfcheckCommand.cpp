@@ -1,4 +1,5 @@
-#include "apps/vxkit/SelfcheckCommand.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/commands/SelfcheckCommand.h"
 
 #include <CLI/CLI.hpp>
 #include <iomanip>
@@ -8,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/NumberChecks.h"
-#include "apps/vxkit/Progress.h"
-#include "apps/vxkit/Recording.h"
+#include "apps/vxkit/arguments/NumberChecks.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/Progress.h"
 #include "support/EngineRuns.h"
 
 namespace vxapp {
@@ -25,6 +26,7 @@ using vxsupport::RunError;
 
 constexpr int reference = 1;
 const cv::Size smallestFrame{128, 96};
+const cv::Size pipelineFrame{160, 120};
 
 struct SelfcheckOptions
 {
@@ -37,6 +39,11 @@ Disagreement scaled(const Disagreement& limits, double factor)
 {
     return {limits.shift * factor, limits.masks * factor, limits.image * factor, limits.result * factor,
             limits.iterations * factor};
+}
+
+RunError scaled(const RunError& limits, double factor)
+{
+    return {limits.shift * factor, limits.gain / factor};
 }
 
 std::string places(double value, int digits, int width)
@@ -74,15 +81,19 @@ public:
 
 private:
     void check(vxsupport::SceneKind scene, int seed);
+    void checkPipeline(vxsupport::SceneKind scene, int seed);
     void hold(const std::string& label, const EngineRun& a, const EngineRun& b, const Disagreement& limits);
-    void hold(const std::string& label, const EngineRun& run, const vxsupport::Burst& burst);
+    void hold(const std::string& label, const EngineRun& run, const vxsupport::Burst& burst,
+              const RunError& limits);
     std::string verdict(const std::vector<std::string>& excesses);
 
     cv::Size size_;
     int seeds_;
     Disagreement twinLimits_;
     Disagreement siblingLimits_;
+    Disagreement fixedPointLimits_;
     RunError truthLimits_;
+    RunError fixedPointTruthLimits_;
     std::ostringstream agreement_;
     std::ostringstream truth_;
     int comparisons_ = 0;
@@ -94,8 +105,9 @@ Selfcheck::Selfcheck(const SelfcheckOptions& options)
       seeds_(options.seeds),
       twinLimits_(scaled(vxsupport::twinLimits, options.tolerance)),
       siblingLimits_(scaled(vxsupport::siblingLimits, options.tolerance)),
-      truthLimits_{vxsupport::truthLimits.shift * options.tolerance,
-                   vxsupport::truthLimits.gain / options.tolerance}
+      fixedPointLimits_(scaled(vxsupport::fixedPointLimits, options.tolerance)),
+      truthLimits_(scaled(vxsupport::truthLimits, options.tolerance)),
+      fixedPointTruthLimits_(scaled(vxsupport::fixedPointTruthLimits, options.tolerance))
 {
     if (size_.width < smallestFrame.width || size_.height < smallestFrame.height || size_.width % 2 != 0)
         throw UsageError("--size " + options.size + ": expected an even width, and 128x96 pixels or more");
@@ -113,6 +125,7 @@ void Selfcheck::run()
         for (int seed = 1; seed <= seeds_; ++seed) {
             progress.show(++done);
             check(scene, seed);
+            checkPipeline(scene, seed);
         }
     progress.clear();
 
@@ -121,10 +134,13 @@ void Selfcheck::run()
               << row("", "", "") << "    pixels        %         K\n"
               << row("at most", "", "phase-reference") << cells(twinLimits_) << '\n'
               << row("at most", "", "production-phase") << cells(siblingLimits_) << '\n'
+              << row("at most", "", "fixed-production") << cells(fixedPointLimits_) << '\n'
+              << row("at most", "", "fpga-fixed") << cells(vxsupport::pipelineLimits) << '\n'
               << agreement_.str() << "\nDistance from the truth; gain over bicubic enlargement\n"
               << row("scene", "seed", "engine") << "     shift     gain  factor  steps\n"
               << row("", "", "") << "    pixels       dB\n"
               << row("at most", "", "") << cells(truthLimits_) << " at least" << '\n'
+              << row("at most", "", "fixed") << cells(fixedPointTruthLimits_) << " at least" << '\n'
               << truth_.str() << std::endl;
     const std::string all = std::to_string(comparisons_) + " comparisons";
     if (exceeded_ > 0)
@@ -139,7 +155,9 @@ void Selfcheck::check(vxsupport::SceneKind scene, int seed)
     const auto runOf = [&runs](EngineKind kind) -> const EngineRun& {
         return runs[static_cast<std::size_t>(kind)];
     };
-    for (const EngineKind kind : vxsupport::allEngineKinds())
+    const std::vector<EngineKind> kinds{EngineKind::production, EngineKind::phase, EngineKind::reference,
+                                        EngineKind::fixed};
+    for (const EngineKind kind : kinds)
         runs.push_back(vxsupport::runEngine(kind, burst.frames, reference));
 
     const std::string name(vxsupport::nameOf(scene));
@@ -148,8 +166,21 @@ void Selfcheck::check(vxsupport::SceneKind scene, int seed)
          twinLimits_);
     hold(row(name, number, "production-phase"), runOf(EngineKind::production), runOf(EngineKind::phase),
          siblingLimits_);
-    for (const EngineKind kind : vxsupport::allEngineKinds())
-        hold(row(name, number, std::string(vxsupport::nameOf(kind))), runOf(kind), burst);
+    hold(row(name, number, "fixed-production"), runOf(EngineKind::fixed), runOf(EngineKind::production),
+         fixedPointLimits_);
+    for (const EngineKind kind : kinds)
+        hold(row(name, number, std::string(vxsupport::nameOf(kind))), runOf(kind), burst,
+             vxsupport::isFixedPoint(kind) ? fixedPointTruthLimits_ : truthLimits_);
+}
+
+// The pipeline takes frames of one size, whatever that of the others.
+void Selfcheck::checkPipeline(vxsupport::SceneKind scene, int seed)
+{
+    const vxsupport::Burst burst =
+        vxsupport::checkBurst(scene, pipelineFrame, static_cast<std::uint64_t>(seed));
+    hold(row(std::string(vxsupport::nameOf(scene)), std::to_string(seed), "fpga-fixed"),
+         vxsupport::runEngine(EngineKind::fpga, burst.frames, reference),
+         vxsupport::runEngine(EngineKind::fixed, burst.frames, reference), vxsupport::pipelineLimits);
 }
 
 void Selfcheck::hold(const std::string& label, const EngineRun& a, const EngineRun& b,
@@ -159,11 +190,14 @@ void Selfcheck::hold(const std::string& label, const EngineRun& a, const EngineR
     agreement_ << label << cells(found) << verdict(vxsupport::excesses(found, limits)) << '\n';
 }
 
-void Selfcheck::hold(const std::string& label, const EngineRun& run, const vxsupport::Burst& burst)
+void Selfcheck::hold(const std::string& label, const EngineRun& run, const vxsupport::Burst& burst,
+                     const RunError& limits)
 {
     const RunError found = vxsupport::compareWithTruth(run, burst, reference);
-    truth_ << label << cells(found) << places(static_cast<double>(run.result), 2, 8)
-           << places(run.iterations, 0, 7) << verdict(vxsupport::excesses(found, truthLimits_)) << '\n';
+    const bool tellsFactor = run.result != 0.0F;
+    truth_ << label << cells(found)
+           << (tellsFactor ? places(static_cast<double>(run.result), 2, 8) : std::string(7, ' ') + '-')
+           << places(run.iterations, 0, 7) << verdict(vxsupport::excesses(found, limits)) << '\n';
 }
 
 std::string Selfcheck::verdict(const std::vector<std::string>& excesses)
@@ -180,15 +214,16 @@ std::string Selfcheck::verdict(const std::vector<std::string>& excesses)
 
 const char* const footer =
     R"(The phase engine and its serial twin, the reference engine, differ by the rounding of their sums alone. The
-production engine tracks corners instead, and may lie a few hundredths of a pixel beside them. The exit status is 0
-if everything lies within its limits, 1 if not.)";
+production engine tracks corners instead, and may lie a few hundredths of a pixel beside them. The fixed engine takes
+hundredths of a kelvin in 16 bits; the fpga engine computes the same bits as it, held for frames of 160x120. The exit
+status is 0 if everything lies within its limits, 1 if not.)";
 
 }  // namespace
 
 void addSelfcheckCommand(CLI::App& program)
 {
     CLI::App& command = *program.add_subcommand(
-        "selfcheck", "Holds the three super-resolution engines against each other and the truth");
+        "selfcheck", "Holds the super-resolution engines against each other and the truth");
     auto options = std::make_shared<SelfcheckOptions>();
     command.add_option("--size", options->size, "Size of the frames")
         ->type_name("WIDTHxHEIGHT")

@@ -1,4 +1,5 @@
-#include "apps/vxkit/SimulateCommand.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/commands/SimulateCommand.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
@@ -9,11 +10,12 @@
 #include <string>
 #include <vector>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/NumberChecks.h"
-#include "apps/vxkit/Output.h"
-#include "apps/vxkit/Recording.h"
-#include "apps/vxkit/SimulatedFiles.h"
+#include "apps/vxkit/arguments/NumberChecks.h"
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/output/Output.h"
+#include "apps/vxkit/output/SimulatedFiles.h"
+#include "apps/vxkit/terminal/Failure.h"
 #include "support/Burst.h"
 #include "support/Sensor.h"
 #include "support/Stream.h"
@@ -75,7 +77,7 @@ HandMotion motionOf(const SimulateOptions& options)
 DefectSettings defectsOf(const SimulateOptions& options)
 {
     const bool markers = options.defectStyle == "markers";
-    if (markers && !keepsFloats(*frameFormatFrom(options.format)))
+    if (markers && formatNamed(options.format)->saveFloats == nullptr)
         throw UsageError(
             "--defect-style markers: counts can't hold the markers; expected --format tiff or pfm");
     return {options.defects, markers ? DefectStyle::markers : DefectStyle::stuck};
@@ -130,7 +132,7 @@ std::string describe(const SimulateOptions& options, const std::vector<PointF>& 
          << "netd " << options.netd << " psf-sigma " << options.psfSigma << " column-offset "
          << options.columnOffset << " pixel-offset " << options.pixelOffset << '\n'
          << "defects " << options.defects << ' ' << options.defectStyle << '\n';
-    if (keepsFloats(*frameFormatFrom(options.format)))
+    if (formatNamed(options.format)->saveFloats != nullptr)
         text << "values degrees\n";
     else
         text << "values " << scaleText(options.scale) << '\n';
@@ -176,8 +178,7 @@ void writeStream(const SimulateOptions& options, const SimulatedFiles& files)
 
 void simulate(const SimulateOptions& options)
 {
-    const SimulatedFiles files(options.folder, *frameFormatFrom(options.format), options.scale,
-                               options.force);
+    const SimulatedFiles files(options.folder, *formatNamed(options.format), options.scale, options.force);
     if (options.stream)
         writeStream(options, files);
     else
@@ -262,7 +263,7 @@ void addSimulateCommand(CLI::App& program)
     command
         .add_option("--format", options->format,
                     "png, raw: 16-bit counts; tiff, pfm: 32-bit degrees (raw: all frames in one file)")
-        ->check(CLI::IsMember({"png", "tiff", "pfm", "raw"}))
+        ->check(CLI::IsMember(frameFormatNames()))
         ->capture_default_str();
     command.add_option("--scale", options->scale.scale, "Degrees per count")
         ->check(aboveZero())

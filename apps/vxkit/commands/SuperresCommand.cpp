@@ -1,30 +1,38 @@
-#include "apps/vxkit/SuperresCommand.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/commands/SuperresCommand.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iomanip>
 #include <iostream>
 #include <memory>
+#include <opencv2/core.hpp>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
 
-#include "apps/vxkit/BurstEngine.h"
-#include "apps/vxkit/Calibration.h"
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/Progress.h"
-#include "apps/vxkit/QualityMap.h"
-#include "apps/vxkit/RadianceCalibration.h"
-#include "apps/vxkit/Recording.h"
-#include "apps/vxkit/ResultFiles.h"
-#include "apps/vxkit/SafeWrite.h"
+#include "apps/vxkit/arguments/RecordingArguments.h"
+#include "apps/vxkit/arguments/ResultArguments.h"
+#include "apps/vxkit/burst/BurstEngine.h"
+#include "apps/vxkit/burst/Calibration.h"
+#include "apps/vxkit/burst/QualityMap.h"
+#include "apps/vxkit/burst/RadianceCalibration.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/output/ResultFiles.h"
+#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/Progress.h"
 #include "core/diagnostics/DebugDeviceConsole.h"
 #include "core/diagnostics/DebugDeviceFile.h"
+#include "enhancement/superresolution/SuperResolutionCAdapter.h"
+#include "enhancement/superresolution/engine/EngineDefaults.h"
 
 namespace vxapp {
 
 namespace {
+
+using halvor::vx::EngineDefaults;
 
 struct SuperresOptions
 {
@@ -32,7 +40,7 @@ struct SuperresOptions
     std::optional<double> scale;
     std::optional<double> offset;
     bool lastOnly = false;
-    BurstSettings engine;
+    SuperresSettings engine;
     std::string engineName;
     std::string radiance;  // calibration file
     std::string trace;     // file, or "-" for the standard error stream
@@ -55,7 +63,7 @@ private:
     void noteFailure(int index, const BurstAnswer& answer);
 
     Recording recording_;
-    BurstSettings settings_;
+    SuperresSettings settings_;
     std::shared_ptr<halvor::vx::DebugDeviceFile> traceFile_;
     Calibration calibration_;
     int window_;
@@ -84,20 +92,35 @@ int checkedWindow(const Recording& recording, const SuperresOptions& options)
 }
 
 // The engine's settings with the calibration, whose size is that of the frames.
-BurstSettings settingsFor(const SuperresOptions& options, const Recording& recording)
+SuperresSettings settingsFor(const SuperresOptions& options, const Recording& recording)
 {
-    BurstSettings settings = options.engine;
+    SuperresSettings settings = options.engine;
     if (!options.radiance.empty())
         settings.radiance =
             readRadianceCalibration(options.radiance, recording.frameSize(), options.recording.size);
     return settings;
 }
 
+Calibration calibrationFor(const SuperresOptions& options, const SuperresSettings& settings,
+                           Recording& recording)
+{
+    if (settings.radiance)
+        return Calibration::byEngine();
+    if (!vxsupport::isFixedPoint(settings.kind()))
+        return {options.scale, options.offset, recording.holdsFloats()};
+    if (recording.holdsFloats())
+        throw UsageError(recording.nameOf(0) + ": holds floats; expected 16-bit counts for --engine " +
+                         options.engineName);
+    double largest = 0.0;
+    for (int i = 0; i < recording.frameCount(); ++i)
+        largest = std::max(largest, cv::norm(recording.values(i), cv::NORM_INF));
+    return Calibration::signedCounts(options.scale, options.offset, largest);
+}
+
 SuperresRun::SuperresRun(const SuperresOptions& options)
     : recording_(options.recording),
       settings_(settingsFor(options, recording_)),
-      calibration_(settings_.radiance ? Calibration::byEngine()
-                                      : Calibration(options.scale, options.offset, recording_.holdsFloats())),
+      calibration_(calibrationFor(options, settings_, recording_)),
       window_(checkedWindow(recording_, options)),
       first_(options.lastOnly ? recording_.frameCount() - window_ : 0),
       files_(options.results, recording_.firstNumber() + first_ + window_ - 1,
@@ -191,7 +214,7 @@ void SuperresRun::tell(int number, const BurstAnswer& answer, const std::string&
         line << ", " << *answer.iterations << (*answer.iterations == 1 ? " solver step" : " solver steps");
     if (!written.empty())
         line << " -> " << written;
-    if (answer.code == exceptionCode)
+    if (answer.code == SuperResolution_failure)
         line << "; starting anew with the next frame";
     std::cout << line.str() << std::endl;
     tellFrames(number, answer);
@@ -222,11 +245,19 @@ void SuperresRun::noteFailure(int index, const BurstAnswer& answer)
         firstFailure_ =
             recording_.nameOf(index) + ": " + textOf(answer) + " (code " + std::to_string(answer.code) + ")";
     // After an exception the engine's windows may be out of step with each other: later frames begin anew.
-    if (answer.code == exceptionCode)
+    if (answer.code == SuperResolution_failure)
         engine_ = openBurstEngine(recording_.frameSize(), settings_);
 }
 
-void addSolverOptions(CLI::App& command, BurstSettings& settings)
+template <typename Value>
+std::string byDefault(Value value)
+{
+    std::ostringstream text;
+    text << "(default: " << value << ')';
+    return text.str();
+}
+
+void addSolverOptions(CLI::App& command, SuperresSettings& settings)
 {
     const std::string group = "Solver (these options use the engine classes in place of the flat interface)";
     command
@@ -234,37 +265,42 @@ void addSolverOptions(CLI::App& command, BurstSettings& settings)
                   "Print each frame's shift in pixels and its share of usable pixels, the solver's\n"
                   "steps and, with the reference engine, the quality map")
         ->group(group);
-    command.add_option("--window", settings.window, "Frames that make one result (default: 5)")
+    command
+        .add_option("--window", settings.window,
+                    "Frames that make one result " + byDefault(EngineDefaults::flatWindow))
         ->type_name("N")
         ->group(group);
     command
         .add_option("--relative-residue", settings.relativeResidue,
-                    "Residue at which a round of the solver ends; smaller is sharper and slower\n"
-                    "(default: 0.007)")
+                    "Residue at which a round of the solver ends; smaller is sharper and slower\n" +
+                        byDefault(EngineDefaults::relativeResidue))
         ->type_name("X")
         ->group(group);
-    command.add_option("--iterations", settings.iterations, "Budget of solver steps (default: 8)")
+    command
+        .add_option("--iterations", settings.iterations,
+                    "Budget of solver steps " + byDefault(EngineDefaults::maxCGIters))
         ->type_name("N")
         ->group(group);
     command
-        .add_option("--weight", settings.weight,
-                    "Inverse strength of the smoothing; larger smooths less (default: 400)")
+        .add_option(
+            "--weight", settings.weight,
+            "Inverse strength of the smoothing; larger smooths less " + byDefault(EngineDefaults::weightTV))
         ->type_name("X")
         ->group(group);
     command
         .add_option("--registration-error", settings.registrationError,
-                    "Largest local error of a usable pixel, at most 1 (default: 0.0001)")
+                    "Largest local error of a usable pixel, at most 1 " + byDefault(EngineDefaults::regError))
         ->type_name("X")
         ->group(group);
     command
         .add_option("--psf-sigma", settings.psfSigma,
-                    "Deviation of the point spread in pixels of the result, in place of the camera's\n"
-                    "(default: 0.683)")
+                    "Deviation of the point spread in pixels of the result, in place of the camera's\n" +
+                        byDefault(EngineDefaults::psfSigma))
         ->type_name("X")
         ->group(group);
 }
 
-void addEngineOptions(CLI::App& command, BurstSettings& settings)
+void addEngineOptions(CLI::App& command, SuperresSettings& settings)
 {
     command
         .add_option("--camera", settings.camera,
@@ -286,7 +322,9 @@ void addDiagnosticOptions(CLI::App& command, SuperresOptions& options)
     command
         .add_option("--engine", options.engineName,
                     "production: tracked corners, fast (default). phase: phase correlation, for\n"
-                    "frames of even width. reference: its serial twin, slow, to check the others")
+                    "frames of even width. reference: its serial twin, slow, to check the others.\n"
+                    "fixed: 16-bit integers, for cameras without floating point; fpga: the same\n"
+                    "with an FPGA's dataflow, for frames of 160x120 (see below for both)")
         ->check(CLI::IsMember(engineNames()))
         ->type_name("NAME")
         ->group(group);
@@ -313,7 +351,7 @@ void addDiagnosticOptions(CLI::App& command, SuperresOptions& options)
 // What only one engine knows chooses it, unless another one is asked for.
 void settleEngine(SuperresOptions& options)
 {
-    BurstSettings& engine = options.engine;
+    SuperresSettings& engine = options.engine;
     if (!options.engineName.empty())
         engine.engine = engineKindFrom(options.engineName);
     engine.quality = !options.results.qualityMap.empty();
@@ -341,13 +379,24 @@ Units:
   --scale 0.01 --offset -273.15. Without these options the calibration is taken as unknown: the result is in
   counts, too.
 
+Engines in fixed point (fixed, fpga):
+  They take 16-bit recordings, work on the counts and give counts; with --scale and --offset the result is turned
+  into degrees. The result lies on the grid of the newest frame, and --reference (default: 0) only tells whose
+  range and mean set the scale. --registration-error is stored without effect. Within 16 bits a
+  result has at most 6 frames and 12 solver steps, a --relative-residue of 0.002 or more and a --weight of 20 or
+  more; other settings are refused.
+
 Codes:
     0  success
    -2  a bad pixel had too few good neighbours and took a fallback value; the result is written
    -3  a frame has half or more of its pixels unregistered; the result is written
    -4  a frame spans less than 2 degrees (32 counts; 2 with --radiance); it is used all the same
    -6  a frame is displaced by more than a tenth of its height (told by the engine classes only)
+   -8  a frame's values leave the range of the frames before; no result, and the window starts anew with it
+       (engines in fixed point only)
    -9  no corner of the reference frame could be tracked; no result
+ -998  a frame could not be registered with the one before; no result, and the window starts anew with it
+       (engines in fixed point only)
  -999  another failure, told with its message; no result
   The exit status is 0 if every result was written, 1 after a failure of the engine, 2 for bad input.
 
@@ -356,6 +405,7 @@ Examples:
   vxkit superres shot-*.png --scale 0.01 --offset -273.15 --camera "k325 FOV25" -o result.pfm --report
   vxkit superres recording.raw --size 160x120 --frames 10:5 -o result.png
   vxkit superres burst.pfm --engine reference --report --trace trace.txt --quality-map map.png -o result.tif
+  vxkit superres recording.raw --size 160x120 --engine fpga --report -o result.png
   vxkit superres raw-*.png --radiance two-scenes.txt -o radiance.tif)";
 
 }  // namespace

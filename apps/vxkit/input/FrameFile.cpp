@@ -1,4 +1,5 @@
-#include "apps/vxkit/FrameFile.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/input/FrameFile.h"
 
 #include <algorithm>
 #include <array>
@@ -6,13 +7,13 @@
 #include <cstring>
 #include <filesystem>
 #include <opencv2/imgcodecs.hpp>
-#include <string_view>
 #include <utility>
 #include <vector>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/FrameFileParts.h"
-#include "apps/vxkit/QuietStream.h"
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/input/FrameFileParts.h"
+#include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/QuietStream.h"
 
 namespace vxapp {
 
@@ -68,20 +69,6 @@ cv::Mat OpenCvFile::read(int index)
     cv::Mat frame = block_[static_cast<std::size_t>(index - blockStart_)];
     requireFrameType(name, frame.type());
     return frame;
-}
-
-bool startsWith(std::string_view text, std::string_view start)
-{
-    return text.substr(0, start.size()) == start;
-}
-
-bool isTiff(std::string_view start)
-{
-    using namespace std::string_view_literals;
-    for (const std::string_view magic : {"II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv})
-        if (startsWith(start, magic))
-            return true;
-    return false;
 }
 
 std::string depthText(int depth)
@@ -141,24 +128,26 @@ void requireFrameType(const std::string& name, int type)
                      "; expected one channel of unsigned 16-bit counts or 32-bit floats");
 }
 
+std::unique_ptr<FrameFile> openTiffFile(const std::string& path)
+{
+    return std::make_unique<OpenCvFile>(path, tiffPageCount(path));
+}
+
+std::unique_ptr<FrameFile> openPictureFile(const std::string& path)
+{
+    return std::make_unique<OpenCvFile>(path, 1);
+}
+
 std::unique_ptr<FrameFile> openImageFile(const std::string& path)
 {
     std::uint64_t bytes = 0;
     std::ifstream file = openForReading(path, bytes);
-    std::array<char, 8> text{};
-    const std::size_t length = std::min<std::uint64_t>(text.size(), bytes);
-    if (!readBytes(file, 0, text.data(), length))
+    std::array<char, 8> start{};
+    const std::size_t length = std::min<std::uint64_t>(start.size(), bytes);
+    if (!readBytes(file, 0, start.data(), length))
         throw UsageError(path + ": can't be read");
-    const std::string_view start(text.data(), length);
-
-    if (startsWith(start, "PF"))
-        requireFrameType(path, CV_32FC3);
-    if (startsWith(start, "Pf"))
-        return openPfmFile(path);
-    if (isTiff(start))
-        return std::make_unique<OpenCvFile>(path, tiffPageCount(path));
-    if (startsWith(start, "\x89PNG") || startsWith(start, "P5") || startsWith(start, "P2"))
-        return std::make_unique<OpenCvFile>(path, 1);
+    if (const FileFormat* format = formatStartingWith({start.data(), length}))
+        return format->open(path);
     throw UsageError(path +
                      ": not a PNG, TIFF, PGM or PFM image; a headerless recording needs --size WIDTHxHEIGHT");
 }

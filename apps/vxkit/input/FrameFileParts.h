@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -5,9 +6,9 @@
 #include <memory>
 #include <string>
 
-#include "apps/vxkit/FrameFile.h"
+#include "apps/vxkit/input/FrameFile.h"
 
-// What the sources of FrameFile share; not for other files.
+// What the sources of FrameFile and the table of formats share; not for other files.
 namespace vxapp {
 
 /// Opens a regular, non-empty file for reading.
@@ -21,10 +22,12 @@ bool readBytes(std::ifstream& file, std::uint64_t place, char* bytes, std::size_
 /// Raises a UsageError unless the type is one channel of 16-bit counts or 32-bit floats.
 void requireFrameType(const std::string& name, int type);
 
-/// PFM file, or a stream of PFM images of one size.
-std::unique_ptr<FrameFile> openPfmFile(const std::string& path);
-
 /// Number of pages of a TIFF file, from its chain of directories alone.
 int tiffPageCount(const std::string& path);
+
+// What the table of formats opens.
+std::unique_ptr<FrameFile> openPfmFile(const std::string& path);  ///< also several images of one size
+std::unique_ptr<FrameFile> openTiffFile(const std::string& path);
+std::unique_ptr<FrameFile> openPictureFile(const std::string& path);  ///< one image of another format
 
 }  // namespace vxapp

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -6,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/FrameFileParts.h"
+#include "apps/vxkit/input/FrameFileParts.h"
+#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 
@@ -101,6 +102,8 @@ PfmFile::PfmFile(std::string path) : path_(std::move(path))
 {
     std::uint64_t fileBytes = 0;
     std::ifstream file = openForReading(path_, fileBytes);
+    if (std::array<char, 2> kind{}; readBytes(file, 0, kind.data(), kind.size()) && kind[1] == 'F')
+        requireFrameType(path_, CV_32FC3);
     for (std::uint64_t place = 0; place < fileBytes;) {
         const PfmHeader header = headerAt(file, place, fileBytes);
         if (images_.empty())

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <bit>
 #include <limits>
 #include <vector>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/FrameFileParts.h"
+#include "apps/vxkit/input/FrameFileParts.h"
+#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 

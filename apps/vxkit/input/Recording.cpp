@@ -1,13 +1,13 @@
-#include "apps/vxkit/Recording.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/input/Recording.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/Output.h"
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 
@@ -35,13 +35,6 @@ std::string shapeText(const FrameShape& shape)
 
 }  // namespace
 
-bool isImageName(const std::string& path)
-{
-    const std::string ending = lowerEnding(path);
-    const auto known = {".png", ".tif", ".tiff", ".pgm", ".pfm"};
-    return std::find(known.begin(), known.end(), ending) != known.end();
-}
-
 std::optional<std::pair<int, int>> parsePair(std::string_view text, char separator)
 {
     const std::size_t middle = text.find(separator);
@@ -64,23 +57,6 @@ cv::Size parseSize(const std::string& text)
     if (!size || !fits(size->first) || !fits(size->second))
         throw UsageError("--size " + text + ": expected WIDTHxHEIGHT in pixels, for example 160x120");
     return {size->first, size->second};
-}
-
-void addRecordingOptions(CLI::App& command, RecordingOptions& options)
-{
-    command
-        .add_option("INPUT", options.inputs,
-                    "Frames in their order: PNG, PGM or TIFF (also of several pages) with 16 bits,\n"
-                    "TIFF or PFM with 32-bit floats, or with --size a headerless recording")
-        ->required();
-    command
-        .add_option("--size", options.size,
-                    "INPUT is headerless: unsigned 16-bit little-endian frames of this size")
-        ->type_name("WIDTHxHEIGHT");
-    command
-        .add_option("--frames", options.frames,
-                    "Take COUNT frames from frame FIRST on, counted from 0 over all inputs (default: all)")
-        ->type_name("FIRST:COUNT");
 }
 
 Recording::Recording(const RecordingOptions& options) : names_(options.inputs)

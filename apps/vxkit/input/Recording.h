@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstddef>
@@ -10,11 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "apps/vxkit/FrameFile.h"
-
-namespace CLI {
-class App;
-}
+#include "apps/vxkit/input/FrameFile.h"
 
 namespace vxapp {
 
@@ -24,19 +21,13 @@ std::optional<std::pair<int, int>> parsePair(std::string_view text, char separat
 /// Reads the value of --size, "WIDTHxHEIGHT"; anything else is a UsageError.
 cv::Size parseSize(const std::string& text);
 
-/// Whether a file's ending is one of the image files; else it counts as headerless.
-bool isImageName(const std::string& path);
-
-/// What a command line tells about the frames to read.
+/// Which frames to read.
 struct RecordingOptions
 {
     std::vector<std::string> inputs;
     std::string size;    ///< "WIDTHxHEIGHT" of headerless recordings; empty for image files
     std::string frames;  ///< "FIRST:COUNT" of all the frames; empty for all
 };
-
-/// Adds INPUT..., --size and --frames to a command.
-void addRecordingOptions(CLI::App& command, RecordingOptions& options);
 
 /// Frames of one size and kind, from any number of files in the order given.
 ///

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <array>
 #include <limits>
 #include <string_view>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/FrameFileParts.h"
+#include "apps/vxkit/input/FrameFileParts.h"
+#include "apps/vxkit/terminal/Failure.h"
 
 // The image library ends silently at the first page that it can't find, so a file that was cut off would look
 // like a shorter recording. Following the chain of page directories shows the loss.

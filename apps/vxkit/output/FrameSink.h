@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -6,10 +7,6 @@
 #include <string>
 
 #include "support/Pictures.h"
-
-namespace CLI {
-class App;
-}
 
 namespace vxapp {
 
@@ -24,9 +21,6 @@ struct SequenceOptions
     std::string colourMap = vxsupport::colourMapNames().front();
     bool force = false;
 };
-
-/// Adds -o, --range, --fps, --colour-map and --force to a command.
-void addSequenceOptions(CLI::App& command, SequenceOptions& options);
 
 /// Takes the 16-bit frames of a processed recording in their order.
 ///
@@ -54,7 +48,7 @@ public:
 /// @param videoRange  counts that a video shows where the options name none; empty (low not below high) for
 ///                    those of the first frame
 /// @throws UsageError if the ending is another, a name is an input or can't be written to, or the range is
-/// empty
+///         empty
 std::unique_ptr<FrameSink> openFrameSink(const SequenceOptions& options, const Recording& input,
                                          vxsupport::ValueRange videoRange = {0.0F, 0.0F});
 

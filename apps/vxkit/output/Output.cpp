@@ -1,4 +1,5 @@
-#include "apps/vxkit/Output.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/output/Output.h"
 
 #include <algorithm>
 #include <array>
@@ -13,8 +14,9 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/SafeWrite.h"
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/terminal/Failure.h"
 #include "core/io/ImageIO.h"
 
 namespace vxapp {
@@ -134,17 +136,6 @@ std::string withNumber(const std::filesystem::path& path, int number, int larges
     return (path.parent_path() / name).string();
 }
 
-bool isFloatFile(const std::filesystem::path& path)
-{
-    const std::string ending = lowerEnding(path);
-    return ending == ".tif" || ending == ".tiff" || ending == ".pfm";
-}
-
-bool isPngFile(const std::filesystem::path& path)
-{
-    return lowerEnding(path) == ".png";
-}
-
 void appendLittleEndian(std::ostream& out, const cv::Mat_<std::uint16_t>& counts)
 {
     std::string bytes;
@@ -158,10 +149,16 @@ void appendLittleEndian(std::ostream& out, const cv::Mat_<std::uint16_t>& counts
 
 void saveFloats(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force)
 {
-    if (lowerEnding(path) != ".pfm") {
-        saveBytes(path, encode(path, ".tiff", image), force);
-        return;
-    }
+    formatOf(path)->saveFloats(path, image, force);
+}
+
+void saveTiff(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force)
+{
+    saveBytes(path, encode(path, ".tiff", image), force);
+}
+
+void savePfm(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force)
+{
     writeSafely(path, force, [&](const std::filesystem::path& temporary) {
         using halvor::vx::ImageIO;
         return ImageIO::save(temporary.string(), image, ImageIO::pfm);
@@ -170,6 +167,12 @@ void saveFloats(const std::filesystem::path& path, const cv::Mat_<float>& image,
 
 void saveCounts(const std::filesystem::path& path, const cv::Mat_<float>& image, const CountScale& scale,
                 bool force)
+{
+    formatOf(path)->saveCounts(path, image, scale, force);
+}
+
+void savePng(const std::filesystem::path& path, const cv::Mat_<float>& image, const CountScale& scale,
+             bool force)
 {
     std::vector<unsigned char> png = encode(path, ".png", vxsupport::toCounts(image, scale));
     insertText(png, "Comment", scaleText(scale));

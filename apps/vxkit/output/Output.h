@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -36,23 +37,23 @@ std::string lowerEnding(const std::filesystem::path& path);
 /// "result-0004.tif" of "result.tif": four digits, or as many as the largest of the numbers needs.
 std::string withNumber(const std::filesystem::path& path, int number, int largest);
 
-/// Whether saveFloats() or saveCounts() writes such a file, by its ending.
-bool isFloatFile(const std::filesystem::path& path);  ///< .tif, .tiff, .pfm
-bool isPngFile(const std::filesystem::path& path);    ///< .png
-
 /// Appends a frame as headerless recordings hold it: 16-bit little-endian counts, row by row.
 void appendLittleEndian(std::ostream& out, const cv::Mat_<std::uint16_t>& counts);
 
 // Writers. An existing file is replaced only if `force` is set, a file appears under its name when it is
 // complete, and every failure is a UsageError that names the file.
 
-/// Writes 32-bit floats bit by bit as TIFF or PFM, by the file's ending.
+/// Writes 32-bit floats bit by bit in the format of the file's ending, see isFloatFile().
 void saveFloats(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force);
+void saveTiff(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force);
+void savePfm(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force);
 
-/// Writes a 16-bit PNG of rounded counts, with the scale as a text in the file. A value that is no number
-/// becomes 0, one beyond the counts the nearest count.
+/// Writes rounded 16-bit counts, with the scale as a text in the file, in the format of the file's ending, see
+/// isCountFile(). A value that is no number becomes 0, one beyond the counts the nearest count.
 void saveCounts(const std::filesystem::path& path, const cv::Mat_<float>& image, const CountScale& scale,
                 bool force);
+void savePng(const std::filesystem::path& path, const cv::Mat_<float>& image, const CountScale& scale,
+             bool force);
 
 /// Writes an 8-bit colour PNG for looking at; the colour map is one of vxsupport::colourMapNames().
 void savePreview(const std::filesystem::path& path, const cv::Mat_<float>& image, const ValueRange& range,

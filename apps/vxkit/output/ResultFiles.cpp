@@ -1,45 +1,45 @@
-#include "apps/vxkit/ResultFiles.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/output/ResultFiles.h"
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <sstream>
 #include <system_error>
 #include <utility>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/QualityMap.h"
-#include "apps/vxkit/Recording.h"
-#include "apps/vxkit/SafeWrite.h"
+#include "apps/vxkit/burst/QualityMap.h"
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 
-void addResultOptions(CLI::App& command, ResultOptions& options)
+namespace {
+
+bool isImageResult(const FileFormat& format)
 {
-    command
-        .add_option("-o,--output", options.path,
-                    "Result file. .tif, .tiff or .pfm: 32-bit floats, every bit kept.\n"
-                    ".png: 16-bit counts; their scale is printed and stands in the file")
-        ->type_name("OUT");
-    command
-        .add_option("--preview", options.preview,
-                    "Also (or, without -o, only) write an 8-bit PNG in colours for looking at")
-        ->type_name("FILE.png");
-    command.add_option("--colour-map,--color-map", options.colourMap, "Colours of the preview")
-        ->check(CLI::IsMember(vxsupport::colourMapNames()))
-        ->capture_default_str();
-    command.add_flag("--force", options.force, "Replace existing files");
+    return format.saveFloats != nullptr || format.saveCounts != nullptr;
 }
+
+void requireImageResult(const std::string& path, const std::string& meaning)
+{
+    const FileFormat* format = formatOf(path);
+    if (format == nullptr || !isImageResult(*format))
+        throw UsageError(path + ": expected " + meaning + " name that ends in " + endingsText(isImageResult));
+}
+
+}  // namespace
 
 void ResultFiles::checkNames(const ResultOptions& options)
 {
     if (options.path.empty() && options.preview.empty())
         throw UsageError("nowhere to write to; expected -o OUT or --preview FILE.png");
-    if (!options.path.empty() && !isFloatFile(options.path) && !isPngFile(options.path))
-        throw UsageError(options.path + ": expected an output name that ends in .tif, .tiff, .pfm or .png");
-    if (!options.preview.empty() && !isPngFile(options.preview))
+    if (!options.path.empty())
+        requireImageResult(options.path, "an output");
+    if (!options.preview.empty() && !isPngName(options.preview))
         throw UsageError(options.preview + ": expected a preview name that ends in .png");
-    if (!options.qualityMap.empty() && !isFloatFile(options.qualityMap) && !isPngFile(options.qualityMap))
-        throw UsageError(options.qualityMap +
-                         ": expected a quality map name that ends in .tif, .tiff, .pfm or .png");
+    if (!options.qualityMap.empty())
+        requireImageResult(options.qualityMap, "a quality map");
     if (options.path == options.preview)
         throw UsageError(options.path + ": expected different names for the result and its preview");
     if (!options.qualityMap.empty() &&

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/mat.hpp>
@@ -5,11 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/vxkit/Output.h"
-
-namespace CLI {
-class App;
-}
+#include "apps/vxkit/output/Output.h"
 
 namespace vxapp {
 
@@ -18,15 +15,12 @@ class Recording;
 /// Where results go.
 struct ResultOptions
 {
-    std::string path;        ///< ends in .tif, .tiff, .pfm (floats) or .png (16-bit counts); may be empty
+    std::string path;        ///< a file of floats or counts by its ending; may be empty
     std::string preview;     ///< 8-bit .png; may be empty, but not both
-    std::string qualityMap;  ///< 3 x 3 shares as .tif, .tiff, .pfm or .png; may be empty
+    std::string qualityMap;  ///< 3 x 3 shares, such a file too; may be empty
     std::string colourMap = vxsupport::colourMapNames().front();
     bool force = false;
 };
-
-/// Adds -o, --preview, --colour-map and --force to a command.
-void addResultOptions(CLI::App& command, ResultOptions& options);
 
 /// The result files of one run: one under its own name, or several with the numbers of their newest frames.
 class ResultFiles

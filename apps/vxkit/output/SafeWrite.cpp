@@ -1,4 +1,5 @@
-#include "apps/vxkit/SafeWrite.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/output/SafeWrite.h"
 
 #include <unistd.h>
 
@@ -6,7 +7,7 @@
 #include <system_error>
 #include <utility>
 
-#include "apps/vxkit/Failure.h"
+#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <filesystem>
@@ -15,7 +16,7 @@ public:
     /// @param path   where the result will stand
     /// @param force  an existing regular file may be replaced
     /// @throws UsageError if the path is taken, names a folder, or its folder doesn't exist or can't be
-    /// written
+    ///         written
     SafeFile(std::filesystem::path path, bool force);
     ~SafeFile();
     SafeFile(const SafeFile&) = delete;

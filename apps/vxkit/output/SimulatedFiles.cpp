@@ -1,4 +1,5 @@
-#include "apps/vxkit/SimulatedFiles.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/output/SimulatedFiles.h"
 
 #include <fstream>
 #include <iomanip>
@@ -6,46 +7,17 @@
 #include <system_error>
 #include <utility>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/Output.h"
-#include "apps/vxkit/SafeWrite.h"
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/output/Output.h"
+#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-const char* endingOf(FrameFormat format)
-{
-    switch (format) {
-        case FrameFormat::png:
-            return ".png";
-        case FrameFormat::tiff:
-            return ".tiff";
-        case FrameFormat::pfm:
-            return ".pfm";
-        default:
-            return ".raw";
-    }
-}
-
-}  // namespace
-
-std::optional<FrameFormat> frameFormatFrom(const std::string& name)
-{
-    for (const FrameFormat format : {FrameFormat::png, FrameFormat::tiff, FrameFormat::pfm, FrameFormat::raw})
-        if (name == endingOf(format) + 1)
-            return format;
-    return std::nullopt;
-}
-
-bool keepsFloats(FrameFormat format)
-{
-    return format == FrameFormat::tiff || format == FrameFormat::pfm;
-}
-
-SimulatedFiles::SimulatedFiles(fs::path folder, FrameFormat format, vxsupport::CountScale scale, bool force)
+SimulatedFiles::SimulatedFiles(fs::path folder, const FileFormat& format, vxsupport::CountScale scale,
+                               bool force)
     : folder_(std::move(folder)), format_(format), scale_(scale), force_(force)
 {}
 
@@ -61,7 +33,7 @@ void SimulatedFiles::reserve(const std::vector<std::string>& seriesNames, int fr
         return;
     }
     for (const std::string& name : seriesNames)
-        for (int i = 0; i < (format_ == FrameFormat::raw ? 1 : frames); ++i)
+        for (int i = 0; i < (isOneFile() ? 1 : frames); ++i)
             requireWritable(pathOf(name, i), force_);
     for (const std::string& name : singleFiles)
         requireWritable(folder_ / name, force_);
@@ -70,7 +42,7 @@ void SimulatedFiles::reserve(const std::vector<std::string>& seriesNames, int fr
 void SimulatedFiles::writeSeries(const std::string& name, int frames,
                                  const std::function<cv::Mat_<float>(int)>& frame) const
 {
-    if (format_ == FrameFormat::raw) {
+    if (isOneFile()) {
         writeSafely(pathOf(name, 0), force_, [&](const fs::path& temporary) {
             std::ofstream file(temporary, std::ios::binary);
             for (int i = 0; i < frames && file.good(); ++i)
@@ -81,7 +53,7 @@ void SimulatedFiles::writeSeries(const std::string& name, int frames,
         return;
     }
     for (int i = 0; i < frames; ++i) {
-        if (keepsFloats(format_))
+        if (format_.saveFloats != nullptr)
             saveFloats(pathOf(name, i), frame(i), force_);
         else
             saveCounts(pathOf(name, i), frame(i), scale_, force_);
@@ -103,13 +75,18 @@ void SimulatedFiles::writeText(const std::string& fileName, const std::string& t
     });
 }
 
+bool SimulatedFiles::isOneFile() const
+{
+    return format_.saveFloats == nullptr && format_.saveCounts == nullptr;
+}
+
 fs::path SimulatedFiles::pathOf(const std::string& series, int frame) const
 {
     std::ostringstream name;
     name << series;
-    if (format_ != FrameFormat::raw)
+    if (!isOneFile())
         name << '-' << std::setw(4) << std::setfill('0') << frame;
-    name << endingOf(format_);
+    name << format_.endings.front();
     return folder_ / name.str();
 }
 

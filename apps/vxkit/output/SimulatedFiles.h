@@ -1,10 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <opencv2/core/mat.hpp>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,25 +12,16 @@
 
 namespace vxapp {
 
-enum class FrameFormat
-{
-    png,   ///< 16-bit counts, one file each
-    tiff,  ///< 32-bit floats, one file each
-    pfm,   ///< 32-bit floats, one file each
-    raw,   ///< 16-bit little-endian counts, all frames in one file
-};
-
-std::optional<FrameFormat> frameFormatFrom(const std::string& name);
-
-/// Whether a format keeps degrees as floats; the others hold counts.
-bool keepsFloats(FrameFormat format);
+struct FileFormat;
 
 /// Writes the files of a simulation into one folder, which is created if need be. Existing files are replaced
 /// only if `force` is set; reserve() checks that before anything is written.
 class SimulatedFiles
 {
 public:
-    SimulatedFiles(std::filesystem::path folder, FrameFormat format, vxsupport::CountScale scale, bool force);
+    /// @param format  takes floats, counts or, for all frames in one file, is that of headerless recordings
+    SimulatedFiles(std::filesystem::path folder, const FileFormat& format, vxsupport::CountScale scale,
+                   bool force);
 
     /// Checks that the folder can be made or written to and that none of the files is in the way.
     ///
@@ -47,11 +38,12 @@ public:
     void writeText(const std::string& fileName, const std::string& text) const;
 
 private:
+    bool isOneFile() const;
     std::filesystem::path pathOf(const std::string& series, int frame) const;
     void makeFolder() const;
 
     std::filesystem::path folder_;
-    FrameFormat format_;
+    const FileFormat& format_;
     vxsupport::CountScale scale_;
     bool force_;
 };

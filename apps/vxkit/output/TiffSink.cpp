@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <tiffio.h>
 
 #include <cstdint>
 #include <memory>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/FrameSinkParts.h"
-#include "apps/vxkit/QuietStream.h"
-#include "apps/vxkit/SafeWrite.h"
+#include "apps/vxkit/output/FrameSinkParts.h"
+#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/QuietStream.h"
 
 namespace vxapp {
 
@@ -30,11 +31,11 @@ struct CloseTiff
 class TiffSink : public FrameSink
 {
 public:
-    TiffSink(const std::filesystem::path& path, bool force, const SequenceShape& shape)
-        : shape_(shape), file_(path, force)
+    explicit TiffSink(const SinkRequest& request)
+        : shape_(request.shape), file_(request.options.path, request.options.force)
     {
         const QuietStandardError quiet;
-        tiff_.reset(TIFFOpen(file_.temporaryPath().c_str(), needsBigTiff(shape) ? "w8" : "w"));
+        tiff_.reset(TIFFOpen(file_.temporaryPath().c_str(), needsBigTiff(shape_) ? "w8" : "w"));
         require(tiff_ != nullptr);
     }
 
@@ -82,10 +83,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<FrameSink> openTiffSink(const std::filesystem::path& path, bool force,
-                                        const SequenceShape& shape)
+std::unique_ptr<FrameSink> openTiffSink(const SinkRequest& request)
 {
-    return std::make_unique<TiffSink>(path, force, shape);
+    return std::make_unique<TiffSink>(request);
 }
 
 }  // namespace vxapp

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cmath>
 #include <opencv2/videoio.hpp>
 #include <sstream>
 #include <utility>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/FrameSinkParts.h"
-#include "apps/vxkit/QuietStream.h"
-#include "apps/vxkit/SafeWrite.h"
+#include "apps/vxkit/output/FrameSinkParts.h"
+#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/QuietStream.h"
 
 namespace vxapp {
 
@@ -18,13 +19,12 @@ constexpr int wantedHeight = 480;
 class VideoSink : public FrameSink
 {
 public:
-    VideoSink(const SequenceOptions& options, const SequenceShape& shape,
-              std::optional<vxsupport::ValueRange> range)
-        : options_(options),
-          shape_(shape),
-          times_(std::max(1, wantedHeight / shape.size.height)),
-          range_(range),
-          file_(options.path, options.force)
+    explicit VideoSink(const SinkRequest& request)
+        : options_(request.options),
+          shape_(request.shape),
+          times_(std::max(1, wantedHeight / shape_.size.height)),
+          range_(request.range),
+          file_(options_.path, options_.force)
     {
         const QuietStandardError quiet;
         const int motionJpeg = cv::VideoWriter::fourcc('M', 'J', 'P', 'G');
@@ -82,10 +82,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<FrameSink> openVideoSink(const SequenceOptions& options, const SequenceShape& shape,
-                                         std::optional<vxsupport::ValueRange> range)
+std::unique_ptr<FrameSink> openVideoSink(const SinkRequest& request)
 {
-    return std::make_unique<VideoSink>(options, shape, range);
+    return std::make_unique<VideoSink>(request);
 }
 
 }  // namespace vxapp

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/types.hpp>
@@ -7,10 +8,6 @@
 
 #include "enhancement/CamInternalSettings.h"
 #include "enhancement/MARLOImageEnhancer.h"
-
-namespace CLI {
-class App;
-}
 
 namespace vxapp {
 
@@ -26,12 +23,9 @@ struct ChainSettings : halvor::vx::CamInternalSettings
 struct ChainOptions
 {
     std::string file;                         ///< settings file of the stream processor; empty for none
-    std::vector<std::optional<int>> values;   ///< one for each setting of the table that the options share
-    std::vector<std::optional<bool>> blocks;  ///< one for each block
+    std::vector<std::optional<int>> values;   ///< one for each of chainTable(), or none
+    std::vector<std::optional<bool>> blocks;  ///< one for each of chainBlocks(), or none
 };
-
-/// Adds --settings and an option for each setting and each bypass to a command.
-void addChainOptions(CLI::App& command, ChainOptions& options);
 
 /// The settings for frames of a size: those of the options, else of the file, else the chain's own. Ranks
 /// that nothing names are 0.1 % and 99.9 % of the pixels. What a file doesn't name is as in the stream

@@ -1,13 +1,15 @@
-#include "apps/vxkit/ClusterFilter.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/stream/ClusterFilter.h"
 
 #include <cmath>
 #include <opencv2/core.hpp>
 #include <sstream>
 
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/FrameFile.h"
-#include "apps/vxkit/Output.h"
-#include "apps/vxkit/SafeWrite.h"
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/input/FrameFile.h"
+#include "apps/vxkit/output/Output.h"
+#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/terminal/Failure.h"
 #include "enhancement/ClusterPatternRemover.h"
 #include "enhancement/PixelStatistics.h"
 

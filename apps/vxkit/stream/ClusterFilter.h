@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "apps/vxkit/FrameFilter.h"
-#include "apps/vxkit/FrameRun.h"
-#include "apps/vxkit/Recording.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/stream/FrameFilter.h"
+#include "apps/vxkit/stream/FrameRun.h"
 
 namespace vxapp {
 
@@ -33,7 +34,7 @@ struct ClusterSettings
 /// @param size       "WIDTHxHEIGHT" of headerless frames of a uniform scene; empty for image files
 /// @param force      an existing file of the learned image may be replaced
 /// @throws UsageError for statistics that are missing, of another size or not finite, and for a file that
-/// can't be written
+///         can't be written
 std::unique_ptr<FrameFilter> makeClusterFilter(const ClusterSettings& settings, Recording& recording,
                                                const std::string& size, SampleForm form, bool force);
 

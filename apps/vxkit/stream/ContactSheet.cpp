@@ -1,6 +1,6 @@
-#include "apps/vxkit/ContactSheet.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/stream/ContactSheet.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -11,10 +11,11 @@
 #include <sstream>
 #include <utility>
 
-#include "apps/vxkit/CurvePlot.h"
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/Output.h"
-#include "apps/vxkit/SafeWrite.h"
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/output/Output.h"
+#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/stream/CurvePlot.h"
+#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 
@@ -63,21 +64,6 @@ std::vector<double> histogramOf(const cv::Mat_<int>& samples, const ValueRange& 
 
 }  // namespace
 
-void addContactSheetOptions(CLI::App& command, ContactSheetOptions& options)
-{
-    command
-        .add_option("--contact-sheet", options.path,
-                    "Also (or, without -o, only) show the input and each stage side by side")
-        ->type_name("FILE.png");
-    command
-        .add_option("--sheet-frames", options.frames,
-                    "Frames of the contact sheet, by their numbers in the recording\n"
-                    "(default: the first, the middle and the last)")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->type_name("N,N,...");
-}
-
 ContactSheet::ContactSheet(ContactSheetOptions options, const Recording& input, SampleForm form)
     : options_(std::move(options)),
       firstNumber_(input.firstNumber()),
@@ -85,7 +71,7 @@ ContactSheet::ContactSheet(ContactSheetOptions options, const Recording& input, 
           1, std::min(wantedWidth / input.frameSize().width, wantedHeight / input.frameSize().height))),
       countOfZero_(form == SampleForm::unsignedCounts ? 32768.0F : 0.0F)
 {
-    if (!isPngFile(options_.path))
+    if (!isPngName(options_.path))
         throw UsageError(options_.path + ": expected a contact sheet's name that ends in .png");
     if (input.readsFrom(options_.path))
         throw UsageError(options_.path + ": is an input; expected another output name");
@@ -167,7 +153,7 @@ Panel ContactSheet::curve(const MARLOImageEnhancer& chain) const
 
 // Equalised pixels have a range of their own; without equalisation they are counts still.
 Panel ContactSheet::display(const std::string& caption, const MARLOImageEnhancer& chain,
-                            const ChainMatrix& image, const ValueRange& range) const
+                            const halvor::vx::ChainMatrix& image, const ValueRange& range) const
 {
     if (!isEqualised(chain))
         return panel(caption, counts(image), range);
@@ -176,7 +162,7 @@ Panel ContactSheet::display(const std::string& caption, const MARLOImageEnhancer
     return panel(caption, levels, equalisedRange);
 }
 
-cv::Mat_<float> ContactSheet::counts(const ChainMatrix& samples) const
+cv::Mat_<float> ContactSheet::counts(const halvor::vx::ChainMatrix& samples) const
 {
     cv::Mat_<float> values;
     samples.image().convertTo(values, CV_32F, 1.0, countOfZero_);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <filesystem>
@@ -5,14 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "apps/vxkit/FrameRun.h"
-#include "apps/vxkit/Recording.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/stream/FrameRun.h"
 #include "enhancement/MARLOImageEnhancer.h"
 #include "support/Pictures.h"
-
-namespace CLI {
-class App;
-}
 
 namespace vxapp {
 
@@ -27,16 +24,13 @@ struct ContactSheetOptions
     bool force = false;
 };
 
-/// Adds --contact-sheet and --sheet-frames to a command.
-void addContactSheetOptions(CLI::App& command, ContactSheetOptions& options);
-
 /// A picture of chosen frames on their way through the enhancer chain: the input and each stage side by side,
 /// the equaliser's curve over the histogram, and what the three noise blocks have taken away.
 class ContactSheet
 {
 public:
     /// @throws UsageError if the name isn't that of a .png file, is an input or can't be written to, or a
-    /// frame isn't in the recording
+    ///         frame isn't in the recording
     ContactSheet(ContactSheetOptions options, const Recording& input, SampleForm form);
 
     /// Takes the images of the chain's last frame if that is one of the chosen.
@@ -50,10 +44,10 @@ private:
     vxsupport::Panel panel(const std::string& caption, const cv::Mat_<float>& values,
                            const vxsupport::ValueRange& range) const;
     vxsupport::Panel display(const std::string& caption, const halvor::vx::MARLOImageEnhancer& chain,
-                             const ChainMatrix& image, const vxsupport::ValueRange& range) const;
+                             const halvor::vx::ChainMatrix& image, const vxsupport::ValueRange& range) const;
     vxsupport::Panel takenAway(const cv::Mat_<float>& input, const cv::Mat_<float>& clean) const;
     vxsupport::Panel curve(const halvor::vx::MARLOImageEnhancer& chain) const;
-    cv::Mat_<float> counts(const ChainMatrix& samples) const;
+    cv::Mat_<float> counts(const halvor::vx::ChainMatrix& samples) const;
 
     ContactSheetOptions options_;
     int firstNumber_;

@@ -1,4 +1,5 @@
-#include "apps/vxkit/CurvePlot.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/stream/CurvePlot.h"
 
 #include <algorithm>
 #include <cmath>

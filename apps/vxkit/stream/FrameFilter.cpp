@@ -1,10 +1,11 @@
-#include "apps/vxkit/FrameFilter.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/stream/FrameFilter.h"
 
 #include <opencv2/core.hpp>
 #include <sstream>
 #include <utility>
 
-#include "apps/vxkit/Failure.h"
+#include "apps/vxkit/terminal/Failure.h"
 #include "enhancement/SpatialNoiseRemover.h"
 #include "enhancement/StaticPatternRemover.h"
 #include "enhancement/TemporalNoiseReduction.h"

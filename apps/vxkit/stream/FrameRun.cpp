@@ -1,12 +1,12 @@
-#include "apps/vxkit/FrameRun.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/stream/FrameRun.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iomanip>
 #include <sstream>
 
-#include "apps/vxkit/Progress.h"
-#include "apps/vxkit/Recording.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/terminal/Progress.h"
 #include "core/diagnostics/StopWatch.h"
 
 namespace vxapp {
@@ -19,14 +19,6 @@ int flippedBits(SampleForm form)
 }
 
 }  // namespace
-
-void addSampleOption(CLI::App& command, SampleForm& form)
-{
-    command.add_flag_callback(
-        "--signed", [&form] { form = SampleForm::signedSamples; },
-        "The frames hold two's complement samples, as the stream processor takes them,\n"
-        "not counts from 0 to 65535");
-}
 
 void toSamples(const cv::Mat_<std::uint16_t>& counts, SampleForm form, cv::Mat_<short>& samples)
 {

@@ -1,13 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <opencv2/core/mat.hpp>
 #include <string>
-
-namespace CLI {
-class App;
-}
 
 namespace vxapp {
 
@@ -19,9 +16,6 @@ enum class SampleForm
     unsignedCounts,  ///< counts 0 to 65535 are the samples -32768 to 32767, so that their order stays
     signedSamples,   ///< the words are samples, bit by bit
 };
-
-/// Adds --signed to a command.
-void addSampleOption(CLI::App& command, SampleForm& form);
 
 /// @param samples  created at the size of the counts
 void toSamples(const cv::Mat_<std::uint16_t>& counts, SampleForm form, cv::Mat_<short>& samples);

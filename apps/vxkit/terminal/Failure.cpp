@@ -1,4 +1,5 @@
-#include "apps/vxkit/Failure.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 

@@ -1,4 +1,5 @@
-#include "apps/vxkit/OutputRedirect.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/terminal/OutputRedirect.h"
 
 #include <iostream>
 #include <utility>

@@ -1,4 +1,5 @@
-#include "apps/vxkit/Progress.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/terminal/Progress.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,5 @@
-#include "apps/vxkit/QuietStream.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/terminal/QuietStream.h"
 
 #include <fcntl.h>
 

@@ -1,8 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // VX_KERNEL stands before a small, file-local function that works on one row. The compiler builds it for
 // several instruction sets and the loader picks the one that fits the processor. Contraction to fused
-// multiply-add is off for the whole project, so every clone gives the same bits.
+// multiply-add is off for the whole project, so every clone gives the same bits; where the vectoriser makes
+// some all the same, rounded() of core/base/Rounded.h keeps it from that.
 //
 // Sanitizers run before the loader's choice is safe to make, and Clang 14 gives the chooser external linkage:
 // there the plain function stands alone.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <bit>
@@ -36,6 +37,11 @@ constexpr std::int32_t wrapAbs(std::int32_t a)
 constexpr std::int64_t wrapAdd64(std::int64_t a, std::int64_t b)
 {
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) + static_cast<std::uint64_t>(b));
+}
+
+constexpr std::int64_t wrapSub64(std::int64_t a, std::int64_t b)
+{
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b));
 }
 
 constexpr std::int64_t wrapMul64(std::int64_t a, std::int64_t b)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "core/diagnostics/DebugSingleton.h"
 
 #include <algorithm>
@@ -7,6 +8,8 @@
 #include <optional>
 #include <utility>
 #include <vector>
+
+#include "core/base/NeverDestroyed.h"
 
 namespace halvor::vx {
 
@@ -83,7 +86,7 @@ DebugSingletonInterface& DebugSingleton::getInstance(const std::string& name)
         std::map<std::string, ChannelRegistry> byName;
     };
     // Never destroyed: an engine that a host holds in a static of its own deregisters later than that.
-    static auto& registries = *std::make_unique<Registries>().release();
+    static auto& registries = neverDestroyed<Registries>();
     const std::lock_guard<std::mutex> lock(registries.mutex);
     return registries.byName[name];
 }

@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "core/diagnostics/LogFacility.h"
 
 #include <iostream>
-#include <memory>
+
+#include "core/base/NeverDestroyed.h"
 
 namespace halvor::vx {
 
@@ -12,7 +14,7 @@ LogFacility& LogFacility::getInstance()
         LogFacility log;
     };
     // Never destroyed: a host may release contexts, which is logged, when its own statics are destroyed.
-    static auto& instance = *std::make_unique<Instance>().release();
+    static auto& instance = neverDestroyed<Instance>();
     return instance.log;
 }
 
@@ -21,12 +23,14 @@ void LogFacility::setLogLevel(int level)
     level_ = level;
 }
 
-void LogFacility::openLogFile(const std::string& path, bool append)
+void LogFacility::openLogFile(const std::string& path, bool startAnew)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     file_.close();
     file_.clear();
-    file_.open(path, append ? std::ios::app : std::ios::trunc);
+    if (startAnew)
+        std::ofstream(path, std::ios::trunc).close();
+    file_.open(path, std::ios::app);
     // Told once: hosts open the same file again with every context.
     if (file_.is_open())
         unwritablePath_.clear();

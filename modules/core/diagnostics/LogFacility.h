@@ -1,5 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <atomic>
 #include <fstream>
 #include <locale>
 #include <mutex>
@@ -29,12 +31,13 @@ public:
     void setLogLevel(int level);
     int getLogLevel() const { return level_; }
 
-    /// Sends the following lines to a file.
+    /// Sends the following lines to a file, behind what it holds: a host opens the same file again with every
+    /// context, and several processes may share one.
     ///
-    /// @param append  false truncates an existing file
+    /// @param startAnew  true empties an existing file first
     /// If the file can't be opened, that is told once on the standard error stream, and the log goes on
     /// there.
-    void openLogFile(const std::string& path, bool append);
+    void openLogFile(const std::string& path, bool startAnew);
 
     /// Closes the file, if one is open; the following lines go to the standard error stream.
     void resetStream();
@@ -54,8 +57,9 @@ private:
     std::mutex mutex_;
     std::ofstream file_;
     std::string unwritablePath_;
-    int level_ = off;
-    bool showCodeInfo_ = false;
+    // Read by every thread that may log, without the lock.
+    std::atomic<int> level_ = off;
+    std::atomic<bool> showCodeInfo_ = false;
 };
 
 /// What a log line begins with: "path, line : " if the log shows code information, else nothing.

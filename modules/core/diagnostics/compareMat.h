@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/mat.hpp>
@@ -15,8 +16,7 @@ namespace halvor::vx {
 /// @param nameA, nameB  how the report calls them
 /// @param tolerance  largest absolute difference that counts as equal
 /// @return true if the sizes agree and no pixel differs by more than the tolerance. A not-a-number on one
-/// side only
-///         is a difference; on both sides it is none.
+///         side only is a difference; on both sides it is none.
 VXKIT_API bool compareMat(DebugChannel* channel, const cv::Mat& a, const cv::Mat& b, const std::string& nameA,
                           const std::string& nameB, float tolerance);
 

@@ -1,10 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <algorithm>
 #include <opencv2/core/mat.hpp>
 #include <vector>
-
-#include "core/base/Export.h"
 
 namespace halvor::vx {
 
@@ -14,7 +13,7 @@ namespace halvor::vx {
 /// Running sums in single precision, first along rows, then along columns: the cost per pixel does not depend
 /// on the radius. Rows go through the filter while they are in the cache; all memory is allocated at
 /// construction.
-class VXKIT_API MeanFilter
+class MeanFilter
 {
 public:
     /// @param size  of the images
@@ -55,7 +54,7 @@ private:
 ///
 /// @param src  at least 2 * radius rows and columns
 /// @param dst  may be src; created at its size
-VXKIT_API void meanFilter(const cv::Mat_<float>& src, int radius, cv::Mat_<float>& dst);
+void meanFilter(const cv::Mat_<float>& src, int radius, cv::Mat_<float>& dst);
 
 template <typename Source, typename Sink>
 void MeanFilter::run(int radius, Source source, Sink sink)

@@ -1,4 +1,5 @@
-#include "core/imaging/CornerFlow.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "core/registration/CornerFlow.h"
 
 #include <algorithm>
 #include <cmath>

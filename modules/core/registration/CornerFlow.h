@@ -1,9 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/types.hpp>
 #include <vector>
-
-#include "core/base/Export.h"
 
 namespace halvor::vx {
 
@@ -19,6 +18,6 @@ struct FlowInliers
 /// The medians of x and y are taken each for itself, with an even number the upper of the two in the middle,
 /// so that no flow may lie near both.
 /// @param flows  in pixels, not empty
-VXKIT_API FlowInliers inliersNearMedian(const std::vector<cv::Point2f>& flows);
+FlowInliers inliersNearMedian(const std::vector<cv::Point2f>& flows);
 
 }  // namespace halvor::vx

@@ -1,4 +1,5 @@
-#include "core/imaging/Displacement.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "core/registration/Displacement.h"
 
 #include "core/base/ParallelPixels.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <algorithm>
@@ -7,7 +8,6 @@
 #include <opencv2/core/types.hpp>
 #include <vector>
 
-#include "core/base/Export.h"
 #include "core/base/PointF.h"
 #include "core/base/PointI.h"
 
@@ -74,8 +74,8 @@ inline FlatMove flatMoveOf(const cv::Size& size, PointI shift)
 /// @param frames, moved  `count` arrays each, none in common
 /// @param usable         the frames from this index on are copied in place
 /// @param displacements  of the frames; on return those below `usable` hold the sub-pixel remainder
-VXKIT_API void moveByWholePixels(const cv::Size& size, int count, const float* const* frames, int usable,
-                                 PointF* displacements, float* const* moved);
+void moveByWholePixels(const cv::Size& size, int count, const float* const* frames, int usable,
+                       PointF* displacements, float* const* moved);
 
 /// Ends a registration: keeps the measured displacements, and moves the frames by the whole pixels of theirs,
 /// up to the first frame that is displaced by half the height or more in either direction.
@@ -85,7 +85,7 @@ VXKIT_API void moveByWholePixels(const cv::Size& size, int count, const float* c
 /// @param displacements  of the frames; on return those of moved frames hold the sub-pixel remainder
 /// @param complete       takes the displacements up to that frame; grows, but never shrinks
 /// @return whether all frames were moved
-VXKIT_API bool settleDisplacements(const cv::Size& size, int count, const float* const* frames,
-                                   PointF* displacements, std::vector<PointF>& complete, float* const* moved);
+bool settleDisplacements(const cv::Size& size, int count, const float* const* frames, PointF* displacements,
+                         std::vector<PointF>& complete, float* const* moved);
 
 }  // namespace halvor::vx

@@ -1,4 +1,5 @@
-#include "core/imaging/GradientRefinement.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "core/registration/GradientRefinement.h"
 
 #include <omp.h>
 
@@ -8,7 +9,7 @@
 
 #include "core/base/Kernel.h"
 #include "core/base/ParallelPixels.h"
-#include "core/imaging/Displacement.h"
+#include "core/registration/Displacement.h"
 
 namespace halvor::vx {
 
@@ -58,7 +59,7 @@ VX_KERNEL void maskRow(const float* VX_RESTRICT error, float limit, int n, char*
 }  // namespace
 
 GradientRefinement::GradientRefinement(const cv::Size& size, int workers)
-    : size_(size), gradX(size), gradY(size), structureRows_(size.height)
+    : size_(size), gradX_(size), gradY_(size), structureRows_(size.height)
 {
     meanFilters_.reserve(static_cast<std::size_t>(workers));
     for (int i = 0; i < workers; ++i)
@@ -74,18 +75,18 @@ float GradientRefinement::smoothingSigma(int radius)
 void GradientRefinement::setReference(const cv::Mat_<float>& reference)
 {
     reference_ = reference;
-#pragma omp parallel for schedule(static) if (gradX.total() >= 4 * parallelPixels)
+#pragma omp parallel for schedule(static) if (gradX_.total() >= 4 * parallelPixels)
     for (int y = 0; y < size_.height; ++y) {
         const int above = std::max(y - 1, 0);
         const int below = std::min(y + 1, size_.height - 1);
         gradientRow(reference[above], reference[y], reference[below], below - above == 2 ? 0.5F : 1.0F,
-                    size_.width, gradX[y], gradY[y]);
-        structureRows_[y] = structureOfRow(gradX[y], gradY[y], size_.width);
+                    size_.width, gradX_[y], gradY_[y]);
+        structureRows_[y] = structureOfRow(gradX_[y], gradY_[y], size_.width);
     }
     const StructureSums structure = structureRows_.total();
-    sumXX = static_cast<float>(structure.xx);
-    sumXY = static_cast<float>(structure.xy);
-    sumYY = static_cast<float>(structure.yy);
+    sumXx_ = static_cast<float>(structure.xx);
+    sumXy_ = static_cast<float>(structure.xy);
+    sumYy_ = static_cast<float>(structure.yy);
 }
 
 PointF GradientRefinement::refine(int worker, const cv::Mat_<float>& frame, PointI shift, float regError,
@@ -113,7 +114,7 @@ void GradientRefinement::refineAll(const std::vector<cv::Mat_<float>>& frames,
     refined.assign(shifts.size(), PointF{0.0F, 0.0F});
     const int others = std::max(static_cast<int>(shifts.size()) - 1, 0);
 #pragma omp parallel for schedule(static) \
-    num_threads(std::min(omp_get_max_threads(), workers())) if (gradX.total() >= parallelPixels)
+    num_threads(std::min(omp_get_max_threads(), workers())) if (gradX_.total() >= parallelPixels)
     for (int other = 0; other < others; ++other) {
         const int i = other < reference ? other : other + 1;
         const auto slot = static_cast<std::size_t>(i);
@@ -131,18 +132,18 @@ GradientStep GradientRefinement::solve(const cv::Mat_<float>& frame, const Frame
 
     StructureSums outside;
     for (int y = overlap.band.y; y < overlap.band.y + overlap.band.height; ++y)
-        outside += structureOfRow(gradX[y], gradY[y], size_.width);
+        outside += structureOfRow(gradX_[y], gradY_[y], size_.width);
     double bx = 0.0;
     double by = 0.0;
     for (int i = 0; i < window.height; ++i) {
         const int y = window.y + i;
         const float* reference = reference_[y] + window.x;
         const float* displaced = frame[overlap.frame.y + i] + overlap.frame.x;
-        outside += structureOfRow(gradX[y] + strip.x, gradY[y] + strip.x, strip.width);
-        bx += gradientTimesDifference(gradX[y] + window.x, reference, displaced, window.width);
-        by += gradientTimesDifference(gradY[y] + window.x, reference, displaced, window.width);
+        outside += structureOfRow(gradX_[y] + strip.x, gradY_[y] + strip.x, strip.width);
+        bx += gradientTimesDifference(gradX_[y] + window.x, reference, displaced, window.width);
+        by += gradientTimesDifference(gradY_[y] + window.x, reference, displaced, window.width);
     }
-    return solveGradientStep(StructureSums{sumXX, sumXY, sumYY} - outside, bx, by);
+    return solveGradientStep(StructureSums{sumXx_, sumXy_, sumYy_} - outside, bx, by);
 }
 
 void GradientRefinement::writeError(int y, const cv::Mat_<float>& frame, const FrameOverlap& overlap,
@@ -155,7 +156,7 @@ void GradientRefinement::writeError(int y, const cv::Mat_<float>& frame, const F
         return;
     }
     std::fill_n(error + overlap.strip.x, overlap.strip.width, regError);
-    errorRow(gradX[y] + window.x, gradY[y] + window.x, reference_[y] + window.x,
+    errorRow(gradX_[y] + window.x, gradY_[y] + window.x, reference_[y] + window.x,
              frame[overlap.frame.y + i] + overlap.frame.x, step, window.width, error + window.x);
 }
 

@@ -1,15 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/mat.hpp>
 #include <vector>
 
-#include "core/base/Export.h"
 #include "core/base/PointF.h"
 #include "core/base/PointI.h"
 #include "core/base/RowSums.h"
-#include "core/imaging/FrameOverlap.h"
-#include "core/imaging/GradientStep.h"
 #include "core/imaging/MeanFilter.h"
+#include "core/registration/FrameOverlap.h"
+#include "core/registration/GradientStep.h"
 
 namespace halvor::vx {
 
@@ -19,7 +19,7 @@ namespace halvor::vx {
 /// One Gauss-Newton step on the brightness constancy equation (Lucas and Kanade, 1981). Gradients and
 /// structure sums of the reference are made once and corrected for each frame by the strips outside its
 /// overlap. All memory is allocated at construction; results do not depend on the number of threads.
-class VXKIT_API GradientRefinement
+class GradientRefinement
 {
 public:
     /// @param size     of the reference and of every frame
@@ -43,11 +43,9 @@ public:
     ///                    a number
     /// @param regError    largest accepted local error, in squared pixels of displacement
     /// @param blurRadius  of the mean filter that makes the error a local one; at most half the frame's
-    /// smaller
-    ///                    side is used
+    ///                    smaller side is used
     /// @param mask        one value per pixel, set to 1 where the frame agrees and to 0 elsewhere in the
-    /// window
-    ///                    that the rounded result leaves in common; not written outside of it
+    ///                    window that the rounded result leaves in common; not written outside of it
     /// @return the displacement in pixels
     PointF refine(int worker, const cv::Mat_<float>& frame, PointI shift, float regError, int blurRadius,
                   char* mask);
@@ -69,11 +67,11 @@ private:
 
     cv::Size size_;
     cv::Mat_<float> reference_;
-    cv::Mat_<float> gradX;
-    cv::Mat_<float> gradY;
-    float sumXX = 0.0F;
-    float sumXY = 0.0F;
-    float sumYY = 0.0F;
+    cv::Mat_<float> gradX_;
+    cv::Mat_<float> gradY_;
+    float sumXx_ = 0.0F;
+    float sumXy_ = 0.0F;
+    float sumYy_ = 0.0F;
     RowSums<StructureSums> structureRows_;
     std::vector<MeanFilter> meanFilters_;  // one for each worker
 };

@@ -1,4 +1,5 @@
-#include "enhancement/AlphaTable.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "enhancement/arithmetic/AlphaTable.h"
 
 // The hardware's table, copied: no formula gives all of its entries.
 // clang-format off

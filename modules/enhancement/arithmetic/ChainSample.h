@@ -1,4 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
+
+#include <cstddef>
+
+#include "core/base/Kernel.h"
 
 // How the blocks of the enhancer chain read a pixel: the low 16 bits are a two's complement sample, and in
 // the marked-pixel mode bit 31 is a mark.
@@ -26,6 +31,17 @@ constexpr int maskedPattern(int offset)
 constexpr bool isMarked(int pixel)
 {
     return pixel < 0;
+}
+
+/// In place of a store kernel: a block's plain results are signed, so they are computed in their place.
+constexpr std::nullptr_t storeInPlace = nullptr;
+
+/// Body of a kernel that stores n signed results as a block in the marked-pixel mode gives them: marked pixels
+/// pass unchanged, the others are bare 16-bit patterns.
+VX_KERNEL_BODY void storeUnmarked(const int* in, const int* result, int* out, int n)
+{
+    for (int i = 0; i < n; ++i)
+        out[i] = isMarked(in[i]) ? in[i] : result[i] & 0xFFFF;
 }
 
 }  // namespace halvor::vx

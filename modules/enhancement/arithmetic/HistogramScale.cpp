@@ -1,4 +1,5 @@
-#include "enhancement/HistogramScale.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "enhancement/arithmetic/HistogramScale.h"
 
 #include "core/base/Kernel.h"
 

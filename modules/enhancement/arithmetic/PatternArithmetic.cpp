@@ -1,11 +1,12 @@
-#include "enhancement/PatternArithmetic.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "enhancement/arithmetic/PatternArithmetic.h"
 
 #include <algorithm>
 #include <cstdlib>
 
 #include "core/base/Kernel.h"
 #include "core/base/WrapArithmetic.h"
-#include "enhancement/ChainSample.h"
+#include "enhancement/arithmetic/ChainSample.h"
 
 namespace halvor::vx::pattern {
 namespace {
@@ -164,8 +165,7 @@ VX_KERNEL void updateFrame(const Measures& measures, const LineWindow& window, c
 
 VX_KERNEL void storeMarkedBlock(const int* in, const int* result, int* out, int n)
 {
-    for (int i = 0; i < n; ++i)
-        out[i] = isMarked(in[i]) ? in[i] : result[i] & 0xFFFF;
+    storeUnmarked(in, result, out, n);
 }
 
 VX_KERNEL void storeImage(const short* in, const int* result, short* out, int n)
@@ -201,28 +201,27 @@ PatternRemoval::PatternRemoval(int cols)
       result_(padded_)
 {}
 
-void PatternRemoval::run(const FrameView<int>& frame, const Corrections& corrections,
-                         const Settings& settings, const Scan& scan)
+void PatternRemoval::filterFrame(const FrameView<int>& frame, const Corrections& corrections,
+                                 const Settings& settings, const Scan& scan)
 {
-    runRows<nullptr>(frame, corrections, settings, scan);
+    filterRows<storeInPlace>(frame, corrections, settings, scan);
 }
 
-void PatternRemoval::runMarked(const FrameView<int>& frame, const Corrections& corrections,
-                               const Settings& settings, const Scan& scan)
+void PatternRemoval::filterMarkedFrame(const FrameView<int>& frame, const Corrections& corrections,
+                                       const Settings& settings, const Scan& scan)
 {
-    runRows<storeMarkedBlock>(frame, corrections, settings, scan);
+    filterRows<storeMarkedBlock>(frame, corrections, settings, scan);
 }
 
-void PatternRemoval::run(const FrameView<short>& frame, const Corrections& corrections,
-                         const Settings& settings, const Scan& scan)
+void PatternRemoval::filterFrame(const FrameView<short>& frame, const Corrections& corrections,
+                                 const Settings& settings, const Scan& scan)
 {
-    runRows<storeImage>(frame, corrections, settings, scan);
+    filterRows<storeImage>(frame, corrections, settings, scan);
 }
 
-// Without a store the results go straight into the output.
 template <auto store, typename Pixel>
-void PatternRemoval::runRows(const FrameView<Pixel>& frame, const Corrections& corrections,
-                             const Settings& settings, const Scan& scan)
+void PatternRemoval::filterRows(const FrameView<Pixel>& frame, const Corrections& corrections,
+                                const Settings& settings, const Scan& scan)
 {
     if (cols_ == 0 || frame.rows == 0)
         return;
@@ -238,7 +237,7 @@ void PatternRemoval::runRows(const FrameView<Pixel>& frame, const Corrections& c
         // the top of a block's first frame none is, and the former ones are still zeros.
         const int hidden = scan.hideLineAtTop && y == 0 ? cols_ : std::min(scan.lag, cols_);
         int* const frameRow = corrections.frame + static_cast<std::size_t>(y) * corrections.frameStride;
-        if constexpr (store == nullptr) {
+        if constexpr (store == storeInPlace) {
             correct(settings, hidden, reach + 1 - scan.lag, frameRow, frame.output(y));
         } else {
             correct(settings, hidden, reach + 1 - scan.lag, frameRow, result_.data());

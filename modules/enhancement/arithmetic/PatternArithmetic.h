@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
-#include "enhancement/FrameView.h"
+#include "enhancement/arithmetic/FrameView.h"
 
 // What the static pattern block and the static pattern filter share.
 namespace halvor::vx::pattern {
@@ -54,21 +55,21 @@ public:
     explicit PatternRemoval(int cols);
 
     /// Results are signed and may leave 16 bits.
-    void run(const FrameView<int>& frame, const Corrections& corrections, const Settings& settings,
-             const Scan& scan);
+    void filterFrame(const FrameView<int>& frame, const Corrections& corrections, const Settings& settings,
+                     const Scan& scan);
 
     /// Marked pixels pass unchanged, the others are bare 16-bit patterns.
-    void runMarked(const FrameView<int>& frame, const Corrections& corrections, const Settings& settings,
-                   const Scan& scan);
+    void filterMarkedFrame(const FrameView<int>& frame, const Corrections& corrections,
+                           const Settings& settings, const Scan& scan);
 
     /// Samples of 32767 pass unchanged.
-    void run(const FrameView<short>& frame, const Corrections& corrections, const Settings& settings,
-             const Scan& scan);
+    void filterFrame(const FrameView<short>& frame, const Corrections& corrections, const Settings& settings,
+                     const Scan& scan);
 
 private:
     template <auto store, typename Pixel>
-    void runRows(const FrameView<Pixel>& frame, const Corrections& corrections, const Settings& settings,
-                 const Scan& scan);
+    void filterRows(const FrameView<Pixel>& frame, const Corrections& corrections, const Settings& settings,
+                    const Scan& scan);
     void load(const int* row, int y);
     void load(const short* row, int y);
     std::int16_t* samples(int y);

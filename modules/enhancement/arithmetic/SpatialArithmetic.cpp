@@ -1,11 +1,12 @@
-#include "enhancement/SpatialArithmetic.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "enhancement/arithmetic/SpatialArithmetic.h"
 
 #include <algorithm>
 #include <cstdlib>
 
 #include "core/base/Kernel.h"
 #include "core/base/WrapArithmetic.h"
-#include "enhancement/ChainSample.h"
+#include "enhancement/arithmetic/ChainSample.h"
 
 namespace halvor::vx::spatial {
 namespace {
@@ -42,7 +43,7 @@ VX_KERNEL void loadImage(const short* in, int* samples, int n)
     loadSamples(in, samples, n);
 }
 
-// Gives the filtered samples in offset binary, beyond 16 bits where the detail overshoots. The activity is
+// Gives the filtered samples signed, beyond 16 bits where the detail overshoots. The activity is
 // below 2^20, so the single-precision quotient truncates to the integer one.
 VX_KERNEL void smooth(const int* above, const int* here, const int* below, int gain, int* VX_RESTRICT result,
                       int n)
@@ -57,26 +58,26 @@ VX_KERNEL void smooth(const int* above, const int* here, const int* below, int g
                 std::abs(above[i + j] - mean) + std::abs(here[i + j] - mean) + std::abs(below[i + j] - mean);
         const int keep = std::min(static_cast<int>(static_cast<float>(activity) / divisor) + 13, fullDetail);
         const int detail = here[i + 1] - mean;
-        result[i] = (wrapAdd(wrapMul(detail, keep), 16) >> 5) + mean;
+        result[i] = (wrapAdd(wrapMul(detail, keep), 16) >> 5) + mean - 32768;
     }
 }
 
-VX_KERNEL void storeBlock(const int* result, int* VX_RESTRICT out, int n)
+// What a gain of 0 leaves: all of the detail.
+VX_KERNEL void passThrough(const int* samples, int* VX_RESTRICT result, int n)
 {
     for (int i = 0; i < n; ++i)
-        out[i] = result[i] - 32768;
+        result[i] = samples[i] - 32768;
 }
 
-VX_KERNEL void storeMarkedBlock(const int* in, const int* result, int* VX_RESTRICT out, int n)
+VX_KERNEL void storeMarkedBlock(const int* in, const int* result, int* out, int n)
 {
-    for (int i = 0; i < n; ++i)
-        out[i] = isMarked(in[i]) ? in[i] : maskedPattern(result[i]);
+    storeUnmarked(in, result, out, n);
 }
 
-VX_KERNEL void storeImage(const int* result, short* VX_RESTRICT out, int n)
+VX_KERNEL void storeImage(const short* /*in*/, const int* result, short* out, int n)
 {
     for (int i = 0; i < n; ++i)
-        out[i] = static_cast<short>(result[i] - 32768);
+        out[i] = static_cast<short>(result[i]);
 }
 
 void load(const int* in, int* samples, int n)
@@ -98,64 +99,60 @@ void loadWide(const Pixel* row, int cols, int first, int n, WideTile& samples)
     samples[n + 1] = offsetBinary(row[std::min(first + n, cols - 1)]);
 }
 
-/// @param store  callable with the tile's first column, its result and its number of columns
-template <typename Pixel, typename Store>
-void filterRow(const FrameView<Pixel>& frame, int y, int gain, Store store)
+template <typename Pixel>
+void filterTile(const FrameView<Pixel>& frame, int y, int first, int n, int gain, int* result)
 {
     WideTile above;
     WideTile here;
     WideTile below;
-    Tile result;
+    loadWide(frame.input(y), frame.cols, first, n, here);
+    if (gain == 0) {
+        passThrough(here + 1, result, n);
+        return;
+    }
+    loadWide(frame.input(y - 1), frame.cols, first, n, above);
+    loadWide(frame.input(y + 1), frame.cols, first, n, below);
+    smooth(above, here, below, gain, result, n);
+}
+
+template <auto store, typename Pixel>
+void filterRow(const FrameView<Pixel>& frame, int y, int gain)
+{
     for (int first = 0; first < frame.cols; first += tilePixels) {
         const int n = std::min(tilePixels, frame.cols - first);
-        loadWide(frame.input(y), frame.cols, first, n, here);
-        if (gain == 0) {
-            store(first, here + 1, n);
-            continue;
+        if constexpr (store == storeInPlace) {
+            filterTile(frame, y, first, n, gain, frame.output(y) + first);
+        } else {
+            Tile result;
+            filterTile(frame, y, first, n, gain, result);
+            store(frame.input(y) + first, result, frame.output(y) + first, n);
         }
-        loadWide(frame.input(y - 1), frame.cols, first, n, above);
-        loadWide(frame.input(y + 1), frame.cols, first, n, below);
-        smooth(above, here, below, gain, result, n);
-        store(first, result, n);
     }
 }
 
-/// @param storeRow  gives the store of a row
-template <typename Pixel, typename StoreRow>
-void filterRows(const FrameView<Pixel>& frame, int gain, StoreRow storeRow)
+template <auto store, typename Pixel>
+void filterRows(const FrameView<Pixel>& frame, int gain)
 {
 #pragma omp parallel for schedule(static) if (frame.pixelCount() >= lightPassPixels)
     for (int y = 0; y < frame.rows; ++y)
-        filterRow(frame, y, gain, storeRow(y));
+        filterRow<store>(frame, y, gain);
 }
 
 }  // namespace
 
 void filterFrame(const FrameView<int>& frame, int gain)
 {
-    filterRows(frame, gain, [&](int y) {
-        return [out = frame.output(y)](int first, const int* result, int n) {
-            storeBlock(result, out + first, n);
-        };
-    });
+    filterRows<storeInPlace>(frame, gain);
 }
 
 void filterFrame(const FrameView<short>& frame, int gain)
 {
-    filterRows(frame, gain, [&](int y) {
-        return [out = frame.output(y)](int first, const int* result, int n) {
-            storeImage(result, out + first, n);
-        };
-    });
+    filterRows<storeImage>(frame, gain);
 }
 
 void filterMarkedFrame(const FrameView<int>& frame, int gain)
 {
-    filterRows(frame, gain, [&](int y) {
-        return [in = frame.input(y), out = frame.output(y)](int first, const int* result, int n) {
-            storeMarkedBlock(in + first, result, out + first, n);
-        };
-    });
+    filterRows<storeMarkedBlock>(frame, gain);
 }
 
 }  // namespace halvor::vx::spatial

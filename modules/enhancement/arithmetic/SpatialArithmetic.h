@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "enhancement/FrameView.h"
+#include "enhancement/arithmetic/FrameView.h"
 
 // What the spatial block and the spatial filter share: the adaptive filter of a row.
 namespace halvor::vx::spatial {

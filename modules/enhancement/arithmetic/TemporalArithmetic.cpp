@@ -1,11 +1,12 @@
-#include "enhancement/TemporalArithmetic.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "enhancement/arithmetic/TemporalArithmetic.h"
 
 #include <algorithm>
 
 #include "core/base/Kernel.h"
 #include "core/base/WrapArithmetic.h"
-#include "enhancement/AlphaTable.h"
-#include "enhancement/ChainSample.h"
+#include "enhancement/arithmetic/AlphaTable.h"
+#include "enhancement/arithmetic/ChainSample.h"
 
 namespace halvor::vx::temporal {
 namespace {

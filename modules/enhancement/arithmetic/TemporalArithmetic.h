@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-#include "enhancement/FrameView.h"
+#include "enhancement/arithmetic/FrameView.h"
 
 // What the temporal block and the temporal filter share: the recursion of a pixel and the global feedback.
 namespace halvor::vx::temporal {

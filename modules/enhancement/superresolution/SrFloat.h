@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <opencv2/core/mat.hpp>
 #include <vector>
 
@@ -11,6 +13,8 @@
 #include "enhancement/superresolution/reference/SuperResolutionBadPixelHandling.h"
 
 namespace halvor::vx {
+
+class FrameWindow;
 
 /// Multi-frame super-resolution: keeps a sliding window of displaced frames and solves for one image that is
 /// `srFactor` times as wide and as high.
@@ -47,8 +51,7 @@ public:
     /// @param frame  getInputSize() values; a matrix must be continuous
     /// @return 0, or -2 if a pixel could not be repaired from its neighbours and took a fallback value
     /// @throws Exception  "Too many defect pixels. No processing possible." if more than 10 pixels were
-    /// beyond
-    ///                    repair
+    ///                    beyond repair
     int addFrame(const float* frame);
     int addFrame(const cv::Mat_<float>& frame);
 
@@ -72,24 +75,24 @@ public:
 
     /// The full displacement of each frame at the last computeSR(), in frame pixels; positive when the scene
     /// lies further right or lower than in the reference frame.
-    void getCompleteShifts(std::vector<PointF>& out);
+    void getCompleteShifts(std::vector<PointF>& out) { registration_.getCompleteShifts(out); }
     /// For each frame of the window its mask of the last computeSR(): 1 where the frame was used, else 0.
     void getMasks(std::vector<cv::Mat_<unsigned char>>& out) const;
     /// Conjugate-gradient steps of the last image; 0 before the first.
-    int getIterations() const;
+    int getIterations() const { return iterations_; }
 
     /// True if frames hold raw signed 16-bit counts, false (the default) if they hold degrees Celsius.
-    void setDataIsNUC(bool isNUC);
+    void setDataIsNUC(bool isNUC) { badPixelHandling_.setDataIsNUC(isNUC); }
 
-    int getInputSize() const;
-    int getOutputSize() const;
-    int getWindowSize() const;
-    int getReferenceIndex() const;
-    float getPsfSigma() const;
-    float getWeightTV() const;
-    float getRegError() const;
-    float getRelativeResidue() const;
-    int getMaxCGIters() const;
+    int getInputSize() const { return inputSize_; }
+    int getOutputSize() const { return outputSize_; }
+    int getWindowSize() const { return windowSize_; }
+    int getReferenceIndex() const { return referenceIndex_; }
+    float getPsfSigma() const { return minimization_.getPsfSigma(); }
+    float getWeightTV() const { return minimization_.getWeightTV(); }
+    float getRegError() const { return registration_.getRegError(); }
+    float getRelativeResidue() const { return minimization_.getRelRes(); }
+    int getMaxCGIters() const { return minimization_.getMaxIter(); }
 
     // A setter that refuses its value throws the reason as a bare text literal (const char*) and changes
     // nothing.
@@ -107,39 +110,28 @@ public:
     /// Budget of conjugate-gradient steps for one image, 1 or more.
     void setMaxCGIters(int iterations);
     /// See checkImageStructureQuality(); any value.
-    void setMinStructureThreshold(float threshold);
+    void setMinStructureThreshold(float threshold) { minStructureThreshold_ = threshold; }
 
 private:
     int loadFrame(const float* frame);
     void saveFrame(float* out) const;
     int warningFor(const std::vector<PointF>& completeShifts) const;
-    float achievedFactor(int maxUsable) const;
-    cv::Mat_<float> frameView(int index);
 
-    std::int32_t width;
-    std::int32_t height;
-    std::int32_t inputSize;
-    std::int32_t outWidth;
-    std::int32_t outHeight;
-    std::int32_t outputSize;
-    std::int32_t fftSize;
-    std::int32_t windowSize;
-    float srFactor;
-    std::int32_t referenceIndex = 0;
-    float minStructureThreshold = 2.0F;
-    Registration registration;
-    SrFloatMinimization minimization;
-    SuperResolutionBadPixelHandling badPixelHandling;
-    // One allocation per kind of image, which the pointers behind them cut into one slice per frame.
-    std::vector<float> frameStorage_;
-    std::vector<float> registeredStorage_;
-    std::vector<char> maskStorage_;
-    std::vector<float*> frames;
-    std::vector<float*> registeredFrames;
-    std::vector<float> outputImage;
-    std::vector<PointF> shifts;
-    std::vector<char*> masks;
-    std::int32_t frameCount = 0;
+    std::int32_t width_;
+    std::int32_t height_;
+    std::int32_t inputSize_;
+    std::int32_t outWidth_;
+    std::int32_t outHeight_;
+    std::int32_t outputSize_;
+    std::int32_t windowSize_;
+    float srFactor_;
+    std::int32_t referenceIndex_ = 0;
+    float minStructureThreshold_;
+    Registration registration_;
+    SrFloatMinimization minimization_;
+    SuperResolutionBadPixelHandling badPixelHandling_;
+    std::unique_ptr<FrameWindow> window_;
+    std::vector<float> outputImage_;
     std::int32_t iterations_ = 0;
 };
 

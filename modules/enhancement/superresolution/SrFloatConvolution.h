@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -46,7 +47,11 @@ public:
     /// @throws Exception  as fullConvFromSparse()
     void validCorrToSparse(const float* full, const float* kernelX, const float* kernelY, float* sparse);
 
-    /// See meanFilter(); dst is created at the size of src.
+    /// Box filter whose window is cut off at the image's edges, so that a flat image stays flat.
+    ///
+    /// @param src     at least 2 * radius rows and columns
+    /// @param radius  pixels on each side of the centre
+    /// @param dst     may be src; created at its size
     static void blurImageMeanFilter(const cv::Mat_<float>& src, int radius, cv::Mat_<float>& dst);
 
 private:
@@ -59,15 +64,15 @@ private:
     };
     FrameGrid frameGrid() const;
 
-    std::int32_t width;
-    std::int32_t height;
-    std::int32_t kernelWidth;
-    std::int32_t kernelHeight;
-    std::int32_t fullWidth;
-    std::int32_t fullHeight;
-    float factor;
-    cv::Mat_<float> tmpMat;
-    float* tmp;
+    std::int32_t width_;
+    std::int32_t height_;
+    std::int32_t kernelWidth_;
+    std::int32_t kernelHeight_;
+    std::int32_t fullWidth_;
+    std::int32_t fullHeight_;
+    float factor_;
+    cv::Mat_<float> tmpMat_;
+    float* tmp_;
 };
 
 }  // namespace halvor::vx

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -30,7 +31,7 @@ public:
     ~SrFloatFft2d();
 
     /// Number of workers, counted from 0: the number of threads at construction.
-    int workers() const { return threads; }
+    int workers() const { return threads_; }
 
     /// Half spectrum of a frame, kernel exp(-2 pi i ...), not scaled.
     void forward(const float* image, float (*spectrum)[2]);
@@ -76,9 +77,9 @@ private:
                        const float* kernel) const;
     void scaleBorder(float* blurred, int radius, const float* kernel) const;
 
-    std::int32_t width;
-    std::int32_t height;
-    std::int32_t threads;
+    std::int32_t width_;
+    std::int32_t height_;
+    std::int32_t threads_;
 
     std::vector<ThreadContext> contexts_;
 };

@@ -1,41 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/superresolution/SrFloatMinimization.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstddef>
 
 #include "core/base/Exception.h"
-#include "core/base/Kernel.h"
-#include "core/base/ParallelPixels.h"
-#include "core/base/RowSums.h"
+#include "core/diagnostics/DebugLevels.h"
 #include "core/diagnostics/DebugSingleton.h"
 #include "core/imaging/PointSpread.h"
-#include "enhancement/superresolution/SrFloatSystem.h"
+#include "enhancement/superresolution/engine/EngineDefaults.h"
+#include "enhancement/superresolution/solver/FrameScale.h"
+#include "enhancement/superresolution/solver/SrFloatSystem.h"
 
 namespace halvor::vx {
 
 namespace {
-
-constexpr int debugLevel = 11;
-
-VX_KERNEL double sumRow(const float* row, int n)
-{
-    return laneSum(n, [=](int i) { return row[i]; });
-}
-
-VX_KERNEL double squaredDeviationRow(const float* row, double mean, int n)
-{
-    return laneSum(n, [=](int i) {
-        const double difference = static_cast<double>(row[i]) - mean;
-        return difference * difference;
-    });
-}
-
-VX_KERNEL void normaliseRow(float* row, float mean, float sigma, int n)
-{
-    for (int i = 0; i < n; ++i)
-        row[i] = (row[i] - mean) / sigma;
-}
 
 int checkedPsfSize(float resolutionFactor)
 {
@@ -49,23 +27,23 @@ int checkedPsfSize(float resolutionFactor)
 
 SrFloatMinimization::SrFloatMinimization(int frameWidth, int frameHeight, int frames, float resolutionFactor)
     : DebugChannel("SrFloat"),
-      width(frameWidth),
-      height(frameHeight),
-      psfSize(checkedPsfSize(resolutionFactor)),
-      numFrames(frames),
-      factor(resolutionFactor),
-      basePsf(psfSize),
-      psfX(numFrames, basePsf),
-      psfY(numFrames, basePsf),
-      system_(std::make_unique<SrFloatSystem>(width, height, numFrames, factor, psfSize, *this)),
-      rowSums_(height)
+      width_(frameWidth),
+      height_(frameHeight),
+      psfSize_(checkedPsfSize(resolutionFactor)),
+      numFrames_(frames),
+      factor_(resolutionFactor),
+      basePsf_(psfSize_),
+      psfX_(numFrames_, basePsf_),
+      psfY_(numFrames_, basePsf_),
+      system_(std::make_unique<SrFloatSystem>(width_, height_, numFrames_, factor_, psfSize_, *this)),
+      scale_(std::make_unique<FrameScale>(width_, height_))
 {
     DebugSingleton::getInstance("").addDebugChannel(this);
-    setPsfSigma(0.683F);
-    setWeightTV(400.0F);
-    setEpsilon(0.1F);
-    setRelRes(0.007F);
-    setMaxIter(8);
+    setPsfSigma(EngineDefaults::psfSigma);
+    setWeightTV(EngineDefaults::weightTV);
+    setEpsilon(EngineDefaults::epsilon);
+    setRelRes(EngineDefaults::relativeResidue);
+    setMaxIter(EngineDefaults::maxCGIters);
 }
 
 SrFloatMinimization::~SrFloatMinimization()
@@ -75,96 +53,73 @@ SrFloatMinimization::~SrFloatMinimization()
 
 void SrFloatMinimization::setPsfSigma(float sigma)
 {
-    psfSigma = sigma;
-    fillBasePsf(sigma, factor, basePsf);
+    psfSigma_ = sigma;
+    fillBasePsf(sigma, factor_, basePsf_);
 }
 
 void SrFloatMinimization::setWeightTV(float weight)
 {
-    weightTV = weight;
-    negInvWeightTV = -1.0F / weight;
+    weightTv_ = weight;
+    negInvWeightTv_ = -1.0F / weight;
 }
 
 void SrFloatMinimization::setEpsilon(float value)
 {
-    epsilon = value;
-    invEpsilon = 1.0F / value;
+    epsilon_ = value;
+    invEpsilon_ = 1.0F / value;
 }
 
 int SrFloatMinimization::minimize(int frameCount, int referenceFrame, float* const* registeredFrames,
                                   PointF* const shifts, char** masks, float* outputImage)
 {
-    if (frameCount > numFrames)
+    if (frameCount > numFrames_)
         throw Exception("More frames than the solver was made for.",
                         VX_WHERE("halvor::vx::SrFloatMinimization::minimize"));
-    send("start minimize", debugLevel);
-    const Normalisation norm = normalise(frameCount, registeredFrames, registeredFrames[referenceFrame]);
+    send("start minimize", DebugLevel::step);
+    scale_->normalise(frameCount, registeredFrames, registeredFrames[referenceFrame]);
     generatePsfs(frameCount, shifts);
     const double squaredNormB =
-        system_->backProject({registeredFrames, psfX.data(), psfY.data(), masks, frameCount});
-    NormB = static_cast<float>(1.0 / squaredNormB);
+        system_->backProject({registeredFrames, psfX_.data(), psfY_.data(), masks, frameCount});
+    invNormB_ = static_cast<float>(1.0 / squaredNormB);
 
     int cumulated = 0;
-    for (int large = 0; large < maxIter; ++large) {
-        send("start large iteration: ", large, debugLevel);
-        const int steps = conjugateGradients(maxIter - cumulated);
+    for (int large = 0; large < maxIter_; ++large) {
+        send("start large iteration: ", large, DebugLevel::step);
+        const int steps = conjugateGradients(maxIter_ - cumulated);
         cumulated += steps;
-        send("end large iteration: ", large, debugLevel);
+        send("end large iteration: ", large, DebugLevel::step);
         if (steps == 0)
             break;
     }
-    send("cummulated iterations", cumulated, debugLevel);
-    system_->writeResult(norm.sigma, norm.mean, outputImage);
-    send("end minimize", debugLevel);
+    send("cummulated iterations", cumulated, DebugLevel::step);
+    system_->writeResult(scale_->sigma(), scale_->mean(), outputImage);
+    send("end minimize", DebugLevel::step);
     return cumulated;
-}
-
-SrFloatMinimization::Normalisation SrFloatMinimization::normalise(int count, float* const* frames,
-                                                                  const float* reference)
-{
-    const auto rowStart = [this](int r) { return static_cast<std::ptrdiff_t>(r) * width; };
-    const double inputSize = static_cast<double>(width) * height;
-    const bool isLarge = static_cast<std::size_t>(width) * height >= lightPassPixels;
-#pragma omp parallel for schedule(static) if (isLarge)
-    for (int r = 0; r < height; ++r)
-        rowSums_[r] = sumRow(reference + rowStart(r), width);
-    const double mean = rowSums_.total() / inputSize;
-#pragma omp parallel for schedule(static) if (isLarge)
-    for (int r = 0; r < height; ++r)
-        rowSums_[r] = squaredDeviationRow(reference + rowStart(r), mean, width);
-    const double variance = rowSums_.total() / inputSize;
-
-    const Normalisation norm{static_cast<float>(mean), std::sqrt(static_cast<float>(variance))};
-#pragma omp parallel for schedule(static)
-    for (int r = 0; r < height; ++r)
-        for (int k = 0; k < count; ++k)
-            normaliseRow(frames[k] + rowStart(r), norm.mean, norm.sigma, width);
-    return norm;
 }
 
 void SrFloatMinimization::generatePsfs(int count, const PointF* shifts)
 {
     for (int k = 0; k < count; ++k) {
-        shiftPsf(basePsf, shifts[k].x * factor, psfX[k]);
-        shiftPsf(basePsf, shifts[k].y * factor, psfY[k]);
+        shiftPsf(basePsf_, shifts[k].x * factor_, psfX_[k]);
+        shiftPsf(basePsf_, shifts[k].y * factor_, psfY_[k]);
     }
 }
 
 int SrFloatMinimization::conjugateGradients(int budget)
 {
     // Without a step to make only the debug lines would tell that the weights were formed once more.
-    if (budget == 0 && !isDebugActive(debugLevel))
+    if (budget == 0 && !isDebugActive(DebugLevel::step))
         return 0;
-    Pnr = static_cast<float>(system_->linearise({negInvWeightTV, epsilon, invEpsilon}));
-    if (relRes * relRes > Pnr * NormB)
+    pnr_ = static_cast<float>(system_->linearise({negInvWeightTv_, epsilon_, invEpsilon_}));
+    if (relRes_ * relRes_ > pnr_ * invNormB_)
         return 0;
     for (int i = 0; i < budget; ++i) {
-        send("start small iteration: ", i, debugLevel);
+        send("start small iteration: ", i, DebugLevel::step);
         if (iteration(i)) {
-            send("abort small iteration: ", i, debugLevel);
+            send("abort small iteration: ", i, DebugLevel::step);
             return i + 1;
         }
-        send("end small iteration: ", i, debugLevel);
+        send("end small iteration: ", i, DebugLevel::step);
     }
     return budget;
 }
@@ -173,12 +128,12 @@ bool SrFloatMinimization::iteration(int step)
 {
     // S = beta * S + R is formed in the same pass as the system matrix is applied to it.
     const double dq = step == 0 ? system_->startDirection() : system_->nextDirection(beta_);
-    const auto alpha = static_cast<float>(static_cast<double>(Pnr) / dq);
+    const auto alpha = static_cast<float>(static_cast<double>(pnr_) / dq);
     const double nr = system_->step(alpha);
-    if (static_cast<double>(relRes * relRes) > static_cast<double>(NormB) * nr)
+    if (static_cast<double>(relRes_ * relRes_) > static_cast<double>(invNormB_) * nr)
         return true;
-    beta_ = static_cast<float>(nr / static_cast<double>(Pnr));
-    Pnr = static_cast<float>(nr);
+    beta_ = static_cast<float>(nr / static_cast<double>(pnr_));
+    pnr_ = static_cast<float>(nr);
     return false;
 }
 

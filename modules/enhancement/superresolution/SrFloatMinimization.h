@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -6,11 +7,11 @@
 
 #include "core/base/Export.h"
 #include "core/base/PointF.h"
-#include "core/base/RowSums.h"
 #include "core/diagnostics/DebugChannel.h"
 
 namespace halvor::vx {
 
+class FrameScale;
 class SrFloatSystem;
 
 /// Numerical core of the float engine: finds the large image that explains a burst of displaced frames best
@@ -39,28 +40,27 @@ public:
     // The setters take any value; the engine checks ranges.
 
     /// Standard deviation of the sensor's point spread in pixels of the large image; 0.683.
-    float getPsfSigma() const { return psfSigma; }
+    float getPsfSigma() const { return psfSigma_; }
     void setPsfSigma(float sigma);
     /// Inverse strength of the total-variation term: a larger value smooths less; 400.
-    float getWeightTV() const { return weightTV; }
+    float getWeightTV() const { return weightTv_; }
     void setWeightTV(float weight);
     /// Difference of neighbours, in standard deviations of the reference frame, below which the
     /// total-variation term is quadratic; above its inverse it is so again; 0.1.
-    float getEpsilon() const { return epsilon; }
+    float getEpsilon() const { return epsilon_; }
     void setEpsilon(float value);
     /// Relative residue at which a round ends; 0.007.
-    float getRelRes() const { return relRes; }
-    void setRelRes(float value) { relRes = value; }
+    float getRelRes() const { return relRes_; }
+    void setRelRes(float value) { relRes_ = value; }
     /// Budget of conjugate-gradient steps for one image, and bound on its rounds; 8.
-    int getMaxIter() const { return maxIter; }
-    void setMaxIter(int value) { maxIter = value; }
+    int getMaxIter() const { return maxIter_; }
+    void setMaxIter(int value) { maxIter_ = value; }
 
     /// Solves for the large image.
     ///
     /// @param frameCount        frames given, at most the capacity
     /// @param referenceFrame    index of the frame whose mean and standard deviation normalise all frames;
-    /// one
-    ///                          of zero variance makes the result not-a-number
+    ///                          one of zero variance makes the result not-a-number
     /// @param registeredFrames  frames, moved by the whole pixels of their displacement; hold the normalised
     ///                          values afterwards
     /// @param shifts            what is left of each displacement, in frame pixels; positive when the scene
@@ -73,36 +73,30 @@ public:
                  char** masks, float* outputImage);
 
 private:
-    struct Normalisation
-    {
-        float mean;
-        float sigma;
-    };
-    Normalisation normalise(int count, float* const* frames, const float* reference);
     void generatePsfs(int count, const PointF* shifts);
     int conjugateGradients(int budget);
     bool iteration(int step);
 
-    std::int32_t width;
-    std::int32_t height;
-    std::int32_t psfSize;
-    std::int32_t numFrames;
-    float factor;
-    float psfSigma = 0.0F;
-    float weightTV = 0.0F;
-    float relRes = 0.0F;
-    std::int32_t maxIter = 0;
-    std::vector<float> basePsf;
-    std::vector<std::vector<float>> psfX;
-    std::vector<std::vector<float>> psfY;
-    float negInvWeightTV = 0.0F;
-    float epsilon = 0.0F;
-    float invEpsilon = 0.0F;
-    float Pnr = 0.0F;
-    float NormB = 0.0F;
+    std::int32_t width_;
+    std::int32_t height_;
+    std::int32_t psfSize_;
+    std::int32_t numFrames_;
+    float factor_;
+    float psfSigma_ = 0.0F;
+    float weightTv_ = 0.0F;
+    float relRes_ = 0.0F;
+    std::int32_t maxIter_ = 0;
+    std::vector<float> basePsf_;
+    std::vector<std::vector<float>> psfX_;
+    std::vector<std::vector<float>> psfY_;
+    float negInvWeightTv_ = 0.0F;
+    float epsilon_ = 0.0F;
+    float invEpsilon_ = 0.0F;
+    float pnr_ = 0.0F;
+    float invNormB_ = 0.0F;  // 1 / (sum of B * B)
     float beta_ = 0.0F;
     std::unique_ptr<SrFloatSystem> system_;
-    RowSums<double> rowSums_;
+    std::unique_ptr<FrameScale> scale_;
 };
 
 }  // namespace halvor::vx

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/superresolution/SrFloatRegistration1.h"
 
 #include <omp.h>
@@ -9,8 +10,12 @@
 #include "core/base/Exception.h"
 #include "core/base/Kernel.h"
 #include "core/base/ParallelPixels.h"
-#include "core/imaging/Displacement.h"
+#include "core/base/Rounded.h"
 #include "core/imaging/GaussianTaps.h"
+#include "core/registration/Displacement.h"
+#include "core/registration/GradientRefinement.h"
+#include "enhancement/superresolution/engine/EngineDefaults.h"
+#include "enhancement/superresolution/engine/SpectrumWindow.h"
 
 namespace halvor::vx {
 
@@ -25,8 +30,8 @@ VX_KERNEL void multiplyByConjugate(const float* VX_RESTRICT spectrum, const floa
         const float b = spectrum[2 * i + 1];
         const float c = other[2 * i];
         const float d = other[2 * i + 1];
-        out[2 * i] = a * c + b * d;
-        out[2 * i + 1] = b * c - a * d;
+        out[2 * i] = rounded(a * c) + rounded(b * d);
+        out[2 * i + 1] = rounded(b * c) - rounded(a * d);
     }
 }
 
@@ -40,8 +45,8 @@ VX_KERNEL void crossPower(const float* VX_RESTRICT reference, const float* VX_RE
         const float c = frame[2 * i];
         const float d = frame[2 * i + 1];
         const float magnitude = std::sqrt((a * a + b * b) * (c * c + d * d));
-        out[2 * i] = (c * a + d * b) / magnitude;
-        out[2 * i + 1] = (d * a - c * b) / magnitude;
+        out[2 * i] = (rounded(c * a) + rounded(d * b)) / magnitude;
+        out[2 * i + 1] = (rounded(d * a) - rounded(c * b)) / magnitude;
     }
 }
 
@@ -63,10 +68,8 @@ VX_KERNEL float peakOf(const float* values, int n)
     return peak;
 }
 
-}  // namespace
-
 // Scratch of one of the threads that register frames at the same time.
-struct SrFloatRegistration1::Worker
+struct Worker
 {
     Worker(int fftSize, int size)
         : workSpectrum(std::make_unique<float[][2]>(fftSize)), correlation(static_cast<std::size_t>(size))
@@ -76,24 +79,36 @@ struct SrFloatRegistration1::Worker
     std::vector<float> correlation;
 };
 
-SrFloatRegistration1::SrFloatRegistration1(int frameWidth, int frameHeight, int window)
-    : width(frameWidth),
-      height(frameHeight),
-      size(frameWidth * frameHeight),
-      windowSize(window),
-      fftSize((frameWidth / 2 + 1) * frameHeight),
-      fft(frameWidth, frameHeight),
-      gaussSpectrum(std::make_unique<float[][2]>(fftSize)),
-      refinement_(cv::Size(frameWidth, frameHeight), window)
+}  // namespace
+
+// The steps of a run, and what lies between them.
+struct SrFloatRegistration1::Parts
 {
-    for (int i = 0; i < windowSize; ++i) {
-        spectrumStorage_.push_back(std::make_unique<float[][2]>(fftSize));
-        spectra.push_back(spectrumStorage_.back().get());
-        blurredFrames_.emplace_back(height, width);
-    }
-    for (int i = 0; i < std::min(fft.workers(), 2 * windowSize); ++i)
-        workers_.emplace_back(fftSize, size);
-    setRegError(0.0001F);
+    Parts(const cv::Size& size, int fftSize, int window) : spectra(fftSize, window), refinement(size, window)
+    {}
+
+    SpectrumWindow spectra;
+    std::vector<Worker> workers;
+    std::vector<cv::Mat_<float>> blurredFrames;
+    std::vector<PointI> wholeShifts;
+    GradientRefinement refinement;
+    std::vector<PointF> measured;
+};
+
+SrFloatRegistration1::SrFloatRegistration1(int frameWidth, int frameHeight, int window)
+    : width_(frameWidth),
+      height_(frameHeight),
+      size_(frameWidth * frameHeight),
+      fftSize_((frameWidth / 2 + 1) * frameHeight),
+      fft_(frameWidth, frameHeight),
+      gaussSpectrum_(std::make_unique<float[][2]>(fftSize_)),
+      parts_(std::make_unique<Parts>(cv::Size(frameWidth, frameHeight), fftSize_, window))
+{
+    for (int i = 0; i < window; ++i)
+        parts_->blurredFrames.emplace_back(height_, width_);
+    for (int i = 0; i < std::min(fft_.workers(), 2 * window); ++i)
+        parts_->workers.emplace_back(fftSize_, size_);
+    setRegError(EngineDefaults::regError);
     setRegErrBlurRadius(3);
     setGaussRadius(5);
 }
@@ -102,18 +117,14 @@ SrFloatRegistration1::~SrFloatRegistration1() = default;
 
 void SrFloatRegistration1::prepareFrame(float* frame)
 {
-    if (frameCount < windowSize)
-        ++frameCount;
-    else
-        std::rotate(spectra.begin(), spectra.begin() + 1, spectra.end());
-    fft.forward(frame, spectra[frameCount - 1]);
+    fft_.forward(frame, parts_->spectra.push());
 }
 
 int SrFloatRegistration1::doRegistration(int count, int reference, float* const* rawFrames, PointF* shifts,
                                          char** masks, float** registeredFrames)
 {
     registerFrames(count, reference, rawFrames, shifts, masks);
-    if (!settleDisplacements(cv::Size(width, height), count, rawFrames, shifts, completeShifts,
+    if (!settleDisplacements(cv::Size(width_, height_), count, rawFrames, shifts, completeShifts_,
                              registeredFrames))
         throw Exception("Too large displacement",
                         VX_WHERE("halvor::vx::SrFloatRegistration1::doRegistration"));
@@ -122,15 +133,16 @@ int SrFloatRegistration1::doRegistration(int count, int reference, float* const*
 
 void SrFloatRegistration1::getCompleteShifts(std::vector<PointF>& out)
 {
-    out = completeShifts;
+    out = completeShifts_;
 }
 
 void SrFloatRegistration1::setGaussRadius(int radius)
 {
-    requireKernelFits(radius, width, height);
-    gaussRadius = radius;
-    gaussKernel.resize(static_cast<std::size_t>(radius) + 1);
-    fft.gaussFft(radius, GradientRefinement::smoothingSigma(radius), gaussSpectrum.get(), gaussKernel.data());
+    requireKernelFits(radius, width_, height_);
+    gaussRadius_ = radius;
+    gaussKernel_.resize(static_cast<std::size_t>(radius) + 1);
+    fft_.gaussFft(radius, GradientRefinement::smoothingSigma(radius), gaussSpectrum_.get(),
+                  gaussKernel_.data());
 }
 
 // Smoothing and correlation of all frames are one list of tasks of about equal length, each of which runs on
@@ -138,38 +150,36 @@ void SrFloatRegistration1::setGaussRadius(int radius)
 void SrFloatRegistration1::registerFrames(int count, int reference, float* const* rawFrames, PointF* shifts,
                                           char** masks)
 {
-    if (lastShifts.empty())
-        lastShifts.resize(static_cast<std::size_t>(count));
-    wholeShifts_.assign(static_cast<std::size_t>(count), PointI{0, 0});
+    const SpectrumWindow::Spectrum* const spectra = parts_->spectra.pointers();
+    parts_->wholeShifts.assign(static_cast<std::size_t>(count), PointI{0, 0});
 #pragma omp parallel for schedule(static) num_threads(teamSize())
     for (int task = 0; task < 2 * count; ++task) {
         const int i = task / 2;
         if (task % 2 == 0)
-            blur(omp_get_thread_num(), spectra[i], rawFrames[i], blurredFrames_[i][0]);
+            blur(omp_get_thread_num(), spectra[i], rawFrames[i], parts_->blurredFrames[i][0]);
         else if (i != reference)
-            wholeShifts_[i] = phaseCorrelation(omp_get_thread_num(), spectra[reference], spectra[i]);
+            parts_->wholeShifts[i] = phaseCorrelation(omp_get_thread_num(), spectra[reference], spectra[i]);
     }
     initialize(masks, count, reference);
-    refinement_.refineAll(blurredFrames_, wholeShifts_, reference, regError, regErrBlurRadius, masks,
-                          measured_);
-    std::copy(measured_.begin(), measured_.end(), shifts);
-    lastShifts = measured_;
+    parts_->refinement.refineAll(parts_->blurredFrames, parts_->wholeShifts, reference, regError_,
+                                 regErrBlurRadius_, masks, parts_->measured);
+    std::copy(parts_->measured.begin(), parts_->measured.end(), shifts);
 }
 
 int SrFloatRegistration1::teamSize() const
 {
     // A task is a transform and more: worth a thread on smaller frames than a plain pass is.
-    const bool isWorthIt = static_cast<std::size_t>(size) >= parallelPixels / 4;
-    return isWorthIt ? std::min(omp_get_max_threads(), static_cast<int>(workers_.size())) : 1;
+    const bool isWorthIt = static_cast<std::size_t>(size_) >= parallelPixels / 4;
+    return isWorthIt ? std::min(omp_get_max_threads(), static_cast<int>(parts_->workers.size())) : 1;
 }
 
 // Gaussian smoothing of a frame by way of its spectrum, which the symmetric kernel's conjugate multiplies.
 void SrFloatRegistration1::blur(int worker, const float (*spectrum)[2], const float* frame, float* blurred)
 {
-    float(*product)[2] = workers_[worker].workSpectrum.get();
-    multiplyByConjugate(spectrum[0], gaussSpectrum[0], fftSize, product[0]);
-    fft.backward(worker, product, blurred);
-    fft.repairGaussBlur(worker, frame, blurred, gaussRadius, gaussKernel.data());
+    float(*product)[2] = parts_->workers[worker].workSpectrum.get();
+    multiplyByConjugate(spectrum[0], gaussSpectrum_[0], fftSize_, product[0]);
+    fft_.backward(worker, product, blurred);
+    fft_.repairGaussBlur(worker, frame, blurred, gaussRadius_, gaussKernel_.data());
 }
 
 // Place of the correlation's peak, the first of equal ones in index order; the first pixel if the
@@ -177,27 +187,27 @@ void SrFloatRegistration1::blur(int worker, const float (*spectrum)[2], const fl
 PointI SrFloatRegistration1::phaseCorrelation(int worker, const float (*refSpectrum)[2],
                                               const float (*frameSpectrum)[2])
 {
-    float(*product)[2] = workers_[worker].workSpectrum.get();
-    std::vector<float>& correlation = workers_[worker].correlation;
-    crossPower(refSpectrum[0], frameSpectrum[0], fftSize, product[0]);
-    fft.backward(worker, product, correlation.data());
+    float(*product)[2] = parts_->workers[worker].workSpectrum.get();
+    std::vector<float>& correlation = parts_->workers[worker].correlation;
+    crossPower(refSpectrum[0], frameSpectrum[0], fftSize_, product[0]);
+    fft_.backward(worker, product, correlation.data());
 
-    const float peak = peakOf(correlation.data(), size);
+    const float peak = peakOf(correlation.data(), size_);
     const auto found = std::find(correlation.begin(), correlation.end(), peak);
     const auto index = found == correlation.end() ? 0 : static_cast<int>(found - correlation.begin());
-    PointI shift{index % width, index / width};
-    if (shift.y > height / 2)
-        shift.y -= height;
-    if (shift.x > width / 2)
-        shift.x -= width;
+    PointI shift{index % width_, index / width_};
+    if (shift.y > height_ / 2)
+        shift.y -= height_;
+    if (shift.x > width_ / 2)
+        shift.x -= width_;
     return shift;
 }
 
 void SrFloatRegistration1::initialize(char** masks, int count, int reference)
 {
     for (int i = 0; i < count; ++i)
-        std::fill_n(masks[i], size, static_cast<char>(i == reference ? 1 : 0));
-    refinement_.setReference(blurredFrames_[reference]);
+        std::fill_n(masks[i], size_, static_cast<char>(i == reference ? 1 : 0));
+    parts_->refinement.setReference(parts_->blurredFrames[reference]);
 }
 
 }  // namespace halvor::vx

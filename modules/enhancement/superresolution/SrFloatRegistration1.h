@@ -1,14 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
 #include <memory>
-#include <opencv2/core/mat.hpp>
 #include <vector>
 
 #include "core/base/Export.h"
 #include "core/base/PointF.h"
 #include "core/base/PointI.h"
-#include "core/imaging/GradientRefinement.h"
 #include "enhancement/superresolution/SrFloatFft2d.h"
 
 namespace halvor::vx {
@@ -61,18 +60,18 @@ public:
     void getCompleteShifts(std::vector<PointF>& out);
 
     /// Largest accepted local error, in squared pixels of displacement; 0.0001 at first.
-    float getRegError() const { return regError; }
-    void setRegError(float error) { regError = error; }
+    float getRegError() const { return regError_; }
+    void setRegError(float error) { regError_ = error; }
     /// Radius of the mean filter on the error, in pixels; 3 at first.
-    int getRegErrBlurRadius() const { return regErrBlurRadius; }
-    void setRegErrBlurRadius(int radius) { regErrBlurRadius = radius; }
+    int getRegErrBlurRadius() const { return regErrBlurRadius_; }
+    void setRegErrBlurRadius(int radius) { regErrBlurRadius_ = radius; }
     /// Radius of the Gaussian that smooths the frames, in pixels; 5 at first.
-    int getGaussRadius() const { return gaussRadius; }
+    int getGaussRadius() const { return gaussRadius_; }
     /// @throws Exception  if the frames are too small for the kernel; nothing is changed then
     void setGaussRadius(int radius);
 
 private:
-    struct Worker;
+    struct Parts;
 
     void registerFrames(int count, int reference, float* const* rawFrames, PointF* shifts, char** masks);
     int teamSize() const;
@@ -80,29 +79,18 @@ private:
     PointI phaseCorrelation(int worker, const float (*refSpectrum)[2], const float (*frameSpectrum)[2]);
     void initialize(char** masks, int count, int reference);
 
-    std::int32_t width;
-    std::int32_t height;
-    std::int32_t size;
-    std::int32_t windowSize;
-    std::int32_t frameCount = 0;
-    std::int32_t fftSize;
-    float regError = 0.0F;
-    std::int32_t gaussRadius = 0;
-    std::int32_t regErrBlurRadius = 0;
-    std::vector<float (*)[2]> spectra;
-    SrFloatFft2d fft;
-    std::unique_ptr<float[][2]> gaussSpectrum;
-    std::vector<float> gaussKernel;
-    std::vector<PointF> completeShifts;
-    std::vector<PointF> lastShifts;
-
-    std::vector<std::unique_ptr<float[][2]>> spectrumStorage_;
-    GradientRefinement refinement_;
-    std::vector<Worker> workers_;
-    // Between the steps of one run.
-    std::vector<cv::Mat_<float>> blurredFrames_;
-    std::vector<PointI> wholeShifts_;
-    std::vector<PointF> measured_;
+    std::int32_t width_;
+    std::int32_t height_;
+    std::int32_t size_;
+    std::int32_t fftSize_;
+    float regError_ = 0.0F;
+    std::int32_t gaussRadius_ = 0;
+    std::int32_t regErrBlurRadius_ = 0;
+    SrFloatFft2d fft_;
+    std::unique_ptr<float[][2]> gaussSpectrum_;
+    std::vector<float> gaussKernel_;
+    std::vector<PointF> completeShifts_;
+    std::unique_ptr<Parts> parts_;
 };
 
 }  // namespace halvor::vx

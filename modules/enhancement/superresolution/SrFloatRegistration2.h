@@ -1,14 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <opencv2/core/mat.hpp>
 #include <vector>
 
 #include "core/base/Export.h"
 #include "core/base/PointF.h"
 #include "core/base/PointI.h"
-#include "core/imaging/GradientRefinement.h"
-#include "core/imaging/GrayRange.h"
 
 namespace halvor::vx {
 
@@ -30,7 +30,7 @@ public:
     SrFloatRegistration2(int frameWidth, int frameHeight, int window);
     SrFloatRegistration2(const SrFloatRegistration2&) = delete;
     SrFloatRegistration2& operator=(const SrFloatRegistration2&) = delete;
-    ~SrFloatRegistration2() = default;
+    ~SrFloatRegistration2();
 
     /// Takes a frame into the window, in place of the oldest one when the window is full. Smoothing,
     /// conversion to 8 bits and image pyramid are made here, once per frame.
@@ -59,24 +59,17 @@ public:
     void getCompleteShifts(std::vector<PointF>& out);
 
     /// Largest accepted local error, in squared pixels of displacement; 0.0001 at first.
-    float getRegError() const { return regError; }
-    void setRegError(float error) { regError = error; }
+    float getRegError() const { return regError_; }
+    void setRegError(float error) { regError_ = error; }
     /// Radius of the mean filter on the error, in pixels; 3 at first.
-    int getRegErrBlurRadius() const { return regErrBlurRadius; }
-    void setRegErrBlurRadius(int radius) { regErrBlurRadius = radius; }
+    int getRegErrBlurRadius() const { return regErrBlurRadius_; }
+    void setRegErrBlurRadius(int radius) { regErrBlurRadius_ = radius; }
     /// Radius of the Gaussian that smooths the frames, in pixels; 5 at first.
-    int getBlurRadius() const { return blurRadius; }
-    void setBlurRadius(int radius) { blurRadius = radius; }
+    int getBlurRadius() const { return blurRadius_; }
+    void setBlurRadius(int radius);
 
 private:
-    // Results of the tracker for one of the threads that track frames at the same time.
-    struct Tracks
-    {
-        std::vector<cv::Point2f> tracked;
-        std::vector<unsigned char> status;
-        std::vector<float> error;
-        std::vector<cv::Point2f> flows;
-    };
+    struct Parts;
 
     int registerFrames(int count, int reference, PointF* shifts, char** masks);
     bool initialize(int count, int reference, char** masks);
@@ -84,29 +77,16 @@ private:
     int trackFrames(int count, int reference);
     int registerWithCorners(int worker, int reference, int frame, PointI& shift);
 
-    std::int32_t width;
-    std::int32_t height;
-    std::int32_t size;
-    std::int32_t windowSize;
-    std::int32_t frameCount = 0;
-    float regError = 0.0001F;
-    std::int32_t blurRadius = 5;
-    std::int32_t regErrBlurRadius = 3;
-    std::vector<cv::Mat_<float>> frames;
-    std::vector<std::vector<cv::Mat>> pyramids;
-    std::vector<cv::Point2f> refCorners;
-    GrayRange grayRange_;
-    GradientRefinement refinement_;
-    std::vector<PointF> completeShifts;
-    std::vector<PointF> lastShifts;
-
-    // Between the steps of one run.
-    cv::Mat_<float> scaled_;
-    cv::Mat_<unsigned char> gray_;
-    std::vector<Tracks> tracks_;  // one for each worker
-    std::vector<int> results_;
-    std::vector<PointI> wholeShifts_;
-    std::vector<PointF> measured_;
+    std::int32_t width_;
+    std::int32_t height_;
+    std::int32_t size_;
+    std::int32_t windowSize_;
+    float regError_;
+    std::int32_t blurRadius_ = 0;
+    std::int32_t regErrBlurRadius_ = 3;
+    std::vector<cv::Point2f> refCorners_;
+    std::vector<PointF> completeShifts_;
+    std::unique_ptr<Parts> parts_;
 };
 
 }  // namespace halvor::vx

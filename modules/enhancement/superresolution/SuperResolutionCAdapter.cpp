@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/superresolution/SuperResolutionCAdapter.h"
 
 #include <algorithm>
@@ -11,12 +12,14 @@
 #include <vector>
 
 #include "core/base/Exception.h"
+#include "core/base/NeverDestroyed.h"
 #include "core/diagnostics/DebugDeviceConsole.h"
 #include "core/diagnostics/LogFacility.h"
 #include "core/io/ImageIO.h"
-#include "enhancement/superresolution/CameraTable.h"
 #include "enhancement/superresolution/SrFloat.h"
 #include "enhancement/superresolution/SrFloatRegistration2.h"
+#include "enhancement/superresolution/engine/CameraTable.h"
+#include "enhancement/superresolution/engine/EngineDefaults.h"
 
 namespace halvor::vx {
 
@@ -24,17 +27,8 @@ namespace {
 
 using Engine = SrFloat<SrFloatRegistration2>;
 
-constexpr int codeSuccess = 0;
-constexpr int codeFallbackPixel = -2;
-constexpr int codePoorFrame = -3;
-constexpr int codeNoStructure = -4;
-constexpr int codeTooFewFrames = -5;
-constexpr int codeNoCorners = -9;
-constexpr int codeFailure = -999;
-
-constexpr int windowSize = 5;
 constexpr int minimumFrameCount = 5;
-constexpr float enlargement = 2.0F;
+constexpr float enlargement = EngineDefaults::enlargement;
 
 constexpr const char* frameStreamPath = "C:/temp/SrFloat.pfm";
 constexpr const char* resultPath = "C:/temp/SrFloat-Result.pfm";
@@ -65,13 +59,13 @@ struct SuperResolution_CtxData
 // process-wide objects that are gone.
 std::vector<SuperResolution_CtxData>& contextTable()
 {
-    static auto& table = *std::make_unique<std::vector<SuperResolution_CtxData>>().release();
+    static auto& table = neverDestroyed<std::vector<SuperResolution_CtxData>>();
     return table;
 }
 
 std::string& errorMessage()
 {
-    static auto& message = *std::make_unique<std::string>().release();
+    static auto& message = neverDestroyed<std::string>();
     return message;
 }
 
@@ -130,17 +124,17 @@ void openContextRecord(int context, int width, int height)
     const std::shared_ptr<DebugDeviceBase> device = debugDeviceFor(context);
     SuperResolution_CtxData& record = contextTable()[static_cast<std::size_t>(context)];
     record.setDebugDevice(device);
-    record.engine = std::make_shared<Engine>(width, height, windowSize, enlargement);
+    record.engine = std::make_shared<Engine>(width, height, EngineDefaults::flatWindow, enlargement);
     record.width = width;
     record.height = height;
     record.frameCount = 0;
     record.srImage.create(static_cast<int>(static_cast<float>(height) * enlargement),
                           static_cast<int>(static_cast<float>(width) * enlargement));
 
-    record.engine->setReferenceIndex(3);
-    record.engine->setWeightTV(400.0F);
-    record.engine->setRegError(0.0001F);
-    record.engine->setRelativeResidue(0.007F);
+    record.engine->setReferenceIndex(EngineDefaults::flatReferenceIndex);
+    record.engine->setWeightTV(EngineDefaults::weightTV);
+    record.engine->setRegError(EngineDefaults::regError);
+    record.engine->setRelativeResidue(EngineDefaults::relativeResidue);
 
     if (LogFacility::getInstance().getLogLevel() == LogFacility::progress) {
         record.debugStream.open(frameStreamPath);
@@ -148,7 +142,7 @@ void openContextRecord(int context, int width, int height)
     }
 }
 
-// Runs what may throw; a failure stores its message and gives codeFailure in place of the result.
+// Runs what may throw; a failure stores its message and gives SuperResolution_failure in place of the result.
 template <typename Work>
 int guarded(Work&& work)
 {
@@ -161,19 +155,22 @@ int guarded(Work&& work)
     } catch (...) {
         errorMessage() = "Unknown exception in addImage()";
     }
-    return codeFailure;
+    return SuperResolution_failure;
 }
 
-// The result of computeSR is exact for its negative codes; -6 is no code of this interface.
+// The result of computeSR is exact for its negative codes; a large displacement is no code of this interface.
 int returnCode(int before, int added, float computed)
 {
+    const auto isResult = [computed](SuperResolution_Code code) {
+        return computed == static_cast<float>(code);
+    };
     int code = before;
-    if (computed == -2.0F || added == -2)
-        code = codeFallbackPixel;
-    if (computed == -3.0F)
-        code = codePoorFrame;
-    if (computed == -9.0F)
-        code = codeNoCorners;
+    if (isResult(SuperResolution_fallbackPixel) || added == SuperResolution_fallbackPixel)
+        code = SuperResolution_fallbackPixel;
+    if (isResult(SuperResolution_poorFrame))
+        code = SuperResolution_poorFrame;
+    if (isResult(SuperResolution_noCorner))
+        code = SuperResolution_noCorner;
     return code;
 }
 
@@ -183,10 +180,10 @@ int processFrame(SuperResolution_CtxData& record, const float* irImage)
     if (record.debugStream.isOpen())
         record.debugStream << frame;
 
-    int code = codeSuccess;
+    int code = SuperResolution_success;
     if (!record.engine->checkImageStructureQuality(frame)) {
         errorMessage() = "  image has not enough structure";
-        code = codeNoStructure;
+        code = SuperResolution_noStructure;
     }
 
     VX_LOG(LogFacility::progress, "  calling addFrame(...)");
@@ -234,7 +231,7 @@ int SuperResolution_setCameraAndLensType(int context, const char* cameraAndLens)
 {
     const std::string text = cameraAndLens != nullptr ? cameraAndLens : "";
     VX_LOG(LogFacility::progress, "SuperResolution_setCameraAndLensType(" << text << ")");
-    float sigma = unknownCameraPsfSigma;
+    float sigma = EngineDefaults::psfSigma;
     std::string model;
     int fieldOfView = -1;
     if (decodeCameraAndLens(text, model, fieldOfView)) {
@@ -245,7 +242,7 @@ int SuperResolution_setCameraAndLensType(int context, const char* cameraAndLens)
     // Hosts know no failure of this call; without an engine there is nothing to set.
     if (SuperResolution_CtxData* record = openContext(context))
         record->engine->setPsfSigma(sigma);
-    return codeSuccess;
+    return SuperResolution_success;
 }
 
 int SuperResolution_addImage(int context, const float* irImage)
@@ -253,14 +250,14 @@ int SuperResolution_addImage(int context, const float* irImage)
     VX_LOG(LogFacility::progress, "SuperResolution_addImage(" << context << ", ...)");
     SuperResolution_CtxData* record = checkedContext(context);
     if (record == nullptr)
-        return codeFailure;
+        return SuperResolution_failure;
     if (record->width == 0 || record->height == 0) {
         errorMessage() = "Size of expected Ir images unknown";
-        return codeFailure;
+        return SuperResolution_failure;
     }
     if (irImage == nullptr) {
         errorMessage() = "ir image data pointer is NULL";
-        return codeFailure;
+        return SuperResolution_failure;
     }
     return guarded([&] { return processFrame(*record, irImage); });
 }
@@ -272,13 +269,13 @@ int SuperResolution_queryOutputImageSize(int context, int* width, int* height)
                                       << static_cast<const void*>(height) << ")");
     SuperResolution_CtxData* record = checkedContext(context);
     if (record == nullptr)
-        return codeFailure;
-    int code = codeSuccess;
+        return SuperResolution_failure;
+    int code = SuperResolution_success;
     if (record->frameCount < minimumFrameCount) {
         storeTooFewFrames();
         code = guarded([&] {
             record->engine->computeSR(record->srImage.ptr<float>());
-            return codeTooFewFrames;
+            return SuperResolution_tooFewFrames;
         });
     }
     *width = record->srImage.cols;
@@ -293,15 +290,15 @@ int SuperResolution_getSuperresolutionImage(int context, float* irMosaic)
                                       << ")");
     SuperResolution_CtxData* record = checkedContext(context);
     if (record == nullptr)
-        return codeFailure;
-    int code = codeSuccess;
+        return SuperResolution_failure;
+    int code = SuperResolution_success;
     if (irMosaic == nullptr) {
         errorMessage() = "Ir mosaic data pointer is NULL.";
-        code = codeFailure;
+        code = SuperResolution_failure;
     }
     if (record->frameCount < minimumFrameCount) {
         storeTooFewFrames();
-        code = codeTooFewFrames;
+        code = SuperResolution_tooFewFrames;
     }
     if (LogFacility::getInstance().getLogLevel() == LogFacility::progress)
         ImageIO::save(resultPath, record->srImage, ImageIO::pfm);
@@ -316,16 +313,16 @@ int SuperResolution_setReferenceFrame(int context, int index)
     VX_LOG(LogFacility::progress, "SuperResolution_setReferencFrame(" << context << " , " << index << ")");
     SuperResolution_CtxData* record = checkedContext(context);
     if (record == nullptr)
-        return codeFailure;
+        return SuperResolution_failure;
     record->engine->setReferenceIndex(index);
-    return codeSuccess;
+    return SuperResolution_success;
 }
 
 int SuperResolution_getErrorMessage(char* buffer, int size)
 {
     if (size > 0)
         std::strncpy(buffer, errorMessage().c_str(), static_cast<std::size_t>(size));
-    return codeSuccess;
+    return SuperResolution_success;
 }
 
 int SuperResolution_release(int context)
@@ -333,7 +330,7 @@ int SuperResolution_release(int context)
     VX_LOG(LogFacility::progress, "SuperResolution_release( " << context << " )");
     SuperResolution_CtxData* record = checkedContext(context);
     if (record == nullptr)
-        return codeFailure;
+        return SuperResolution_failure;
     record->engine.reset();
     record->srImage.release();
     record->height = 0;
@@ -342,5 +339,5 @@ int SuperResolution_release(int context)
         record->debugStream.close();
         VX_LOG(LogFacility::progress, "  closing debug image stream");
     }
-    return codeSuccess;
+    return SuperResolution_success;
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include "core/base/Export.h"
@@ -16,27 +17,49 @@
  * getSuperresolutionImage, and release. More frames may follow the fifth: each replaces the oldest and
  * computes the image anew.
  *
- * Return codes:
+ * Functions answer with a SuperResolution_Code, as an int. Contexts, message and log are process-wide and not
+ * locked: call from one thread at a time.
  *
- * |    0 | success
- * |   -2 | a bad pixel had too few good neighbours and took a fallback value; the image was computed
- * |   -3 | a frame has half or more of its pixels unregistered; the image was computed
- * |   -4 | the frame has not enough structure: its values span less than 2 degrees; it was taken all the same
- * |   -5 | fewer than five frames so far
- * |   -9 | no corner of the reference frame could be tracked into a frame; the image is the one from before
- * | -999 | a bad argument or an exception; SuperResolution_getErrorMessage tells which
- *
- * The codes -4, -5 and -999 leave a text for SuperResolution_getErrorMessage. Contexts, message and log are
- * process-wide and not locked: call from one thread at a time.
+ * After the first use a process must not fork and go on to use the library in the child: OpenMP's threads do
+ * not exist there, and the first parallel loop waits for them for ever. Fork before the first use, or let the
+ * child start a program (exec).
  *
  * If the environment variable VXKIT_LOG_FILE names a file when a context is opened, calls are logged there,
- * and frames and results are written to C:/temp/SrFloat.pfm and C:/temp/SrFloat-Result.pfm if that folder
- * exists.
+ * behind what the file holds, and frames and results are written to C:/temp/SrFloat.pfm and
+ * C:/temp/SrFloat-Result.pfm if that folder exists.
  */
 
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/** Codes of this interface, and of the engine classes behind it. Those of value -4, -5 and -999 leave a text for
+ * SuperResolution_getErrorMessage. */
+enum SuperResolution_Code
+{
+    SuperResolution_success = 0,
+    /** A bad pixel had too few good neighbours and took a fallback value; the image was computed. */
+    SuperResolution_fallbackPixel = -2,
+    /** A frame has half or more of its pixels unregistered; the image was computed. */
+    SuperResolution_poorFrame = -3,
+    /** The frame has not enough structure: its values span less than 2 degrees; it was taken all the same. */
+    SuperResolution_noStructure = -4,
+    /** Fewer than five frames so far. */
+    SuperResolution_tooFewFrames = -5,
+    /** No corner of the reference frame could be tracked into a frame; the image is the one from before. */
+    SuperResolution_noCorner = -9,
+    /** A bad argument or an exception; SuperResolution_getErrorMessage tells which. */
+    SuperResolution_failure = -999,
+
+    /* Only engine classes answer with what follows. */
+
+    /** A frame is displaced by more than a tenth of the height; the image was computed. */
+    SuperResolution_largeDisplacement = -6,
+    /** A frame exceeds the range of the earlier ones; the window was emptied. */
+    SuperResolution_windowRestarted = -8,
+    /** The frames could not be registered; no image was computed. */
+    SuperResolution_registrationFailed = -998
+};
 
 /**
  * Opens a context for frames of the given size.
@@ -66,9 +89,9 @@ VXKIT_API int SuperResolution_setCameraAndLensType(int context, const char* came
  * expensive call.
  *
  * @param irImage  width * height values; copied, so the caller may reuse the memory at once
- * @return a return code, see above; of several findings the one furthest down this list: -4, -2, -3, -9.
- * After an exception (-999) while the frame was taken in, it does not count; one while the image was computed
- * leaves it counted.
+ * @return a SuperResolution_Code; of several findings the one furthest down this list: -4, -2, -3, -9. After an
+ *         exception (-999) while the frame was taken in, it does not count; one while the image was computed
+ *         leaves it counted.
  */
 VXKIT_API int SuperResolution_addImage(int context, const float* irImage);
 

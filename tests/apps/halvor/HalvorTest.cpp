@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "TemporaryFolder.h"
+#include "apps/TemporaryFolder.h"
 #include "apps/halvor/CommandLine.h"
 #include "apps/halvor/Settings.h"
-#include "enhancement/BlockFrames.h"
-#include "enhancement/PlainChain.h"
+#include "doubles/BlockFrames.h"
+#include "doubles/PlainChain.h"
 
 using blocktest::makeFrame;
 using blocktest::Scene;
@@ -80,24 +81,22 @@ protected:
     // Runs the program in its own folder, where no settings lie beside it.
     std::string run(std::vector<std::string> arguments)
     {
-        arguments.insert(arguments.begin(), path("halvor"));
+        arguments.insert(arguments.begin(), at("halvor"));
         std::vector<const char*> argv(arguments.size());
         std::transform(arguments.begin(), arguments.end(), argv.begin(),
                        [](const std::string& argument) { return argument.c_str(); });
         testing::internal::CaptureStdout();
-        status = halvorapp::runHalvor(static_cast<int>(argv.size()), argv.data());
+        status_ = halvorapp::runHalvor(static_cast<int>(argv.size()), argv.data());
         return testing::internal::GetCapturedStdout();
     }
 
     std::string runWith(const std::string& settings, const std::string& stream)
     {
-        writeText(folder / "halvor.ini", settings);
-        return run({"-s", path("halvor.ini"), path(stream)});
+        writeText(folder_ / "halvor.ini", settings);
+        return run({"-s", at("halvor.ini"), at(stream)});
     }
 
-    std::string path(const std::string& name) const { return (folder / name).string(); }
-
-    int status = -1;
+    int status_ = -1;
 };
 
 using HalvorSettings = TemporaryFolder;
@@ -106,13 +105,13 @@ using HalvorSettings = TemporaryFolder;
 
 TEST_F(HalvorSettings, ReadsEverySectionAndPassesOverWhatItDoesNotKnow)
 {
-    writeText(folder / "a.ini",
+    writeText(folder_ / "a.ini",
               "alpha=1\n[Main_Window]\nfile=run.raw and more\nlength=12\nsensor=@Size(32 24)\nalpha=2\n"
               "[TNR_Parameter] ; temporal\r\nmode=0\r\nalpha=31\r\nglobal= 32\r\ncgain=-33x\r\n"
               "[ SPR_Parameter]\nspr=0\nspr_threshold=41\nspr_max_frame=42\nspr_max_line=43\n mode=9\n"
               "[SNR_Parameter]\nmode=5\ngain=0x10\nmode\nmode=\n[]\ngain=8\n[Histogram_Parameter]\nmode=7\n");
     Settings s;
-    ASSERT_TRUE(readSettings((folder / "a.ini").c_str(), s));
+    ASSERT_TRUE(readSettings((folder_ / "a.ini").c_str(), s));
     EXPECT_EQ(s.fileName, "run.raw");
     EXPECT_THAT((std::vector<int>{s.length, s.cols, s.rows}), testing::ElementsAre(12, 32, 24));
     EXPECT_THAT((std::vector<int>{s.tnrMode, s.tnrAlpha, s.tnrGlobal, s.tnrCGain}),
@@ -126,55 +125,49 @@ TEST_F(HalvorSettings, StartsFromTheDefaultsOnlyIfTheFileCanBeRead)
 {
     Settings s;
     s.length = 7;
-    EXPECT_FALSE(readSettings((folder / "missing.ini").c_str(), s));
-    EXPECT_FALSE(readSettings(folder.c_str(), s));
+    EXPECT_FALSE(readSettings(at("missing.ini").c_str(), s));
+    EXPECT_FALSE(readSettings(folder_.c_str(), s));
     EXPECT_EQ(s.length, 7);
-    writeText(folder / "empty.ini", "");
-    EXPECT_TRUE(readSettings((folder / "empty.ini").c_str(), s));
+    writeText(at("empty.ini"), "");
+    EXPECT_TRUE(readSettings(at("empty.ini").c_str(), s));
     EXPECT_THAT((std::vector<int>{s.length, s.cols, s.rows, s.tnrGlobal, s.sprMaxFrame, s.snrGain}),
                 testing::ElementsAre(1000, 160, 120, 100, 18, 16));
-}
 
-TEST_F(HalvorSettings, SurvivesLinesOfAnyLengthAndContent)
-{
     // A line of 254 characters ends there: what follows is a line of its own.
-    writeText(folder / "long.ini", "[Main_Window]\n" + std::string(254, 'x') +
-                                       "length=5\nsensor=@Size(7,8)\n" + std::string("length\0=6\n[", 11) +
-                                       std::string(5000, 'y'));
-    Settings s;
-    ASSERT_TRUE(readSettings((folder / "long.ini").c_str(), s));
-    EXPECT_EQ(s.length, 5);
-    EXPECT_EQ(s.cols, 7);
-    EXPECT_EQ(s.rows, 120) << "only the first number of the pair can be read";
+    writeText(at("long.ini"), "[Main_Window]\n" + std::string(254, 'x') + "length=5\nsensor=@Size(7,8)\n" +
+                                  std::string("length\0=6\n[", 11) + std::string(5000, 'y'));
+    ASSERT_TRUE(readSettings(at("long.ini").c_str(), s));
+    EXPECT_THAT((std::vector<int>{s.length, s.cols, s.rows}), testing::ElementsAre(5, 7, 120))
+        << "only the first number of the pair can be read";
 }
 
 TEST_F(Halvor, WritesTheEnhancedFramesAndTheBinaryBlocks)
 {
     // The second frame is torn once and the third stays for three captures.
-    writeText(folder / "scene.raw", recording({1, 1, 2, 9, 2, 2, 3, 3, 3, 4, 4}));
+    writeText(folder_ / "scene.raw", recording({1, 1, 2, 9, 2, 2, 3, 3, 3, 4, 4}));
     const std::string text = runWith(sensorText +
                                          "[Histogram_Parameter]\ngainlow=19\ngainhigh=19181\n"
                                          "[Peaking_Parameter]\nenable=1\n",
                                      "scene.raw");
-    EXPECT_EQ(status, 0);
-    EXPECT_THAT(text, HasSubstr("open: " + path("scene.raw") + "\nsave: " + path("scene." + allOn) +
+    EXPECT_EQ(status_, 0);
+    EXPECT_THAT(text, HasSubstr("open: " + at("scene.raw") + "\nsave: " + at("scene." + allOn) +
                                 "\nproc: 1000 frames ... pgain"));
     EXPECT_THAT(text, EndsWith("5 processed\n\nmain: finished\n"));
-    EXPECT_EQ(textOf(folder / ("scene." + allOn)), enhanced({1, 2, 3, 3, 4}));
+    EXPECT_EQ(textOf(folder_ / ("scene." + allOn)), enhanced({1, 2, 3, 3, 4}));
 }
 
 TEST_F(Halvor, KeepsWhatTheBlocksLearnedForTheNextStream)
 {
     const std::string settings = sensorText + "[Peaking_Parameter]\nenable=1\n";
-    writeText(folder / "all.raw", recording({1, 1, 2, 2, 3, 3}));
+    writeText(folder_ / "all.raw", recording({1, 1, 2, 2, 3, 3}));
     runWith(settings, "all.raw");
-    writeText(folder / "a.raw", recording({1, 1, 2, 2}));
+    writeText(folder_ / "a.raw", recording({1, 1, 2, 2}));
     // An odd number of captures leaves the buffers the other way round.
-    writeText(folder / "b.raw", recording({8, 3, 3}));
-    run({"-s", path("halvor.ini"), path("a.raw"), path("b.raw")});
-    const std::string whole = textOf(folder / ("all." + allOn));
-    const std::string second = textOf(folder / ("b." + allOn));
-    EXPECT_EQ(textOf(folder / ("a." + allOn)), whole.substr(0, whole.size() / 3 * 2));
+    writeText(folder_ / "b.raw", recording({8, 3, 3}));
+    run({"-s", at("halvor.ini"), at("a.raw"), at("b.raw")});
+    const std::string whole = textOf(folder_ / ("all." + allOn));
+    const std::string second = textOf(folder_ / ("b." + allOn));
+    EXPECT_EQ(textOf(folder_ / ("a." + allOn)), whole.substr(0, whole.size() / 3 * 2));
     // Frames of a second stream count from 0 again: this one sets its gain table, which the frame after would
     // show. Its own picture is that of the third frame of one stream.
     EXPECT_EQ(second, whole.substr(whole.size() / 3 * 2));
@@ -182,11 +175,11 @@ TEST_F(Halvor, KeepsWhatTheBlocksLearnedForTheNextStream)
 
 TEST_F(Halvor, ProcessesOneFrameLessThanTheLength)
 {
-    writeText(folder / "scene.raw", recording({1, 1, 2, 2, 3, 3}));
+    writeText(folder_ / "scene.raw", recording({1, 1, 2, 2, 3, 3}));
     const std::size_t frameBytes = 2 * (20 * 9 + 4 * 20);
     for (const auto& [length, frames] : {std::pair{3, 2}, {1, 0}, {0, 0}, {-5, 0}}) {
         const std::string text = runWith(sensorText + "length=" + std::to_string(length) + "\n", "scene.raw");
-        EXPECT_EQ(std::filesystem::file_size(folder / output), frames * frameBytes);
+        EXPECT_EQ(std::filesystem::file_size(folder_ / output), frames * frameBytes);
         EXPECT_THAT(text, HasSubstr(std::to_string(frames + 1) + " processed\n\n"))
             << "the frame that was dropped";
     }
@@ -197,13 +190,13 @@ TEST_F(Halvor, NamesTheOutputByTheBlocksAndTheLastDotOfAll)
     const std::string off = sensorText +
                             "[TNR_Parameter]\nmode=0\n[SPR_Parameter]\nspr=0\n[SNR_Parameter]\nmode=0\n"
                             "[Histogram_Parameter]\nmode=0\n";
-    writeText(folder / "two.dots.raw", "");
-    std::filesystem::create_directory(folder / "v1.2");
-    writeText(folder / "v1.2" / "plain", "");
+    writeText(folder_ / "two.dots.raw", "");
+    std::filesystem::create_directory(folder_ / "v1.2");
+    writeText(folder_ / "v1.2" / "plain", "");
     runWith(off, "two.dots.raw");
     runWith(off, "v1.2/plain");
-    EXPECT_TRUE(std::filesystem::exists(folder / "two.dots.(t1.19).proc"));
-    EXPECT_TRUE(std::filesystem::exists(folder / "v1.(t1.19).proc"));
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "two.dots.(t1.19).proc"));
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "v1.(t1.19).proc"));
     EXPECT_EQ(halvorapp::defaultSettingsPath("a/b/halvor"), "a/b/Marlo-Works/Halvor.ini");
     EXPECT_EQ(halvorapp::defaultSettingsPath("a/b\\c/halvor"), "a/b\\Marlo-Works/Halvor.ini");
     EXPECT_EQ(halvorapp::defaultSettingsPath("halvor"), "Marlo-Works/Halvor.ini");
@@ -211,12 +204,12 @@ TEST_F(Halvor, NamesTheOutputByTheBlocksAndTheLastDotOfAll)
 
 TEST_F(Halvor, FindsItsSettingsBesideTheProgram)
 {
-    std::filesystem::create_directory(folder / "Marlo-Works");
-    writeText(folder / "scene.raw", recording({1, 1}));
-    writeText(folder / "Marlo-Works" / "Halvor.ini", sensorText + "file=" + path("scene.raw") + "\n");
-    EXPECT_THAT(run({}), HasSubstr("open: " + path("scene.raw") + "\n"));
-    EXPECT_EQ(status, 0);
-    EXPECT_GT(std::filesystem::file_size(folder / output), 0U);
+    std::filesystem::create_directory(folder_ / "Marlo-Works");
+    writeText(folder_ / "scene.raw", recording({1, 1}));
+    writeText(folder_ / "Marlo-Works" / "Halvor.ini", sensorText + "file=" + at("scene.raw") + "\n");
+    EXPECT_THAT(run({}), HasSubstr("open: " + at("scene.raw") + "\n"));
+    EXPECT_EQ(status_, 0);
+    EXPECT_GT(std::filesystem::file_size(folder_ / output), 0U);
 }
 
 TEST_F(Halvor, GreetsAndPrintsItsUsage)
@@ -224,52 +217,54 @@ TEST_F(Halvor, GreetsAndPrintsItsUsage)
     const std::string greeting =
         "*********************************\nHalvor Stream Processor "
         "t1.19\n*********************************\n\n";
-    const std::string noSettings = "main: Cannot read " + path("Marlo-Works/Halvor.ini") + "\n";
-    EXPECT_EQ(run({"-h", path("scene.raw")}), greeting + noSettings + "halvor [-h] [-s setting] [stream]\n");
-    EXPECT_EQ(status, 0);
+    const std::string noSettings = "main: Cannot read " + at("Marlo-Works/Halvor.ini") + "\n";
+    EXPECT_EQ(run({"-h", at("scene.raw")}), greeting + noSettings + "halvor [-h] [-s setting] [stream]\n");
+    EXPECT_EQ(status_, 0);
     EXPECT_THAT(run({"-s"}), EndsWith("halvor [-h] [-s setting] [stream]\n"));
-    EXPECT_EQ(status, 1);
+    EXPECT_EQ(status_, 1);
     EXPECT_EQ(fileCount(), 0U);
 }
 
 TEST_F(Halvor, EndsAStreamWhoseFilesCannotBeOpened)
 {
-    std::filesystem::create_directory(folder / "folder.raw");
+    std::filesystem::create_directory(folder_ / "folder.raw");
     for (const std::string stream : {"missing.raw", "folder.raw"}) {
         const std::string text = runWith(sensorText, stream);
-        EXPECT_THAT(text, EndsWith("open: Cannot load " + path(stream) + "\nmain: finished\n"));
-        EXPECT_EQ(status, 1);
+        EXPECT_THAT(text, EndsWith("open: Cannot load " + at(stream) + "\nmain: finished\n"));
+        EXPECT_EQ(status_, 1);
     }
     EXPECT_EQ(fileCount(), 2U) << "only the settings and the folder";
 
-    writeText(folder / "scene.raw", recording({1, 1}));
-    std::filesystem::create_directory(folder / output);
+    writeText(folder_ / "scene.raw", recording({1, 1}));
+    std::filesystem::create_directory(folder_ / output);
     EXPECT_THAT(runWith(sensorText, "scene.raw"),
-                EndsWith("save: Cannot write to " + path(output) + "\nmain: finished\n"));
-    EXPECT_EQ(status, 1);
+                EndsWith("save: Cannot write to " + at(output) + "\nmain: finished\n"));
+    EXPECT_EQ(status_, 1);
 }
 
 TEST_F(Halvor, TellsAFrameThatCouldNotBeWrittenWhole)
 {
-    writeText(folder / "scene.raw", recording({1, 1, 2, 2}));
-    std::filesystem::create_symlink("/dev/full", folder / output);
+    writeText(folder_ / "scene.raw", recording({1, 1, 2, 2}));
+    std::filesystem::create_symlink("/dev/full", folder_ / output);
     const std::string text = runWith(sensorText, "scene.raw");
     EXPECT_THAT(text, HasSubstr("write: truncated frame 1\n1 processed\n\n"));
-    EXPECT_EQ(status, 1);
+    EXPECT_EQ(status_, 1);
 }
 
 TEST_F(Halvor, KeepsAnEarlierResultWhenThereIsNoFrameSize)
 {
-    writeText(folder / "scene.raw", recording({1, 1, 2, 2}));
-    writeText(folder / output, "precious");
+    writeText(folder_ / "scene.raw", recording({1, 1, 2, 2}));
+    writeText(folder_ / output, "precious");
     for (const std::string size : {"-5 9", "5 -9", "0 9", "100000 100000", "2147483647 2147483647"}) {
-        EXPECT_THAT(runWith("[Main_Window]\nsensor=@Size(" + size + ")\n", "scene.raw"),
-                    HasSubstr("main: Cannot use a sensor of "));
-        EXPECT_EQ(status, 1) << size;
+        const std::string text = runWith("[Main_Window]\nsensor=@Size(" + size + ")\n", "scene.raw");
+        EXPECT_THAT(text, HasSubstr("main: Cannot use a sensor of "));
+        EXPECT_THAT(text, EndsWith("\nmain: finished\n"));
+        EXPECT_THAT(text, Not(HasSubstr("save: "))) << "nothing was tried";
+        EXPECT_EQ(status_, 1) << size;
     }
-    run({path("scene.raw")});
-    EXPECT_EQ(status, 1) << "no settings at all";
-    EXPECT_EQ(textOf(folder / output), "precious");
+    run({at("scene.raw")});
+    EXPECT_EQ(status_, 1) << "no settings at all";
+    EXPECT_EQ(textOf(folder_ / output), "precious");
 }
 
 // Narrow frames, whose four lines are shorter than the binary block, and settings far out of range.
@@ -285,7 +280,7 @@ TEST_F(Halvor, SurvivesSettingsWithoutSense)
     std::string bytes;
     for (int i = 0; i < 200; ++i)
         appendWords(bytes, {-32768, 32767});
-    writeText(folder / "scene.raw", bytes + "x");
+    writeText(folder_ / "scene.raw", bytes + "x");
     for (const std::string size : {"1 30", "3 10", "2 2"})
         for (const std::string extreme : {"0", "-2147483648", "99999999999999999999", "31"}) {
             std::string settings = "[Main_Window]\nsensor=@Size(" + size + ")\n";
@@ -295,6 +290,6 @@ TEST_F(Halvor, SurvivesSettingsWithoutSense)
                     settings.append(key).append("=").append(extreme).append("\n");
             }
             EXPECT_THAT(runWith(settings, "scene.raw"), Not(HasSubstr("... 0 processed")));
-            EXPECT_EQ(status, 0);
+            EXPECT_EQ(status_, 0);
         }
 }

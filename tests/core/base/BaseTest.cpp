@@ -1,12 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdint>
 #include <limits>
-#include <random>
 #include <string>
-#include <vector>
 
 #include "core/base/Exception.h"
 #include "core/base/ParallelExceptions.h"
@@ -49,27 +48,18 @@ TEST(WrapArithmetic, WrapsAtBothEndsOfTheRange)
     EXPECT_EQ(lowSigned16(0x12348000), -32768);
 }
 
-TEST(RowSums, GivesTheSameBitsForAnyNumberOfThreads)
+TEST(RowSums, AddTheRowsInOrderForAnyNumberOfThreads)
 {
-    constexpr int rows = 101;
-    constexpr int cols = 77;
-    std::mt19937 random(3);
-    std::uniform_real_distribution<float> values(-1e6F, 1e6F);
-    std::vector<float> image(rows * cols);
-    for (float& value : image)
-        value = values(random);
-
-    const auto sumWith = [&](int threads) {
-        RowSums<double> sums(rows);
+    double expected = 0.0;
+    for (int y = 0; y < 101; ++y)
+        expected += 1e6 / (y + 0.3);
+    for (const int threads : {1, 2, 7}) {
+        RowSums<double> sums(101);
 #pragma omp parallel for schedule(static) num_threads(threads)
-        for (int y = 0; y < rows; ++y)
-            sums[y] = laneSum(cols, [&](int x) { return image[static_cast<std::size_t>(y * cols + x)]; });
-        return sums.total();
-    };
-    const double one = sumWith(1);
-    EXPECT_EQ(one, sumWith(2));
-    EXPECT_EQ(one, sumWith(7));
-    EXPECT_NE(one, 0.0);
+        for (int y = 0; y < 101; ++y)
+            sums[y] = 1e6 / (y + 0.3);
+        EXPECT_EQ(sums.total(), expected);
+    }
 }
 
 TEST(RowSums, LaneSumTakesEveryElementOnce)
@@ -81,6 +71,7 @@ TEST(RowSums, LaneSumTakesEveryElementOnce)
 TEST(ParallelExceptions, RaisesTheLowestIndexBehindTheLoopAndLosesNoOtherWork)
 {
     ParallelExceptions failures;
+    EXPECT_NO_THROW(failures.rethrow());
     std::atomic<int> done = 0;
 #pragma omp parallel for schedule(static) num_threads(4)
     for (int i = 0; i < 100; ++i) {
@@ -97,11 +88,4 @@ TEST(ParallelExceptions, RaisesTheLowestIndexBehindTheLoopAndLosesNoOtherWork)
     } catch (int index) {
         EXPECT_EQ(index, 20);
     }
-}
-
-TEST(ParallelExceptions, IsSilentWhenNothingFailed)
-{
-    ParallelExceptions failures;
-    failures.run(0, [] {});
-    EXPECT_NO_THROW(failures.rethrow());
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,11 +8,11 @@
 #include <fstream>
 #include <memory>
 #include <ostream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "apps/TemporaryFolder.h"
 #include "core/GroupedDigits.h"
 #include "core/base/Exception.h"
 #include "core/diagnostics/DebugChannel.h"
@@ -66,86 +67,72 @@ struct HostStatic
     }
 };
 
-std::string readFile(const std::filesystem::path& path)
-{
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-class LogFacilityTest : public testing::Test
+class LogFacilityTest : public TemporaryFolder
 {
 protected:
-    void SetUp() override { std::filesystem::create_directories(folder); }
-
     void TearDown() override
     {
-        log.resetStream();
-        log.setLogLevel(LogFacility::off);
-        log.setShowCodeInfo(false);
-        std::filesystem::remove_all(folder);
+        log_.resetStream();
+        log_.setLogLevel(LogFacility::off);
+        log_.setShowCodeInfo(false);
+        TemporaryFolder::TearDown();
     }
 
-    LogFacility& log = LogFacility::getInstance();
-    std::filesystem::path folder =
-        std::filesystem::temp_directory_path() /
-        ("vxkit-log-" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
+    LogFacility& log_ = LogFacility::getInstance();
 };
 
 }  // namespace
 
 TEST_F(LogFacilityTest, WritesLinesUpToItsLevelAndFlushesEachOne)
 {
-    const auto path = folder / "a.log";
-    log.openLogFile(path.string(), false);
-    log.logMessage(LogFacility::problems, "off");
-    log.setLogLevel(LogFacility::problems);
-    log.logMessage(LogFacility::problems, "problem");
-    log.logMessage(LogFacility::progress, "progress");
-    EXPECT_EQ(readFile(path), "problem\n");
-    log.setLogLevel(LogFacility::progress);
-    VX_LOG(LogFacility::progress, "frame " << 3);
-    EXPECT_EQ(readFile(path), "problem\nframe 3\n");
+    const auto path = folder_ / "a.log";
+    log_.openLogFile(path.string(), false);
+    VX_LOG(LogFacility::problems, "off");
+    log_.setLogLevel(LogFacility::problems);
+    VX_LOG(LogFacility::problems, "problem");
+    VX_LOG(LogFacility::progress, "progress");
+    DebugChannel channel("DBG");
+    channel.setLogLevel(11);
+    channel.send("a problem", 2);
+    channel.send("a step", 11);
+    EXPECT_EQ(textOf(path), "problem\nDBG: a problem\n");
+    log_.setLogLevel(LogFacility::progress);
+    log_.setShowCodeInfo(true);
+    VX_LOG(LogFacility::progress, "here");
+    EXPECT_THAT(textOf(path),
+                testing::ContainsRegex("tests/core/diagnostics/DiagnosticsTest\\.cpp, [0-9]+ : here\n"));
 }
 
-TEST_F(LogFacilityTest, TruncatesUnlessToldToAppend)
+TEST_F(LogFacilityTest, LosesNothingUnlessToldToStartAnew)
 {
-    const auto path = folder / "b.log";
+    const auto path = folder_ / "b.log";
     std::ofstream(path) << "before\n";
-    log.setLogLevel(LogFacility::progress);
-    log.openLogFile(path.string(), true);
-    log.logMessage(LogFacility::progress, "one");
-    EXPECT_EQ(readFile(path), "before\none\n");
-    log.openLogFile(path.string(), false);
-    log.logMessage(LogFacility::progress, "two");
-    EXPECT_EQ(readFile(path), "two\n");
+    log_.setLogLevel(LogFacility::progress);
+    log_.openLogFile(path.string(), false);
+    log_.logMessage(LogFacility::progress, "one");
+    std::ofstream(path, std::ios::app) << "from another process\n";
+    log_.logMessage(LogFacility::progress, "two");
+    log_.openLogFile(path.string(), false);
+    log_.logMessage(LogFacility::progress, "three");
+    EXPECT_EQ(textOf(path), "before\none\nfrom another process\ntwo\nthree\n");
+    log_.openLogFile(path.string(), true);
+    log_.logMessage(LogFacility::progress, "four");
+    EXPECT_EQ(textOf(path), "four\n");
 }
 
 TEST_F(LogFacilityTest, TellsAnUnwritableFileOnceAndGoesOnOnStandardError)
 {
-    const std::string path = (folder / "missing" / "c.log").string();
-    log.setLogLevel(LogFacility::progress);
+    const std::string path = (folder_ / "missing" / "c.log").string();
+    log_.setLogLevel(LogFacility::progress);
     testing::internal::CaptureStderr();
-    log.openLogFile(path, false);
-    log.openLogFile(path, false);
-    log.logMessage(LogFacility::progress, "still here");
+    log_.openLogFile(path, false);
+    log_.openLogFile(path, false);
+    log_.logMessage(LogFacility::progress, "still here");
     const std::string text = testing::internal::GetCapturedStderr();
     const std::size_t told = text.find(path);
     ASSERT_NE(told, std::string::npos);
     EXPECT_EQ(text.find(path, told + 1), std::string::npos);
     EXPECT_THAT(text, HasSubstr("still here\n"));
-}
-
-TEST_F(LogFacilityTest, ShowsTheOriginOnlyWhenAsked)
-{
-    const auto path = folder / "d.log";
-    log.openLogFile(path.string(), false);
-    log.setLogLevel(LogFacility::progress);
-    log.setShowCodeInfo(true);
-    VX_LOG(LogFacility::progress, "here");
-    EXPECT_THAT(readFile(path),
-                testing::MatchesRegex("tests/core/diagnostics/DiagnosticsTest\\.cpp, [0-9]+ : here\n"));
 }
 
 TEST(DebugChannel, IsSilentAndFormatsNothingUntilALevelAndADeviceAreSet)
@@ -169,29 +156,17 @@ TEST(DebugChannel, IsSilentAndFormatsNothingUntilALevelAndADeviceAreSet)
     EXPECT_THAT(device->lines, ElementsAre("SR|value expensive", "SR|from the copy"));
 }
 
-TEST_F(LogFacilityTest, ReceivesChannelLinesUpToTheChannelsLogLevel)
-{
-    const auto path = folder / "e.log";
-    log.openLogFile(path.string(), false);
-    log.setLogLevel(LogFacility::problems);
-    DebugChannel channel("DBG");
-    channel.setLogLevel(11);
-    channel.send("a problem", 2);
-    channel.send("a step", 11);
-    EXPECT_EQ(readFile(path), "DBG: a problem\n");
-}
-
 TEST_F(LogFacilityTest, WritesNumbersAlikeInAnyLocaleOfTheHost)
 {
     const vxtest::GroupedDigits locale;
-    const auto path = folder / "f.log";
-    log.openLogFile(path.string(), false);
-    log.setLogLevel(LogFacility::progress);
+    const auto path = folder_ / "f.log";
+    log_.openLogFile(path.string(), false);
+    log_.setLogLevel(LogFacility::progress);
     VX_LOG(LogFacility::progress, "pixels: " << 1200 << " sigma: " << 0.5F);
     DebugChannel channel("SR");
     channel.setLogLevel(11);
     channel.send("Pnr   :", 1200.5F, 11);
-    EXPECT_EQ(readFile(path), "pixels: 1200 sigma: 0.5\nSR: Pnr   :1200.5\n");
+    EXPECT_EQ(textOf(path), "pixels: 1200 sigma: 0.5\nSR: Pnr   :1200.5\n");
 }
 
 TEST(DebugSingleton, ConfiguresChannelsThatAreThereAndThoseThatCome)
@@ -220,7 +195,7 @@ TEST(DebugSingleton, ConfiguresChannelsThatAreThereAndThoseThatCome)
     EXPECT_THAT(device->lines, ElementsAre("before|1", "after|2"));
 }
 
-TEST(ProcessWideObjects, OutliveTheStaticsOfAHost)
+TEST_F(LogFacilityTest, OutlivesTheStaticsOfAHostLikeTheRegistry)
 {
     // In a new process, where the host's object is older than those of the library.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -233,7 +208,7 @@ TEST(ProcessWideObjects, OutliveTheStaticsOfAHost)
         std::exit(0);
     };
     EXPECT_EXIT(runToTheEnd(), testing::ExitedWithCode(0), "");
-    EXPECT_EQ(readFile(path), "channels: 1\n");
+    EXPECT_EQ(textOf(path), "channels: 1\n");
     std::filesystem::remove(path);
 }
 
@@ -247,17 +222,17 @@ TEST(DebugDeviceConsole, NamesTheChannelOnStandardError)
 
 TEST_F(LogFacilityTest, DebugDeviceFileHoldsEachLineAtOnceAndRefusesAFileThatCannotBeWritten)
 {
-    const auto path = folder / "trace.txt";
+    const auto path = folder_ / "trace.txt";
     std::ofstream(path) << "before\n";
     DebugDeviceFile device(path.string());
     device.write("SrFloat", "start addFrame", 11);
-    EXPECT_EQ(readFile(path), "[SrFloat] start addFrame\n");
+    EXPECT_EQ(textOf(path), "[SrFloat] start addFrame\n");
     EXPECT_TRUE(device.isComplete());
     DebugDeviceFile full("/dev/full");
     full.write("SrFloat", "lost", 11);
     EXPECT_FALSE(full.isComplete());
     testing::internal::CaptureStderr();
-    EXPECT_THROW(DebugDeviceFile((folder / "missing" / "trace.txt").string()), Exception);
+    EXPECT_THROW(DebugDeviceFile((folder_ / "missing" / "trace.txt").string()), Exception);
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("missing"));
 }
 
@@ -270,7 +245,6 @@ TEST(StopWatch, MeasuresBetweenStartAndStop)
     watch.stop();
     const double first = watch.timeElapsed();
     EXPECT_GE(first, 0.005);
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
     EXPECT_EQ(watch.timeElapsed(), first);
 }
 

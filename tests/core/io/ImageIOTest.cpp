@@ -1,8 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
 #include <bit>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/TemporaryFolder.h"
 #include "core/GroupedDigits.h"
 #include "core/base/Exception.h"
 #include "core/io/ImageIO.h"
@@ -18,16 +19,7 @@ using namespace halvor::vx;
 
 namespace {
 
-class ImageIOTest : public testing::Test
-{
-protected:
-    void SetUp() override { std::filesystem::create_directories(folder); }
-    void TearDown() override { std::filesystem::remove_all(folder); }
-
-    std::filesystem::path folder =
-        std::filesystem::temp_directory_path() /
-        ("vxkit-image-" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
-};
+using ImageIOTest = TemporaryFolder;
 
 cv::Mat_<float> ramp(int rows, int cols)
 {
@@ -48,7 +40,7 @@ std::vector<char> bytesOf(const std::filesystem::path& path)
 
 TEST_F(ImageIOTest, SavesWhatAnotherReaderOpensInAnyLocaleOfTheHost)
 {
-    const auto path = folder / "one.pfm";
+    const auto path = folder_ / "one.pfm";
     const cv::Mat_<float> image = ramp(3, 1200);
     const vxtest::GroupedDigits locale;
     ASSERT_TRUE(ImageIO::save(path.string(), image, 2));
@@ -60,7 +52,7 @@ TEST_F(ImageIOTest, SavesWhatAnotherReaderOpensInAnyLocaleOfTheHost)
 
 TEST_F(ImageIOTest, KeepsMarkerPatternsBitByBit)
 {
-    const auto path = folder / "marker.pfm";
+    const auto path = folder_ / "marker.pfm";
     cv::Mat_<float> image = ramp(1, 2);
     image(0, 1) = std::bit_cast<float>(std::uint32_t{0x84});
     ASSERT_TRUE(ImageIO::save(path.string(), image, 2));
@@ -71,7 +63,7 @@ TEST_F(ImageIOTest, KeepsMarkerPatternsBitByBit)
 
 TEST_F(ImageIOTest, StreamsFramesOneBehindTheOtherAndCopiesShareTheStream)
 {
-    const auto path = folder / "stream.pfm";
+    const auto path = folder_ / "stream.pfm";
     ImageIO stream(2);
     EXPECT_FALSE(stream.isOpen());
     stream << ramp(2, 2);
@@ -89,9 +81,9 @@ TEST_F(ImageIOTest, StreamsFramesOneBehindTheOtherAndCopiesShareTheStream)
 TEST_F(ImageIOTest, RefusesWhatItCantWrite)
 {
     ImageIO stream(2);
-    EXPECT_FALSE(stream.open((folder / "missing" / "a.pfm").string()));
+    EXPECT_FALSE(stream.open((folder_ / "missing" / "a.pfm").string()));
     EXPECT_FALSE(stream.isOpen());
-    EXPECT_FALSE(ImageIO::save((folder / "missing" / "a.pfm").string(), ramp(2, 2), 2));
+    EXPECT_FALSE(ImageIO::save((folder_ / "missing" / "a.pfm").string(), ramp(2, 2), 2));
     testing::internal::CaptureStderr();
     EXPECT_THROW(ImageIO(7), Exception);
     testing::internal::GetCapturedStderr();

@@ -1,124 +1,85 @@
-#include <gmock/gmock.h>
+// SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
-#include <omp.h>
 
-#include <algorithm>
 #include <cmath>
-#include <complex>
-#include <memory>
-#include <numbers>
-#include <random>
-#include <sstream>
-#include <string>
-#include <vector>
+#include <opencv2/imgproc.hpp>
 
 #include "core/base/Exception.h"
+#include "doubles/SameBits.h"
+#include "doubles/ThreadCount.h"
 #include "enhancement/superresolution/SrFloatFft2d.h"
 #include "enhancement/superresolution/reference/SuperResolutionFft2d.h"
 #include "support/CapturedOutput.h"
 
-using halvor::vx::Exception;
-using halvor::vx::SrFloatFft2d;
-using halvor::vx::SuperResolutionFft2d;
+using namespace halvor::vx;
+using namespace vxtest;
 using vxsupport::CapturedOutput;
 
 namespace {
 
-std::vector<float> randomImage(int width, int height)
+constexpr int radius = 5;
+
+cv::Mat_<float> randomImage(cv::Size size)
 {
-    std::mt19937 random(static_cast<unsigned>(width * 1000 + height));
-    std::uniform_real_distribution<float> values(-1.0F, 1.0F);
-    std::vector<float> image(static_cast<std::size_t>(width * height));
-    for (float& value : image)
-        value = values(random);
+    cv::Mat_<float> image(size);
+    cv::RNG(static_cast<unsigned>(size.width * 1000 + size.height))
+        .fill(image, cv::RNG::UNIFORM, -1.0F, 1.0F);
     return image;
 }
 
-class HalfSpectrum
+// The first half of each row, as the transforms take it.
+struct HalfSpectrum : cv::Mat_<cv::Vec2f>
 {
-public:
-    HalfSpectrum(int width, int height)
-        : half_(width / 2 + 1),
-          values_(std::make_unique<float[][2]>(static_cast<std::size_t>(half_) * height))
-    {}
-    float (*data())[2] { return values_.get(); }
-    std::complex<double> at(int y, int k) const
-    {
-        const float(&value)[2] = values_[static_cast<std::ptrdiff_t>(y) * half_ + k];
-        return {value[0], value[1]};
-    }
-    float (&operator[](int i))[2] { return values_[static_cast<std::size_t>(i)]; }
-
-private:
-    int half_;
-    std::unique_ptr<float[][2]> values_;
+    explicit HalfSpectrum(cv::Size image) : Mat_(image.height, image.width / 2 + 1) {}
+    float (*values())[2] { return reinterpret_cast<float(*)[2]>(data); }
 };
 
-std::complex<double> naiveHarmonic(const std::vector<float>& image, int width, int height, int v, int u)
+template <typename Fft>
+HalfSpectrum transformed(Fft& fft, const cv::Mat_<float>& image)
 {
-    std::complex<double> sum;
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            const double turns =
-                static_cast<double>(u * x % width) / width + static_cast<double>(v * y % height) / height;
-            sum += static_cast<double>(image[y * width + x]) * std::polar(1.0, -2 * std::numbers::pi * turns);
-        }
-    }
-    return sum;
+    HalfSpectrum spectrum(image.size());
+    fft.forward(image[0], spectrum.values());
+    return spectrum;
 }
 
-// Each output pixel from its definition: in-frame taps, divided by the mass that stayed inside.
-std::vector<float> truncatedBlur(const std::vector<float>& image, int width, int height,
-                                 const std::vector<float>& kernel)
+template <typename Fft>
+cv::Mat_<float> returned(Fft& fft, const cv::Mat_<float>& image)
 {
-    const int radius = static_cast<int>(kernel.size()) - 1;
-    std::vector<float> out(image.size());
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            double sum = 0.0;
-            double mass = 0.0;
-            for (int j = std::max(-radius, -y); j <= std::min(radius, height - 1 - y); ++j) {
-                for (int i = std::max(-radius, -x); i <= std::min(radius, width - 1 - x); ++i) {
-                    const double weight = static_cast<double>(kernel[std::abs(i)]) * kernel[std::abs(j)];
-                    sum += weight * image[(y + j) * width + x + i];
-                    mass += weight;
-                }
-            }
-            out[y * width + x] = static_cast<float>(sum / mass);
-        }
-    }
-    return out;
-}
-
-float largestDifference(const std::vector<float>& a, const std::vector<float>& b)
-{
-    float largest = 0.0F;
-    for (std::size_t i = 0; i < a.size(); ++i)
-        largest = std::max(largest, std::abs(a[i] - b[i]));
-    return largest;
+    cv::Mat_<float> back(image.size());
+    HalfSpectrum spectrum = transformed(fft, image);
+    fft.backward(spectrum.values(), back[0]);
+    back /= static_cast<double>(image.total());
+    return back;
 }
 
 // Smooths an image by a product of spectra and repairs its border.
 template <typename Fft>
-std::vector<float> smooth(const std::vector<float>& image, int width, int height, int radius,
-                          std::vector<float>& kernel)
+cv::Mat_<float> smooth(Fft&& fft, const cv::Mat_<float>& image, float* kernel)
 {
-    Fft fft(width, height);
-    HalfSpectrum gauss(width, height);
-    HalfSpectrum spectrum(width, height);
-    kernel.resize(static_cast<std::size_t>(radius) + 1);
-    fft.gaussFft(radius, std::sqrt(3.0F), gauss.data(), kernel.data());
-    fft.forward(image.data(), spectrum.data());
-    for (int i = 0; i < (width / 2 + 1) * height; ++i) {
-        const std::complex<float> product = std::complex<float>(spectrum[i][0], spectrum[i][1]) *
-                                            std::complex<float>(gauss[i][0], gauss[i][1]);
-        spectrum[i][0] = product.real();
-        spectrum[i][1] = product.imag();
-    }
-    std::vector<float> blurred(image.size());
-    fft.backward(spectrum.data(), blurred.data());
-    fft.repairGaussBlur(image.data(), blurred.data(), radius, kernel.data());
+    HalfSpectrum gauss(image.size());
+    fft.gaussFft(radius, std::sqrt(3.0F), gauss.values(), kernel);
+    HalfSpectrum spectrum = transformed(fft, image);
+    cv::mulSpectrums(spectrum, gauss, spectrum, 0);
+    cv::Mat_<float> blurred(image.size());
+    fft.backward(spectrum.values(), blurred[0]);
+    fft.repairGaussBlur(image[0], blurred[0], radius, kernel);
     return blurred;
+}
+
+// Each output pixel from its definition: in-frame taps, divided by the mass that stayed inside.
+cv::Mat truncatedBlur(const cv::Mat_<float>& image, const float* kernel)
+{
+    cv::Mat_<double> taps(2 * radius + 1, 1);
+    for (int i = -radius; i <= radius; ++i)
+        taps(radius + i) = kernel[std::abs(i)];
+    const auto blur = [&taps](const cv::Mat& in) {
+        cv::Mat out;
+        cv::sepFilter2D(in, out, CV_64F, taps, taps, {-1, -1}, 0.0, cv::BORDER_CONSTANT);
+        return out;
+    };
+    cv::Mat result;
+    cv::divide(blur(image), blur(cv::Mat_<float>(image.size(), 1.0F)), result, 1.0, CV_32F);
+    return result;
 }
 
 // The twin's lines are not for the test's report.
@@ -131,68 +92,46 @@ class Fft2d : public testing::Test
 using Transforms = testing::Types<SrFloatFft2d, SuperResolutionFft2d>;
 TYPED_TEST_SUITE(Fft2d, Transforms);
 
-struct Size
-{
-    int width;
-    int height;
-};
-
-// Widths with one, two and more factors, beyond and below a tile of columns; heights with large primes.
-constexpr Size sizes[] = {{2, 1}, {8, 7}, {14, 11}, {22, 13}, {18, 49}, {26, 8}, {34, 22}};
-
 }  // namespace
 
-TYPED_TEST(Fft2d, ForwardGivesEveryHarmonicOfTheDefinition)
+// Widths with one, two and more factors, beyond and below a tile of columns; heights with large primes.
+TYPED_TEST(Fft2d, GivesEveryHarmonicOfTheDefinitionAndTheImageBack)
 {
-    for (const auto [width, height] : sizes) {
-        SCOPED_TRACE(std::to_string(width) + " x " + std::to_string(height));
-        const std::vector<float> image = randomImage(width, height);
-        HalfSpectrum spectrum(width, height);
-        TypeParam(width, height).forward(image.data(), spectrum.data());
-        double largest = 0.0;
-        for (int v = 0; v < height; ++v) {
-            for (int u = 0; u <= width / 2; ++u) {
-                const auto expected = naiveHarmonic(image, width, height, v, u);
-                largest = std::max(largest, std::abs(spectrum.at(v, u) - expected));
-            }
-        }
-        EXPECT_LT(largest, 2e-6 * std::sqrt(width * height));
-    }
-}
-
-TYPED_TEST(Fft2d, BackwardReturnsTheImageTimesItsSize)
-{
-    constexpr Size withLargerOnes[] = {{2, 1}, {8, 7}, {22, 13}, {160, 120}, {202, 37}, {64, 1}, {2, 101}};
-    for (const auto [width, height] : withLargerOnes) {
-        SCOPED_TRACE(std::to_string(width) + " x " + std::to_string(height));
-        const std::vector<float> image = randomImage(width, height);
-        HalfSpectrum spectrum(width, height);
-        std::vector<float> back(image.size());
-        TypeParam fft(width, height);
-        fft.forward(image.data(), spectrum.data());
-        fft.backward(spectrum.data(), back.data());
-        for (float& value : back)
-            value /= static_cast<float>(width * height);
-        EXPECT_LT(largestDifference(back, image), 2e-6F);
+    for (const cv::Size size : {cv::Size(2, 1),
+                                {8, 7},
+                                {14, 11},
+                                {22, 13},
+                                {18, 49},
+                                {26, 8},
+                                {34, 22},
+                                {160, 120},
+                                {202, 37},
+                                {64, 1},
+                                {2, 101}}) {
+        SCOPED_TRACE(testing::Message() << size);
+        const cv::Mat_<float> image = randomImage(size);
+        TypeParam fft(size.width, size.height);
+        const HalfSpectrum spectrum = transformed(fft, image);
+        cv::Mat expected;
+        image.convertTo(expected, CV_64F);
+        cv::dft(expected, expected, cv::DFT_COMPLEX_OUTPUT);
+        expected.colRange(0, spectrum.cols).convertTo(expected, CV_32F);
+        EXPECT_LT(cv::norm(spectrum, expected, cv::NORM_INF), 2e-6 * std::sqrt(size.area()));
+        EXPECT_LT(cv::norm(returned(fft, image), image, cv::NORM_INF), 2e-6);
     }
 }
 
 TYPED_TEST(Fft2d, GaussianKernelSumsToOneAndItsSpectrumKeepsAFlatFrame)
 {
-    constexpr int width = 22;
-    constexpr int height = 13;
-    std::vector<float> kernel;
-    const std::vector<float> flat(width * height, 36.6F);
-    const std::vector<float> smoothed = smooth<TypeParam>(flat, width, height, 5, kernel);
-    EXPECT_LT(largestDifference(smoothed, flat), 36.6F * 2e-6F);
-
+    float kernel[radius + 1];
+    const cv::Mat_<float> flat(13, 22, 36.6F);
+    EXPECT_LT(cv::norm(smooth(TypeParam(22, 13), flat, kernel), flat, cv::NORM_INF), 36.6 * 2e-6);
     double sum = kernel[0];
-    for (std::size_t i = 1; i < kernel.size(); ++i) {
+    for (int i = 1; i <= radius; ++i) {
         sum += 2.0 * kernel[i];
         // The pixel integral of a Gaussian of that width; the closed form of erf is good to about 1e-4.
         const double scale = std::sqrt(2.0 * 3.0);
-        const double x = static_cast<double>(i);
-        const double integral = (std::erf((x + 0.5) / scale) - std::erf((x - 0.5) / scale)) / 2.0;
+        const double integral = (std::erf((i + 0.5) / scale) - std::erf((i - 0.5) / scale)) / 2.0;
         EXPECT_NEAR(kernel[i], integral / std::erf(5.5 / scale), 2e-4) << i;
     }
     EXPECT_NEAR(sum, 1.0, 1e-6);
@@ -200,13 +139,11 @@ TYPED_TEST(Fft2d, GaussianKernelSumsToOneAndItsSpectrumKeepsAFlatFrame)
 
 TYPED_TEST(Fft2d, RepairedBlurIsTheBlurThatStopsAtTheFramesEdges)
 {
-    constexpr Size asSmallAsPossibleAndLarger[] = {{12, 11}, {22, 13}, {40, 31}};
-    for (const auto [width, height] : asSmallAsPossibleAndLarger) {
-        SCOPED_TRACE(std::to_string(width) + " x " + std::to_string(height));
-        const std::vector<float> image = randomImage(width, height);
-        std::vector<float> kernel;
-        const std::vector<float> smoothed = smooth<TypeParam>(image, width, height, 5, kernel);
-        EXPECT_LT(largestDifference(smoothed, truncatedBlur(image, width, height, kernel)), 3e-6F);
+    for (const cv::Size size : {cv::Size(12, 11), {22, 13}, {40, 31}}) {  // from the smallest possible on
+        const cv::Mat_<float> image = randomImage(size);
+        float kernel[radius + 1];
+        const cv::Mat_<float> smoothed = smooth(TypeParam(size.width, size.height), image, kernel);
+        EXPECT_LT(cv::norm(smoothed, truncatedBlur(image, kernel), cv::NORM_INF), 3e-6) << size;
     }
 }
 
@@ -217,58 +154,27 @@ TYPED_TEST(Fft2d, RefusesSizesThatItCannotTransformOrSmooth)
     EXPECT_THROW(TypeParam(0, 8), Exception);
     EXPECT_THROW(TypeParam(8, 0), Exception);
     TypeParam fft(10, 20);
-    HalfSpectrum spectrum(10, 20);
-    std::vector<float> kernel(6);
-    std::vector<float> image(200);
-    EXPECT_THROW(fft.gaussFft(5, 1.0F, spectrum.data(), kernel.data()), Exception);
-    EXPECT_THROW(fft.repairGaussBlur(image.data(), image.data(), 5, kernel.data()), Exception);
-    EXPECT_THROW(fft.gaussFft(-1, 1.0F, spectrum.data(), kernel.data()), Exception);
-    EXPECT_NO_THROW(fft.gaussFft(4, 1.0F, spectrum.data(), kernel.data()));
+    HalfSpectrum spectrum({10, 20});
+    float kernel[radius + 1];
+    cv::Mat_<float> image = randomImage({10, 20});
+    EXPECT_THROW(fft.gaussFft(5, 1.0F, spectrum.values(), kernel), Exception);
+    EXPECT_THROW(fft.repairGaussBlur(image[0], image[0], 5, kernel), Exception);
+    EXPECT_THROW(fft.gaussFft(-1, 1.0F, spectrum.values(), kernel), Exception);
+    EXPECT_NO_THROW(fft.gaussFft(4, 1.0F, spectrum.values(), kernel));
     testing::internal::GetCapturedStderr();
 }
 
-TEST(Fft2dTwins, GiveTheSameBitsWithAnyNumberOfThreads)
+TEST(Fft2dTwins, GiveTheSameBitsWithAnyNumberOfThreadsAlsoOfThoseAddedAfterConstruction)
 {
-    constexpr int width = 362;  // small frames are not shared among threads
-    constexpr int height = 182;
-    const std::vector<float> image = randomImage(width, height);
-    std::vector<float> kernel;
+    const cv::Mat_<float> image = randomImage({362, 182});  // small frames are not shared among threads
+    float kernel[radius + 1];
     const CapturedOutput silence;
-    const std::vector<float> serial = smooth<SuperResolutionFft2d>(image, width, height, 5, kernel);
-    const int before = omp_get_max_threads();
-    for (const int threads : {1, 2, 7}) {
-        omp_set_num_threads(threads);
-        EXPECT_EQ(smooth<SrFloatFft2d>(image, width, height, 5, kernel), serial) << threads;
+    const cv::Mat_<float> serial = smooth(SuperResolutionFft2d(362, 182), image, kernel);
+    const ThreadCount one(1);
+    SrFloatFft2d early(362, 182);
+    for (const int threads : {1, 2, 8}) {
+        const ThreadCount limit(threads);
+        EXPECT_TRUE(sameBits(smooth(early, image, kernel), serial)) << threads;
+        EXPECT_TRUE(sameBits(smooth(SrFloatFft2d(362, 182), image, kernel), serial)) << threads;
     }
-    omp_set_num_threads(before);
-}
-
-TEST(SrFloatFft2d, WorksWhenThreadsWereAddedAfterItsConstruction)
-{
-    const int before = omp_get_max_threads();
-    omp_set_num_threads(1);
-    SrFloatFft2d fft(256, 256);
-    omp_set_num_threads(8);
-    const std::vector<float> image = randomImage(256, 256);
-    std::vector<float> back(image.size());
-    HalfSpectrum spectrum(256, 256);
-    fft.forward(image.data(), spectrum.data());
-    fft.backward(spectrum.data(), back.data());
-    omp_set_num_threads(before);
-    for (float& value : back)
-        value /= 256 * 256;
-    EXPECT_LT(largestDifference(back, image), 2e-6F);
-}
-
-TEST(SuperResolutionFft2d, WritesTheTapsOfTheKernel)
-{
-    SuperResolutionFft2d fft(16, 16);
-    HalfSpectrum spectrum(16, 16);
-    std::vector<float> kernel(6);
-    const CapturedOutput output;
-    fft.gaussFft(5, std::sqrt(3.0F), spectrum.data(), kernel.data());
-    std::ostringstream expected;
-    for (const float tap : kernel)
-        expected << tap << '\n';
-    EXPECT_EQ(output.text(), expected.str());
 }

@@ -1,12 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <opencv2/core.hpp>
 #include <random>
 #include <vector>
 
 #include "core/base/PointF.h"
+#include "doubles/SameBits.h"
+#include "enhancement/superresolution/reference/SuperResolutionRegistration.h"
 
 namespace vxtest {
 
@@ -50,10 +54,7 @@ public:
 private:
     struct Spot
     {
-        double x;
-        double y;
-        double width;
-        double height;
+        double x, y, width, height;
     };
     std::vector<Spot> spots_;
 };
@@ -63,6 +64,30 @@ inline const cv::Size frameSize(160, 120);
 inline Scene fineScene(const cv::Size& size = frameSize)
 {
     return {size, 20, (size.width + 40) * (size.height + 40) / 90, 1.5, 5.0};
+}
+
+/// Detail of a pixel or two all over the frame, as phase correlation needs it.
+inline const Scene& detailedScene()
+{
+    static const Scene scene(frameSize, 20, 3000, 0.7, 2.0);
+    return scene;
+}
+
+inline cv::Mat_<float> noise(const cv::Size& size)
+{
+    cv::Mat_<float> image(size);
+    cv::RNG(11).fill(image, cv::RNG::UNIFORM, 20.0F, 30.0F);
+    return image;
+}
+
+/// The image moved right and down, with what leaves at one side coming in at the other.
+inline cv::Mat_<float> rolled(const cv::Mat_<float>& image, int right, int down)
+{
+    cv::Mat_<float> result(image.size());
+    for (int y = 0; y < image.rows; ++y)
+        for (int x = 0; x < image.cols; ++x)
+            result((y + down + image.rows) % image.rows, (x + right + image.cols) % image.cols) = image(y, x);
+    return result;
 }
 
 /// A registration with the buffers that an engine keeps for it.
@@ -80,6 +105,7 @@ public:
             registeredRows_.push_back(registered.back()[0]);
         }
         shifts.assign(static_cast<std::size_t>(windowSize), PointF{-1.0F, -1.0F});
+        rows_.reserve(shifts.size());
     }
 
     void add(const cv::Mat_<float>& frame)
@@ -91,12 +117,13 @@ public:
     /// A frame that an engine holds, but that never came to the registration.
     void addUnprepared(const cv::Mat_<float>& frame) { frames.push_back(frame.clone()); }
 
+    /// Takes no memory of its own.
     int run(int reference)
     {
-        std::vector<float*> rows;
+        rows_.clear();
         for (cv::Mat_<float>& frame : frames)
-            rows.push_back(frame[0]);
-        return registration.doRegistration(static_cast<int>(frames.size()), reference, rows.data(),
+            rows_.push_back(frame[0]);
+        return registration.doRegistration(static_cast<int>(frames.size()), reference, rows_.data(),
                                            shifts.data(), maskRows_.data(), registeredRows_.data());
     }
 
@@ -118,15 +145,10 @@ public:
 
 private:
     cv::Size size_;
+    std::vector<float*> rows_;
     std::vector<char*> maskRows_;
     std::vector<float*> registeredRows_;
 };
-
-inline bool sameBits(const cv::Mat& a, const cv::Mat& b)
-{
-    return a.size() == b.size() && a.type() == b.type() &&
-           std::equal(a.datastart, a.dataend, b.datastart, b.dataend);
-}
 
 /// The scene's place in each frame; the second one is the reference.
 inline const std::vector<cv::Point2d> burst = {
@@ -134,11 +156,46 @@ inline const std::vector<cv::Point2d> burst = {
 inline constexpr int burstReference = 1;
 
 template <typename Registration>
-void addBurst(RegistrationHarness<Registration>& harness, const cv::Size& size = frameSize)
+void addBurst(RegistrationHarness<Registration>& harness, const Scene& scene,
+              const cv::Size& size = frameSize)
 {
-    const Scene scene = fineScene(size);
     for (const cv::Point2d& d : burst)
         harness.add(scene.frame(size, d.x, d.y));
 }
+
+/// Gives the serial registration, whose caller keeps the spectra, the shape of the fast ones.
+class SerialRegistration
+{
+public:
+    SerialRegistration(int width, int height, int window)
+        : registration_(width, height, 2.0F, 5), spectrumSize_((width / 2 + 1) * height), window_(window)
+    {}
+
+    void prepareFrame(float* frame)
+    {
+        spectra_.push_back(std::make_unique<float[][2]>(static_cast<std::size_t>(spectrumSize_)));
+        if (static_cast<int>(spectra_.size()) > window_)
+            spectra_.erase(spectra_.begin());
+        registration_.getFft()->forward(frame, spectra_.back().get());
+    }
+
+    int doRegistration(int count, int reference, float** frames, PointF* shifts, char** masks,
+                       float** registered)
+    {
+        std::vector<float(*)[2]> spectra;
+        for (const auto& spectrum : spectra_)
+            spectra.push_back(spectrum.get());
+        return registration_.doRegistration(count, reference, frames, spectra.data(), shifts, masks,
+                                            registered);
+    }
+
+    void getCompleteShifts(std::vector<PointF>& out) { registration_.getCompleteShifts(out); }
+
+private:
+    halvor::vx::SuperResolutionRegistration registration_;
+    int spectrumSize_;
+    int window_;
+    std::vector<std::unique_ptr<float[][2]>> spectra_;
+};
 
 }  // namespace vxtest

@@ -1,158 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/superresolution/SuperResolutionCAdapter.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <array>
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include <functional>
 #include <limits>
-#include <opencv2/core.hpp>
-#include <opencv2/imgcodecs.hpp>
-#include <sstream>
-#include <string>
-#include <vector>
 
-#include "core/diagnostics/LogFacility.h"
-#include "enhancement/superresolution/FlatInterfaceInC.h"
+#include "enhancement/superresolution/EngineHarness.h"
+#include "enhancement/superresolution/FlatContext.h"
 #include "enhancement/superresolution/SrFloat.h"
 #include "enhancement/superresolution/SrFloatRegistration2.h"
-#include "enhancement/superresolution/TestBursts.h"
 
 using namespace vxtest;
 using testing::ElementsAre;
 
-namespace {
-
-constexpr int failure = -999;
-
-std::string message()
+TEST_F(FlatInterface, GivesWhatTheEngineWithTheSameSettingsGivesBesideOtherContexts)
 {
-    std::array<char, 200> buffer{};
-    EXPECT_EQ(SuperResolution_getErrorMessage(buffer.data(), static_cast<int>(buffer.size()) - 1), 0);
-    return buffer.data();
-}
-
-/// An open context for the length of a scope.
-class Context
-{
-public:
-    explicit Context(cv::Size size) : number_(SuperResolution_init(size.width, size.height)) {}
-    Context(const Context&) = delete;
-    Context& operator=(const Context&) = delete;
-    ~Context() { SuperResolution_release(number_); }
-
-    int number() const { return number_; }
-    int add(const cv::Mat_<float>& frame) const
-    {
-        return SuperResolution_addImage(number_, frame.ptr<float>());
-    }
-    std::vector<int> addAll(const std::vector<cv::Mat_<float>>& frames) const
-    {
-        std::vector<int> codes;
-        codes.reserve(frames.size());
-        for (const cv::Mat_<float>& frame : frames)
-            codes.push_back(add(frame));
-        return codes;
-    }
-    int query(cv::Size& size) const
-    {
-        return SuperResolution_queryOutputImageSize(number_, &size.width, &size.height);
-    }
-
-private:
-    int number_;
-};
-
-// Exceptions tell themselves on the standard error stream; the tests' output stays readable without.
-class FlatInterface : public testing::Test
-{
-protected:
-    void SetUp() override { testing::internal::CaptureStderr(); }
-    void TearDown() override { testing::internal::GetCapturedStderr(); }
-};
-
-/// A folder of its own as working directory, in which the debug folder's path is a relative one.
-class FlatInterfaceLog : public FlatInterface
-{
-protected:
-    void SetUp() override
-    {
-        FlatInterface::SetUp();
-        std::filesystem::create_directories(folder_);
-        std::filesystem::current_path(folder_);
-        setenv("VXKIT_LOG_FILE", "log.txt", 1);
-    }
-    void TearDown() override
-    {
-        unsetenv("VXKIT_LOG_FILE");
-        const Context quiet(smallFrame);
-        std::filesystem::current_path(before_);
-        std::filesystem::remove_all(folder_);
-        FlatInterface::TearDown();
-    }
-
-    static std::vector<std::string> lines()
-    {
-        std::ifstream file("log.txt");
-        std::vector<std::string> all;
-        for (std::string line; std::getline(file, line);)
-            if (line.find("Num corners") == std::string::npos)
-                all.push_back(line);
-        return all;
-    }
-
-private:
-    std::filesystem::path before_ = std::filesystem::current_path();
-    std::filesystem::path folder_ =
-        std::filesystem::temp_directory_path() /
-        ("vxkit-flat-" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
-};
-
-std::string pointerText(const void* pointer)
-{
-    std::ostringstream text;
-    text << pointer;
-    return text.str();
-}
-
-}  // namespace
-
-TEST_F(FlatInterface, GivesWhatTheEngineWithTheSameSettingsGives)
-{
-    using namespace halvor::vx;
-    const vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
-    SrFloat<SrFloatRegistration2> engine(smallFrame.width, smallFrame.height, 5, 2.0F);
-    engine.setReferenceIndex(3);
+    Made<halvor::vx::SrFloat<halvor::vx::SrFloatRegistration2>> engine;
     engine.setPsfSigma(0.625F);
-    for (const cv::Mat_<float>& frame : burst.frames)
-        engine.addFrame(frame);
-    cv::Mat_<float> expected;
-    EXPECT_GT(engine.computeSR(expected), 1.8F);
+    const Outcome expected = feedAndCompute(engine, burst_.frames);
+    EXPECT_GT(expected.result, 1.8F);
 
     const Context context(smallFrame);
     EXPECT_EQ(SuperResolution_setCameraAndLensType(context.number(), "k322 FOV25"), 0);
-    EXPECT_THAT(context.addAll(burst.frames), ElementsAre(0, 0, 0, 0, 0));
+    const Context other({64, 48});
+    const vxsupport::Burst otherBurst = burstOf({64, 48}, gentleShifts());
+    for (std::size_t i = 0; i < 5; ++i) {
+        EXPECT_EQ(context.add(burst_.frames[i]), 0);
+        EXPECT_EQ(other.add(otherBurst.frames[4 - i]), 0);
+    }
+    // The table has grown meanwhile, which moves every record.
+    std::vector<int> more(20);
+    for (int& number : more)
+        number = SuperResolution_init(16, 16);
     cv::Size size;
     EXPECT_EQ(context.query(size), 0);
     EXPECT_EQ(size, smallFrame * 2);
-    cv::Mat_<float> image(size, -1.0F);
-    EXPECT_EQ(SuperResolution_getSuperresolutionImage(context.number(), image.ptr<float>()), 0);
-    EXPECT_TRUE(sameBits(image, expected));
-}
-
-TEST_F(FlatInterface, WorksFromC)
-{
-    const vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
-    cv::Mat_<float> frames;
-    for (const cv::Mat_<float>& frame : burst.frames)
-        frames.push_back(frame);
-    cv::Mat_<float> image(smallFrame * 2, -1.0F);
-    EXPECT_EQ(addAndFetchInC(frames.ptr<float>(), smallFrame.width, smallFrame.height, 5, image.ptr<float>()),
-              0);
-    EXPECT_GT(cv::mean(image)[0], 0.0);
+    EXPECT_EQ(context.image(image_), 0);
+    EXPECT_TRUE(sameBits(image_, expected.image));
+    for (const int number : more)
+        EXPECT_EQ(SuperResolution_release(number), 0);
 }
 
 TEST_F(FlatInterface, GivesOutTheLowestFreeNumberWithAFreshCount)
@@ -162,8 +50,7 @@ TEST_F(FlatInterface, GivesOutTheLowestFreeNumberWithAFreshCount)
     const Context second(smallFrame);
     EXPECT_GT(first, kept.number());
     EXPECT_GT(second.number(), first);
-    const vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
-    for (const cv::Mat_<float>& frame : burst.frames)
+    for (const cv::Mat_<float>& frame : burst_.frames)
         EXPECT_EQ(SuperResolution_addImage(first, frame.ptr<float>()), 0);
     EXPECT_EQ(SuperResolution_release(first), 0);
     EXPECT_EQ(SuperResolution_release(first), failure);
@@ -175,39 +62,9 @@ TEST_F(FlatInterface, GivesOutTheLowestFreeNumberWithAFreshCount)
     EXPECT_EQ(size, cv::Size(200, 160));
 }
 
-TEST_F(FlatInterface, KeepsContextsApart)
-{
-    const vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
-    const Context alone(smallFrame);
-    alone.addAll(burst.frames);
-    cv::Mat_<float> expected(smallFrame * 2);
-    SuperResolution_getSuperresolutionImage(alone.number(), expected.ptr<float>());
-
-    const Context one(smallFrame);
-    const Context other({64, 48});
-    const vxsupport::Burst otherBurst = burstOf({64, 48}, gentleShifts());
-    for (std::size_t i = 0; i < 5; ++i) {
-        EXPECT_EQ(one.add(burst.frames[i]), 0);
-        EXPECT_EQ(other.add(otherBurst.frames[4 - i]), 0);
-    }
-    // The table has grown meanwhile, which moves every record.
-    std::vector<int> more(20);
-    for (int& number : more)
-        number = SuperResolution_init(16, 16);
-    cv::Mat_<float> image(smallFrame * 2);
-    EXPECT_EQ(SuperResolution_getSuperresolutionImage(one.number(), image.ptr<float>()), 0);
-    EXPECT_TRUE(sameBits(image, expected));
-    for (const int number : more)
-        EXPECT_EQ(SuperResolution_release(number), 0);
-}
-
 TEST_F(FlatInterface, RefusesNumbersOfNoOpenContext)
 {
-    int released = 0;
-    {
-        const Context context(smallFrame);
-        released = context.number();
-    }
+    const int released = Context(smallFrame).number();
     std::vector<float> frame(static_cast<std::size_t>(smallFrame.area()) * 4);
     int width = -7;
     int height = -7;
@@ -249,51 +106,37 @@ TEST_F(FlatInterface, OpensSizesThatCantTakeFramesAndTellsSoLater)
     EXPECT_EQ(message(), "Invalid image size: -1 x 8");
 }
 
-TEST_F(FlatInterface, RefusesANullFrameWithoutCountingIt)
+TEST_F(FlatInterface, GivesAPreviewBeforeTheFifthFrameAndRefusesANullFrameWithoutCountingIt)
 {
     const Context context(smallFrame);
-    const vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(context.add(burst.frames[static_cast<std::size_t>(i)]), 0);
-    EXPECT_EQ(SuperResolution_addImage(context.number(), nullptr), failure);
-    EXPECT_EQ(message(), "ir image data pointer is NULL");
-    cv::Size size;
-    EXPECT_EQ(context.query(size), -5);
-    EXPECT_EQ(context.add(burst.frames[4]), 0);
-    EXPECT_EQ(context.query(size), 0);
-    // A success clears nothing.
-    EXPECT_EQ(message(), "Not enough input images (<5)");
-}
-
-TEST_F(FlatInterface, GivesAPreviewBeforeTheFifthFrame)
-{
-    const Context context(smallFrame);
-    const vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
-    cv::Mat_<float> image(smallFrame * 2, -1.0F);
     cv::Size size;
     for (std::size_t i = 0; i < 4; ++i) {
-        context.add(burst.frames[i]);
+        EXPECT_EQ(context.add(burst_.frames[i]), 0);
         EXPECT_EQ(context.query(size), -5);
         EXPECT_EQ(message(), "Not enough input images (<5)");
         EXPECT_EQ(size, smallFrame * 2);
-        EXPECT_EQ(SuperResolution_getSuperresolutionImage(context.number(), image.ptr<float>()), -5);
-        EXPECT_NEAR(cv::mean(image)[0], cv::mean(burst.frames[0])[0], 0.5);
+        EXPECT_EQ(context.image(image_), -5);
+        EXPECT_NEAR(cv::mean(image_)[0], cv::mean(burst_.frames[0])[0], 0.5);
     }
+    EXPECT_EQ(SuperResolution_addImage(context.number(), nullptr), failure);
+    EXPECT_EQ(message(), "ir image data pointer is NULL");
+    EXPECT_EQ(context.query(size), -5);
+    EXPECT_EQ(context.add(burst_.frames[4]), 0);
+    EXPECT_EQ(context.query(size), 0);
+    EXPECT_EQ(message(), "Not enough input images (<5)") << "a success clears nothing";
 }
 
 TEST_F(FlatInterface, TellsAFrameWithoutStructureButTakesIt)
 {
     const Context context(smallFrame);
-    const vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
     EXPECT_EQ(context.add(cv::Mat_<float>(smallFrame, 20.0F)), -4);
     EXPECT_EQ(message(), "  image has not enough structure");
-    for (std::size_t i = 0; i < 3; ++i)
-        EXPECT_EQ(context.add(burst.frames[i]), 0);
+    EXPECT_THAT(context.addAll(burst_.frames, 3), ElementsAre(0, 0, 0));
     // It was counted: this one is the fifth. What is tracked into the flat frame is open.
-    context.add(burst.frames[3]);
+    context.add(burst_.frames[3]);
     cv::Size size;
     EXPECT_EQ(context.query(size), 0);
-    EXPECT_EQ(context.add(burst.frames[4]), 0);
+    EXPECT_EQ(context.add(burst_.frames[4]), 0);
 }
 
 TEST_F(FlatInterface, RanksItsCodes)
@@ -301,59 +144,48 @@ TEST_F(FlatInterface, RanksItsCodes)
     const Context context(smallFrame);
     cv::Mat_<float> flat(smallFrame, 0.0F);
     flat(0, 0) = marker(0x84);  // becomes 0, so the frame has neither structure nor a corner
-    EXPECT_EQ(context.add(flat), -2);
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(context.add(flat), -2);
-    EXPECT_EQ(context.add(flat), -9);
+    EXPECT_THAT(context.addAll(std::vector(5, flat)), ElementsAre(-2, -2, -2, -2, -9));
     EXPECT_EQ(message(), "  image has not enough structure");
 
-    const vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
     const Context good(smallFrame);
-    for (std::size_t i = 0; i < 4; ++i)
-        good.add(burst.frames[i]);
-    cv::Mat_<float> last = burst.frames[4].clone();
+    good.addAll(burst_.frames, 4);
+    cv::Mat_<float> last = burst_.frames[4].clone();
     last(0, 0) = marker(0x85);
     EXPECT_EQ(good.add(last), -2);
-    cv::Mat_<float> image(smallFrame * 2, -1.0F);
-    EXPECT_EQ(SuperResolution_getSuperresolutionImage(good.number(), image.ptr<float>()), 0);
-    EXPECT_GT(cv::mean(image)[0], 0.0);
+    EXPECT_EQ(good.image(image_), 0);
+    EXPECT_GT(cv::mean(image_)[0], 0.0);
 }
 
-TEST_F(FlatInterface, HasNoCodeForALargeDisplacement)
+TEST_F(FlatInterface, TellsAFrameThatDoesNotFitTheOthersButNoLargeDisplacement)
 {
     std::vector<PointF> shifts = gentleShifts();
     shifts[4] = {9.0F, 0.0F};
-    const Context context(smallFrame);
-    EXPECT_THAT(context.addAll(burstOf(smallFrame, shifts).frames), ElementsAre(0, 0, 0, 0, 0));
-}
+    EXPECT_THAT(Context(smallFrame).addAll(burstOf(smallFrame, shifts).frames), ElementsAre(0, 0, 0, 0, 0));
 
-TEST_F(FlatInterface, TellsAFrameThatDoesNotFitTheOthers)
-{
-    vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
+    cv::Mat_<float> last = burst_.frames[4].clone();
     // The tracker finds the scene, but its temperatures disagree in soft patches everywhere.
     for (int y = 0; y < smallFrame.height; ++y)
         for (int x = 0; x < smallFrame.width; ++x)
-            burst.frames[4](y, x) +=
+            last(y, x) +=
                 5.0F * std::sin(0.26F * static_cast<float>(x)) * std::sin(0.26F * static_cast<float>(y));
     const Context context(smallFrame);
-    EXPECT_THAT(context.addAll(burst.frames), ElementsAre(0, 0, 0, 0, -3));
+    EXPECT_THAT(context.addAll(burst_.frames, 4), ElementsAre(0, 0, 0, 0));
+    EXPECT_EQ(context.add(last), -3);
 }
 
 TEST_F(FlatInterface, TurnsExceptionsIntoACodeAndAMessage)
 {
-    const vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
     const Context context(smallFrame);
-    for (std::size_t i = 0; i < 4; ++i)
-        EXPECT_EQ(context.add(burst.frames[i]), 0);
-    EXPECT_EQ(context.add(ruined(burst.frames[4])), failure);
+    EXPECT_THAT(context.addAll(burst_.frames, 4), ElementsAre(0, 0, 0, 0));
+    EXPECT_EQ(context.add(ruined(burst_.frames[4])), failure);
     EXPECT_EQ(message(), "Too many defect pixels. No processing possible.");
     // Not counted, and no obstacle to what follows.
     cv::Size size;
     EXPECT_NE(context.query(size), 0);
     EXPECT_EQ(size, smallFrame * 2);
     for (int i = 0; i < 2; ++i)
-        context.addAll(burst.frames);
-    EXPECT_EQ(context.add(burst.frames[0]), 0);
+        context.addAll(burst_.frames);
+    EXPECT_EQ(context.add(burst_.frames[0]), 0);
 
     const cv::Size strip{128, 24};
     std::vector<PointF> shifts = gentleShifts();
@@ -364,31 +196,17 @@ TEST_F(FlatInterface, TurnsExceptionsIntoACodeAndAMessage)
     EXPECT_EQ(narrow.query(size), 0);  // counted, as the frame itself was taken
 }
 
-TEST_F(FlatInterface, LetsTheEnginesRefusalOfAReferencePass)
+TEST_F(FlatInterface, MovesTheImageWithTheReferenceAndLetsTheEnginesRefusalPass)
 {
-    const Context context(smallFrame);
-    for (int index = 0; index < 5; ++index)
-        EXPECT_EQ(SuperResolution_setReferenceFrame(context.number(), index), 0);
-    for (const int index : {5, -1}) {
-        try {
-            SuperResolution_setReferenceFrame(context.number(), index);
-            ADD_FAILURE() << "nothing was thrown";
-        } catch (const char* text) {
-            EXPECT_STREQ(text, "Invalid reference index specified.");
-        }
-    }
-}
-
-TEST_F(FlatInterface, MovesTheImageWithTheReference)
-{
-    const vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
     std::vector<cv::Mat_<float>> images;
     for (const int index : {3, 0}) {
         const Context context(smallFrame);
-        SuperResolution_setReferenceFrame(context.number(), index);
-        context.addAll(burst.frames);
+        EXPECT_EQ(SuperResolution_setReferenceFrame(context.number(), index), 0);
+        context.addAll(burst_.frames);
         images.emplace_back(smallFrame * 2, -1.0F);
-        SuperResolution_getSuperresolutionImage(context.number(), images.back().ptr<float>());
+        context.image(images.back());
+        for (const int refused : {5, -1})
+            EXPECT_THROW(SuperResolution_setReferenceFrame(context.number(), refused), const char*);
     }
     // The newest frame sees the scene 1.7 pixels higher than the second: about three of the large image's.
     const cv::Rect inner(20, 20, 152, 104);
@@ -409,98 +227,4 @@ TEST_F(FlatInterface, CopiesTheMessageAsFarAsItFits)
     for (const int size : {0, -1})
         EXPECT_EQ(SuperResolution_getErrorMessage(buffer.data(), size), 0);
     EXPECT_EQ(buffer[0], 'C');
-}
-
-TEST_F(FlatInterfaceLog, TellsEachCall)
-{
-    const vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
-    cv::Mat_<float> image(smallFrame * 2);
-    int width = 0;
-    int height = 0;
-    const int number = SuperResolution_init(smallFrame.width, smallFrame.height);
-    const std::string n = std::to_string(number);
-    SuperResolution_setCameraAndLensType(number, "k325 FOV 25");
-    SuperResolution_setCameraAndLensType(number, "unheard of");
-    SuperResolution_setReferenceFrame(number, 2);
-    for (const cv::Mat_<float>& frame : burst.frames)
-        SuperResolution_addImage(number, frame.ptr<float>());
-    SuperResolution_queryOutputImageSize(number, &width, &height);
-    SuperResolution_getSuperresolutionImage(number, image.ptr<float>());
-    SuperResolution_getErrorMessage(nullptr, 0);
-    SuperResolution_release(number);
-
-    std::vector<std::string> expected{
-        "SuperResolution_init( 96 , 72 )",
-        "  opening debug image stream to: C:/temp/SrFloat.pfm",
-        "  got context number:" + n,
-        "SuperResolution_setCameraAndLensType(k325 FOV 25)",
-        "  decoded camera: k325 FOV: 25",
-        "  using sigma: 0.35",
-        "SuperResolution_setCameraAndLensType(unheard of)",
-        "  using sigma: 0.683",
-        "SuperResolution_setReferencFrame(" + n + " , 2)",
-    };
-    for (int i = 0; i < 5; ++i) {
-        expected.push_back("SuperResolution_addImage(" + n + ", ...)");
-        expected.emplace_back("  calling addFrame(...)");
-    }
-    expected.emplace_back("  calling processFrame(...)");
-    expected.emplace_back("  finished processFrame(...)");
-    expected.push_back("SuperResolution_queryOutputImageSize(" + n + " , " + pointerText(&width) + " , " +
-                       pointerText(&height) + ")");
-    expected.push_back("SuperResolution_getSuperresolutionImage(" + n + " , float* " +
-                       pointerText(image.data) + ")");
-    expected.push_back("SuperResolution_release( " + n + " )");
-    // The folder of the debug images does not exist here, so no stream was open that could be closed.
-    EXPECT_EQ(lines(), expected);
-}
-
-TEST_F(FlatInterfaceLog, WritesFramesAndResultsWhereTheFolderExists)
-{
-    std::filesystem::create_directories("C:/temp");
-    const vxsupport::Burst burst = burstOf(smallFrame, gentleShifts());
-    cv::Mat_<float> first = burst.frames[0].clone();
-    first(10, 10) = marker(0x81);
-    cv::Mat_<float> image(smallFrame * 2);
-    {
-        const Context context(smallFrame);
-        context.add(first);
-        context.addAll(burst.frames);
-        SuperResolution_getSuperresolutionImage(context.number(), image.ptr<float>());
-    }
-    EXPECT_EQ(lines().back(), "  closing debug image stream");
-    // The raw input, ahead of any repair.
-    const cv::Mat_<float> logged = cv::imread("C:/temp/SrFloat.pfm", cv::IMREAD_UNCHANGED);
-    EXPECT_TRUE(sameBits(logged, first));
-    const std::size_t header = std::string("Pf\n96 72\n-1.0\n").size();
-    EXPECT_EQ(std::filesystem::file_size("C:/temp/SrFloat.pfm"),
-              6 * (header + first.total() * sizeof(float)));
-    const cv::Mat_<float> result = cv::imread("C:/temp/SrFloat-Result.pfm", cv::IMREAD_UNCHANGED);
-    EXPECT_TRUE(sameBits(result, image));
-}
-
-TEST_F(FlatInterfaceLog, StartsAnewWithEachContextAndStopsWhenTheVariableIsGone)
-{
-    const Context first(smallFrame);
-    const Context second(smallFrame);
-    EXPECT_EQ(lines().front(), "SuperResolution_init( 96 , 72 )");
-    EXPECT_EQ(lines().size(), 3U);
-    EXPECT_EQ(halvor::vx::LogFacility::getInstance().getLogLevel(), 4);
-    SuperResolution_init(-4, 2);
-    EXPECT_THAT(lines(), ElementsAre("SuperResolution_init( -4 , 2 )", "  got context number:-1"));
-    setenv("VXKIT_LOG_FILE", "", 1);
-    const Context third(smallFrame);
-    EXPECT_EQ(halvor::vx::LogFacility::getInstance().getLogLevel(), 0);
-    SuperResolution_release(-1);
-    EXPECT_EQ(lines().size(), 2U);
-}
-
-TEST_F(FlatInterfaceLog, ShowsWhereALineComesFromWhenAsked)
-{
-    halvor::vx::LogFacility::getInstance().setShowCodeInfo(true);
-    const Context context(smallFrame);
-    halvor::vx::LogFacility::getInstance().setShowCodeInfo(false);
-    EXPECT_THAT(lines().front(),
-                testing::MatchesRegex("modules/enhancement/superresolution/SuperResolutionCAdapter\\.cpp, "
-                                      "[0-9]+ : SuperResolution_init\\( 96 , 72 \\)"));
 }

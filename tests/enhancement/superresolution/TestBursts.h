@@ -1,19 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
-
-#include <omp.h>
 
 #include <bit>
 #include <cstdint>
-#include <cstring>
-#include <functional>
 #include <limits>
 #include <opencv2/core.hpp>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "core/base/Exception.h"
 #include "core/base/PointF.h"
+#include "doubles/SameBits.h"
+#include "doubles/ThreadCount.h"
 #include "support/Burst.h"
 
 namespace vxtest {
@@ -43,12 +40,6 @@ inline float marker(std::uint32_t bits)
     return std::bit_cast<float>(bits);
 }
 
-inline bool sameBits(const cv::Mat_<float>& a, const cv::Mat_<float>& b)
-{
-    return a.size() == b.size() && a.isContinuous() && b.isContinuous() &&
-           std::memcmp(a.data, b.data, a.total() * sizeof(float)) == 0;
-}
-
 /// A frame with more invalid pixels than can be repaired.
 inline cv::Mat_<float> ruined(const cv::Mat_<float>& frame)
 {
@@ -56,27 +47,5 @@ inline cv::Mat_<float> ruined(const cv::Mat_<float>& frame)
     bad.row(bad.rows / 2).setTo(std::numeric_limits<float>::quiet_NaN());
     return bad;
 }
-
-/// Sets the thread counts of OpenMP and OpenCV for one test.
-class ThreadCount
-{
-public:
-    explicit ThreadCount(int count) : openMp_(omp_get_max_threads()), openCv_(cv::getNumThreads())
-    {
-        omp_set_num_threads(count);
-        cv::setNumThreads(count);
-    }
-    ThreadCount(const ThreadCount&) = delete;
-    ThreadCount& operator=(const ThreadCount&) = delete;
-    ~ThreadCount()
-    {
-        omp_set_num_threads(openMp_);
-        cv::setNumThreads(openCv_);
-    }
-
-private:
-    int openMp_;
-    int openCv_;
-};
 
 }  // namespace vxtest

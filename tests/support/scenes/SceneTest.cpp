@@ -1,15 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
-#include <map>
 #include <opencv2/core.hpp>
 #include <vector>
 
 #include "support/HandMotion.h"
 #include "support/PortableMath.h"
 #include "support/Random.h"
-#include "support/Scenes.h"
 #include "support/Sensor.h"
+#include "support/scenes/Scenes.h"
 
 using namespace vxsupport;
 
@@ -29,24 +30,6 @@ TEST(Scenes, DoNotDependOnTheMargin)
         const cv::Mat_<float> wide = sampleTruth(makeScene({.kind = kind, .frame = frame}, 14), frame);
         EXPECT_EQ(cv::norm(narrow, wide, cv::NORM_INF), 0.0) << nameOf(kind);
     }
-}
-
-TEST(Scenes, KeepTheirTemperaturesWithinTheWorld)
-{
-    const std::map<SceneKind, std::pair<double, double>> limits{{SceneKind::facade, {-5.0, 25.0}},
-                                                                {SceneKind::board, {20.0, 90.0}},
-                                                                {SceneKind::outdoor, {-10.0, 36.0}},
-                                                                {SceneKind::target, {15.0, 45.0}}};
-    for (const SceneKind kind : allSceneKinds())
-        for (const std::uint64_t seed : {1U, 2U, 3U}) {
-            const FineScene scene = makeScene({.kind = kind, .frame = {120, 90}, .seed = seed}, 2);
-            double low = 0.0;
-            double high = 0.0;
-            cv::minMaxLoc(scene.cells, &low, &high);
-            EXPECT_GT(low, limits.at(kind).first) << nameOf(kind);
-            EXPECT_LT(high, limits.at(kind).second) << nameOf(kind);
-            EXPECT_GT(high - low, 8.0) << nameOf(kind);
-        }
 }
 
 TEST(Sensor, RefusesDisplacementsBeyondTheMargin)
@@ -73,14 +56,13 @@ TEST(HandMotion, HasTheMeasuredStatistics)
 TEST(HandMotion, DriftsByWholePixels)
 {
     HandMotion still{.deviationX = 0.0, .deviationY = 0.0, .drift = 2.0};
-    double travelled = 0.0;
+    float travelled = 0.0F;
     for (const PointF& position : drawMotion(still, 30, Random(5))) {
         EXPECT_EQ(position.x, std::floor(position.x));
         EXPECT_EQ(position.y, std::floor(position.y));
-        travelled =
-            std::max(travelled, std::hypot(static_cast<double>(position.x), static_cast<double>(position.y)));
+        travelled = std::max(travelled, std::hypot(position.x, position.y));
     }
-    EXPECT_GT(travelled, 3.0);
+    EXPECT_GT(travelled, 3.0F);
 }
 
 TEST(Random, GivesThePublishedSequence)
@@ -97,19 +79,16 @@ TEST(Random, NormalNumbersFollowTheirDistribution)
     constexpr int count = 400000;
     Random random(8);
     double sums[4] = {};
-    int beyondThree = 0;
     for (int i = 0; i < count; ++i) {
         const double value = random.normal();
         double power = 1.0;
         for (double& sum : sums)
-            sum += power *= value;
-        beyondThree += std::fabs(value) > 3.0 ? 1 : 0;
+            sum += (power *= value) / count;
     }
-    EXPECT_NEAR(sums[0] / count, 0.0, 0.006);
-    EXPECT_NEAR(sums[1] / count, 1.0, 0.01);
-    EXPECT_NEAR(sums[2] / count, 0.0, 0.02);
-    EXPECT_NEAR(sums[3] / count, 3.0, 0.05);
-    EXPECT_NEAR(beyondThree / static_cast<double>(count), 0.0027, 0.0004);
+    EXPECT_NEAR(sums[0], 0.0, 0.006);
+    EXPECT_NEAR(sums[1], 1.0, 0.01);
+    EXPECT_NEAR(sums[2], 0.0, 0.02);
+    EXPECT_NEAR(sums[3], 3.0, 0.05);
 }
 
 TEST(Random, SplitsGiveOtherNumbers)

@@ -1,8 +1,11 @@
-#include "enhancement/superresolution/CameraTable.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "enhancement/superresolution/engine/CameraTable.h"
 
 #include <locale>
 #include <sstream>
 #include <string_view>
+
+#include "enhancement/superresolution/engine/EngineDefaults.h"
 
 namespace halvor::vx {
 
@@ -64,7 +67,7 @@ float psfSigmaOf(const std::string& model, int fieldOfView)
     for (const Camera& camera : cameras)
         if (camera.model == model)
             return fieldOfView < wideFieldOfView ? camera.narrowSigma : camera.wideSigma;
-    return unknownCameraPsfSigma;
+    return EngineDefaults::psfSigma;
 }
 
 }  // namespace halvor::vx

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <string>
@@ -5,9 +6,6 @@
 #include "core/base/Export.h"
 
 namespace halvor::vx {
-
-/// Standard deviation of the point spread, in pixels of the large image, for a camera that is not known.
-inline constexpr float unknownCameraPsfSigma = 0.683F;
 
 /// Finds a camera model and a lens's field of view in a free-form text such as "k325 FOV25".
 ///

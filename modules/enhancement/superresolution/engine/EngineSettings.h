@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -62,12 +63,13 @@ inline void requireWeightTV(float weight)
         throw "Invalid total-variation term weight specified.";
 }
 
-inline void requireRelativeResidue(float residue)
+/// @param refusal  hosts of the float engines know the weight's text
+inline void requireRelativeResidue(float residue,
+                                   const char* refusal = "Invalid total-variation term weight specified.")
 {
-    // Compared as double, so that the float 1e-6, which lies below it, is refused; hosts know the weight's
-    // text.
+    // Compared as double, so that the float 1e-6, which lies below it, is refused.
     if (!(static_cast<double>(residue) >= 1e-6))
-        throw "Invalid total-variation term weight specified.";
+        throw refusal;
 }
 
 inline void requireMaxCGIters(int iterations)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/superresolution/reference/SuperResolution.h"
 
 #include <algorithm>
@@ -10,17 +11,22 @@
 #include <type_traits>
 
 #include "core/base/Exception.h"
+#include "core/diagnostics/DebugLevels.h"
 #include "core/diagnostics/LogFacility.h"
 #include "core/diagnostics/StopWatch.h"
-#include "enhancement/superresolution/EngineSettings.h"
+#include "enhancement/superresolution/SuperResolutionCAdapter.h"
+#include "enhancement/superresolution/engine/EngineDefaults.h"
+#include "enhancement/superresolution/engine/EngineSettings.h"
+#include "enhancement/superresolution/engine/FrameQuality.h"
+#include "enhancement/superresolution/engine/FrameWindow.h"
+#include "enhancement/superresolution/engine/SpectrumWindow.h"
+#include "enhancement/superresolution/engine/StageTime.h"
 
 namespace halvor::vx {
 
 namespace {
 
-constexpr int stepLevel = 11;
 constexpr int gaussRadius = 5;
-constexpr float poorShare = 0.5F;
 constexpr float smallestFactor = 1.0F;  // of which a frame's samples still fall on a grid
 
 std::string constructorWhere()
@@ -36,7 +42,7 @@ void timed(const char* label, Stage&& stage)
     watch.start();
     stage();
     watch.stop();
-    std::cout << label << watch.timeElapsed() * 1000.0 << "[ms]" << std::endl;
+    std::cout << label << StageTime{watch} << std::endl;
 }
 
 bool isInfinite(const float (*spectrum)[2], int size)
@@ -65,32 +71,23 @@ short toPixel(float value, const short*)
 
 SuperResolution::SuperResolution(int frameWidth, int frameHeight, int window, float factor)
     : DebugChannel("DBG"),
-      width(frameWidth),
-      height(frameHeight),
-      inputSize(pixelCount(width, height, constructorWhere())),
-      outWidth(enlarged(width, factor, smallestFactor, constructorWhere())),
-      outHeight(enlarged(height, factor, smallestFactor, constructorWhere())),
-      outputSize(pixelCount(outWidth, outHeight, constructorWhere())),
-      fftSize((width / 2 + 1) * height),
-      windowSize(std::max(window, 0)),
-      srFactor(factor),
-      registration(std::make_unique<SuperResolutionRegistration>(width, height, srFactor, gaussRadius)),
-      minimization(std::make_unique<SuperResolutionMinimization>(width, height, windowSize, srFactor)),
-      badPixelHandling(static_cast<unsigned int>(windowSize)),
-      outputImage(static_cast<std::size_t>(outputSize)),
-      shifts(static_cast<std::size_t>(windowSize)),
-      frameStorage_(static_cast<std::size_t>(windowSize), std::vector<float>(inputSize)),
-      registeredStorage_(frameStorage_),
-      maskStorage_(static_cast<std::size_t>(windowSize), std::vector<char>(inputSize))
+      width_(frameWidth),
+      height_(frameHeight),
+      inputSize_(pixelCount(width_, height_, constructorWhere())),
+      outWidth_(enlarged(width_, factor, smallestFactor, constructorWhere())),
+      outHeight_(enlarged(height_, factor, smallestFactor, constructorWhere())),
+      outputSize_(pixelCount(outWidth_, outHeight_, constructorWhere())),
+      windowSize_(std::max(window, 0)),
+      srFactor_(factor),
+      minStructureThreshold_(EngineDefaults::minStructureThreshold),
+      registration_(std::make_unique<SuperResolutionRegistration>(width_, height_, srFactor_, gaussRadius)),
+      minimization_(std::make_unique<SuperResolutionMinimization>(width_, height_, windowSize_, srFactor_)),
+      badPixelHandling_(static_cast<unsigned int>(windowSize_)),
+      window_(std::make_unique<FrameWindow>(width_, height_, windowSize_)),
+      spectra_(std::make_unique<SpectrumWindow>((width_ / 2 + 1) * height_, windowSize_)),
+      outputImage_(static_cast<std::size_t>(outputSize_))
 {
-    for (int i = 0; i < windowSize; ++i) {
-        spectrumStorage_.push_back(std::make_unique<float[][2]>(fftSize));
-        frames.push_back(frameStorage_[i].data());
-        spectra.push_back(spectrumStorage_[i].get());
-        registeredFrames.push_back(registeredStorage_[i].data());
-        masks.push_back(maskStorage_[i].data());
-    }
-    setReferenceIndex(0);
+    setReferenceIndex(EngineDefaults::referenceIndex);
 }
 
 SuperResolution::~SuperResolution() = default;
@@ -98,10 +95,10 @@ SuperResolution::~SuperResolution() = default;
 template <typename Pixel>
 int SuperResolution::addFrame(const Pixel* frame)
 {
-    send("start addFrame", stepLevel);
+    send("start addFrame", DebugLevel::step);
     VX_LOG(LogFacility::progress, "    calling SuperResolution::loadFrame()");
     const int result = loadFrame(frame);
-    send("end addFrame", stepLevel);
+    send("end addFrame", DebugLevel::step);
     return result;
 }
 
@@ -109,24 +106,26 @@ template <typename Pixel>
 float SuperResolution::computeSR(Pixel* out)
 {
     std::cout << "++++++++++ SuperResolution ++++++++++" << std::endl;
-    send("start computeSR", stepLevel);
+    send("start computeSR", DebugLevel::step);
     // Of the first engine in the process, for all of them and each type of frames, as in the fast engines.
-    static const int maxUsable = static_cast<int>(srFactor * srFactor + 1.0F);
-    const int referenceFrame = std::max(frameCount - referenceIndex - 1, 0);
+    static const int maxUsable = static_cast<int>(srFactor_ * srFactor_ + 1.0F);
+    const int count = window_->count();
+    const int referenceFrame = window_->referenceFrame(referenceIndex_);
 
     VX_LOG(LogFacility::progress,
-           "    calling doRegistration(" << frameCount << " , " << referenceFrame << ", ...)");
+           "    calling doRegistration(" << count << " , " << referenceFrame << ", ...)");
     registeredCount_ = 0;
     int code = 0;
     timed(" registration:         ", [&] {
-        code = registration->doRegistration(frameCount, referenceFrame, frames.data(), spectra.data(),
-                                            shifts.data(), masks.data(), registeredFrames.data());
+        code =
+            registration_->doRegistration(count, referenceFrame, window_->frames(), spectra_->pointers(),
+                                          window_->shifts(), window_->masks(), window_->registeredFrames());
     });
     if (code < 0) {
         VX_LOG(LogFacility::problems, "Too large image displacement. Cannot compute SR.");
-        return -998.0F;
+        return SuperResolution_registrationFailed;
     }
-    registeredCount_ = frameCount;
+    registeredCount_ = count;
 
     std::vector<PointF> completeShifts;
     getCompleteShifts(completeShifts);
@@ -135,11 +134,11 @@ float SuperResolution::computeSR(Pixel* out)
 
     VX_LOG(LogFacility::progress, "    calling minimize()");
     timed(" minimization:         ", [&] {
-        code = minimization->minimize(frameCount, referenceFrame, registeredFrames.data(), shifts.data(),
-                                      masks.data(), outputImage.data());
+        code = minimization_->minimize(count, referenceFrame, window_->registeredFrames(), window_->shifts(),
+                                       window_->masks(), outputImage_.data());
     });
     if (code < 0) {
-        send("abort computeSR", stepLevel);
+        send("abort computeSR", DebugLevel::step);
         return static_cast<float>(code);
     }
     iterations_ = code;
@@ -150,183 +149,103 @@ float SuperResolution::computeSR(Pixel* out)
     float achieved = 0.0F;
     timed(" save+srfactor calc:   ", [&] {
         saveFrame(out);
-        achieved = achievedFactor(maxUsable);
+        achieved = window_->achievedFactor(maxUsable);
     });
     std::cout << "+++++++++++++++++++++++++++++" << std::endl;
-    send("end computeSR", stepLevel);
+    send("end computeSR", DebugLevel::step);
     return warning == 0 ? achieved : static_cast<float>(warning);
 }
 
 void SuperResolution::getMasks(std::vector<cv::Mat_<unsigned char>>& out) const
 {
-    out.resize(masks.size());
-    for (std::size_t i = 0; i < masks.size(); ++i) {
-        out[i].create(height, width);
-        std::copy_n(masks[i], inputSize, out[i].begin());
-    }
-}
-
-void SuperResolution::getCompleteShifts(std::vector<PointF>& out) const
-{
-    registration->getCompleteShifts(out);
-}
-
-int SuperResolution::getIterations() const
-{
-    return iterations_;
+    window_->copyMasks(out);
 }
 
 void SuperResolution::simpleCombine()
 {
-    for (int i = 0; i < outputSize; ++i) {
+    for (int i = 0; i < outputSize_; ++i) {
         // The divisor is fixed; with a larger factor the frame's last pixels are repeated.
-        const int row = std::min(i / outWidth / 2, height - 1);
-        const int column = std::min(i % outWidth / 2, width - 1);
+        const int row = std::min(i / outWidth_ / 2, height_ - 1);
+        const int column = std::min(i % outWidth_ / 2, width_ - 1);
         float sum = 0.0F;
-        for (int k = 0; k < frameCount; ++k)
-            sum += registeredFrames[k][static_cast<std::ptrdiff_t>(row) * width + column];
-        outputImage[i] = sum / static_cast<float>(frameCount);
+        for (int k = 0; k < window_->count(); ++k)
+            sum += window_->registeredFrames()[k][static_cast<std::ptrdiff_t>(row) * width_ + column];
+        outputImage_[i] = sum / static_cast<float>(window_->count());
     }
 }
 
 void SuperResolution::getOutputImage(cv::Mat_<float>& out) const
 {
-    out.create(outHeight, outWidth);
-    std::copy(outputImage.begin(), outputImage.end(), out.begin());
+    out.create(outHeight_, outWidth_);
+    std::copy(outputImage_.begin(), outputImage_.end(), out.begin());
 }
 
 template <typename Pixel>
 bool SuperResolution::checkImageStructureQuality(const cv::Mat_<Pixel>& frame) const
 {
-    double minimum = 0.0;
-    double maximum = 0.0;
-    cv::minMaxLoc(frame, &minimum, &maximum);
-    return !(static_cast<double>(minStructureThreshold) > maximum - minimum);
+    // Unlike in the fast engines a span that is not a number passes.
+    return !(static_cast<double>(minStructureThreshold_) > valueSpan(frame));
 }
 
 void SuperResolution::clearFrames()
 {
-    frameCount = 0;
-}
-
-std::vector<DebugChannel*> SuperResolution::getInternalDebugChannelObjects()
-{
-    return minimization ? minimization->getInternalDebugChannelObjects() : std::vector<DebugChannel*>{};
-}
-
-void SuperResolution::setDataIsNUC(bool isNUC)
-{
-    badPixelHandling.setDataIsNUC(isNUC);
-}
-
-int SuperResolution::getInputSize() const
-{
-    return inputSize;
-}
-
-int SuperResolution::getOutputSize() const
-{
-    return outputSize;
-}
-
-int SuperResolution::getWindowSize() const
-{
-    return windowSize;
-}
-
-int SuperResolution::getReferenceIndex() const
-{
-    return referenceIndex;
-}
-
-float SuperResolution::getRegError() const
-{
-    return registration->getRegError();
-}
-
-float SuperResolution::getPsfSigma() const
-{
-    return minimization->getPsfSigma();
-}
-
-float SuperResolution::getWeightTV() const
-{
-    return minimization->getWeightTV();
-}
-
-float SuperResolution::getRelativeResidue() const
-{
-    return minimization->getRelRes();
-}
-
-int SuperResolution::getMaxCGIters() const
-{
-    return minimization->getMaxIter();
+    window_->clear();
+    spectra_->clear();
 }
 
 void SuperResolution::setReferenceIndex(int index)
 {
-    requireReferenceIndex(index, windowSize);
-    referenceIndex = index;
+    requireReferenceIndex(index, windowSize_);
+    referenceIndex_ = index;
 }
 
 void SuperResolution::setRegError(float error)
 {
     requireRegError(error);
-    registration->setRegError(error);
+    registration_->setRegError(error);
 }
 
 void SuperResolution::setPsfSigma(float sigma)
 {
     requirePsfSigma(sigma);
-    minimization->setPsfSigma(sigma);
+    minimization_->setPsfSigma(sigma);
 }
 
 void SuperResolution::setWeightTV(float weight)
 {
     requireWeightTV(weight);
-    minimization->setWeightTV(weight);
+    minimization_->setWeightTV(weight);
 }
 
 void SuperResolution::setRelativeResidue(float residue)
 {
     requireRelativeResidue(residue);
-    minimization->setRelRes(residue);
+    minimization_->setRelRes(residue);
 }
 
 void SuperResolution::setMaxCGIters(int iterations)
 {
     requireMaxCGIters(iterations);
-    minimization->setMaxIter(iterations);
-}
-
-void SuperResolution::setMinStructureThreshold(float threshold)
-{
-    minStructureThreshold = threshold;
+    minimization_->setMaxIter(iterations);
 }
 
 template <typename Pixel>
 int SuperResolution::loadFrame(const Pixel* frame)
 {
-    if (frameCount < windowSize) {
-        ++frameCount;
-    } else {
-        std::rotate(frames.begin(), frames.begin() + 1, frames.end());
-        std::rotate(spectra.begin(), spectra.begin() + 1, spectra.end());
-    }
-    float* newest = frames[frameCount - 1];
-    std::transform(frame, frame + inputSize, newest, [](Pixel value) { return static_cast<float>(value); });
+    cv::Mat_<float> newest = window_->push();
+    float(*const spectrum)[2] = spectra_->push();
+    std::transform(frame, frame + inputSize_, newest.begin(),
+                   [](Pixel value) { return static_cast<float>(value); });
 
     int result = 0;
     if constexpr (std::is_same_v<Pixel, float>) {
-        cv::Mat_<float> view(height, width, newest);
-        result = badPixelHandling.detectAndReplaceBadPixel(view);
+        result = badPixelHandling_.detectAndReplaceBadPixel(newest);
         if (result < 0)
             VX_LOG(LogFacility::problems, "BadPixelHandler discovered really bad pixel.");
     }
 
-    registration->getFft()->forward(newest, spectra[frameCount - 1]);
-    if (isInfinite(spectra[frameCount - 1], fftSize))
+    registration_->getFft()->forward(newest[0], spectrum);
+    if (isInfinite(spectrum, spectra_->elements()))
         throw Exception("FFT resulted in infinite values. No processing possible",
                         VX_WHERE("halvor::vx::SuperResolution::loadFrame"));
     return result;
@@ -335,62 +254,39 @@ int SuperResolution::loadFrame(const Pixel* frame)
 template <typename Pixel>
 void SuperResolution::saveFrame(Pixel* out) const
 {
-    std::transform(outputImage.begin(), outputImage.end(), out,
+    std::transform(outputImage_.begin(), outputImage_.end(), out,
                    [out](float value) { return toPixel(value, out); });
 }
 
 // Logs displacement and usable pixels of each frame, and derives the warning code.
 int SuperResolution::checkRegistration(const std::vector<PointF>& completeShifts) const
 {
-    const int wholeTenth = height / 10;
-    const auto limit = static_cast<float>(wholeTenth);
     bool largeDisplacement = false;
     bool tooManyMasked = false;
-    for (int i = 0; i < frameCount; ++i) {
+    for (int i = 0; i < window_->count(); ++i) {
         const PointF shift = completeShifts[i];
-        // Upwards any displacement passes: hosts rely on the codes that they get.
-        if (std::abs(shift.x) > limit || shift.y > limit) {
+        if (isLargeDisplacement(shift, height_)) {
             VX_LOG(LogFacility::problems, "Large image displacement (not too large at all).");
             largeDisplacement = true;
         }
-        const cv::Mat_<char> mask(height, width, masks[i]);
-        const auto total = static_cast<float>(mask.rows * mask.cols);
-        const float masked = total - static_cast<float>(cv::sum(mask)[0]);
+        const auto total = static_cast<float>(inputSize_);
+        const float masked = total - static_cast<float>(window_->usablePixels(i));
         const float ratio = masked / total;
         VX_LOG(LogFacility::progress, "Num masked pixel " << i << ": " << masked << " ratio: " << ratio);
         VX_LOG(LogFacility::progress, " shifts " << i << ": " << shift.x << " , " << shift.y);
-        if (ratio >= poorShare) {
+        if (isPoorFrame(masked, total)) {
             VX_LOG(LogFacility::problems, "Too many masked pixels!");
             tooManyMasked = true;
         }
     }
-    if (largeDisplacement)
-        return -6;
-    return tooManyMasked ? -3 : 0;
+    return warningCode(tooManyMasked, largeDisplacement);
 }
 
 void SuperResolution::refillBadPixels(const std::vector<PointF>& completeShifts)
 {
-    cv::Mat_<float> image(outHeight, outWidth, outputImage.data());
-    badPixelHandling.maskBadPixel(image, completeShifts);
-    std::vector<cv::Mat_<float>> window;
-    window.reserve(static_cast<std::size_t>(frameCount));
-    for (int i = 0; i < frameCount; ++i)
-        window.emplace_back(height, width, frames[i]);
-    badPixelHandling.replaceMaskedPixel(image, completeShifts, window);
-}
-
-float SuperResolution::achievedFactor(int maxUsable) const
-{
-    std::int64_t sum = 0;
-    for (int p = 0; p < inputSize; ++p) {
-        int count = 0;
-        for (int i = 0; i < frameCount; ++i)
-            count += masks[i][p] != 0 ? 1 : 0;
-        sum += std::min(count, maxUsable) - 1;
-    }
-    // Four is the surplus of a fully covered pixel at factor 2; other factors share it.
-    return static_cast<float>(sum) / (static_cast<float>(inputSize) * 4.0F) + 1.0F;
+    cv::Mat_<float> image(outHeight_, outWidth_, outputImage_.data());
+    badPixelHandling_.maskBadPixel(image, completeShifts);
+    badPixelHandling_.replaceMaskedPixel(image, completeShifts, window_->views());
 }
 
 template VXKIT_API int SuperResolution::addFrame<short>(const short*);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -13,6 +14,9 @@
 #include "enhancement/superresolution/reference/SuperResolutionRegistration.h"
 
 namespace halvor::vx {
+
+class FrameWindow;
+class SpectrumWindow;
 
 /// Reference form of the super-resolution engine: serial and talkative, to hold the fast engines against.
 ///
@@ -97,10 +101,10 @@ public:
 
     /// The full displacement of each frame at the last computeSR(), in frame pixels; positive when the scene
     /// lies further right or lower than in the reference frame.
-    void getCompleteShifts(std::vector<PointF>& out) const;
+    void getCompleteShifts(std::vector<PointF>& out) const { registration_->getCompleteShifts(out); }
 
     /// Conjugate-gradient steps of the last image; 0 before the first.
-    int getIterations() const;
+    int getIterations() const { return iterations_; }
 
     /// Makes the image by averaging the moved frames of the last computeSR(), each pixel repeated twice in
     /// both directions: a baseline without any inverse problem. The frames are normalised as the solver left
@@ -120,20 +124,23 @@ public:
 
     /// The channels of the solver: that of its operators, and its own. The engine's own channel is the
     /// engine.
-    std::vector<DebugChannel*> getInternalDebugChannelObjects();
+    std::vector<DebugChannel*> getInternalDebugChannelObjects()
+    {
+        return minimization_->getInternalDebugChannelObjects();
+    }
 
     /// True if float frames hold raw signed 16-bit counts, false (the default) if degrees Celsius.
-    void setDataIsNUC(bool dataIsNUC);
+    void setDataIsNUC(bool dataIsNUC) { badPixelHandling_.setDataIsNUC(dataIsNUC); }
 
-    int getInputSize() const;
-    int getOutputSize() const;
-    int getWindowSize() const;
-    int getReferenceIndex() const;
-    float getRegError() const;
-    float getPsfSigma() const;
-    float getWeightTV() const;
-    float getRelativeResidue() const;
-    int getMaxCGIters() const;
+    int getInputSize() const { return inputSize_; }
+    int getOutputSize() const { return outputSize_; }
+    int getWindowSize() const { return windowSize_; }
+    int getReferenceIndex() const { return referenceIndex_; }
+    float getRegError() const { return registration_->getRegError(); }
+    float getPsfSigma() const { return minimization_->getPsfSigma(); }
+    float getWeightTV() const { return minimization_->getWeightTV(); }
+    float getRelativeResidue() const { return minimization_->getRelRes(); }
+    int getMaxCGIters() const { return minimization_->getMaxIter(); }
 
     // A setter that refuses its value throws the reason as a bare text literal (const char*) and changes
     // nothing.
@@ -151,51 +158,39 @@ public:
     /// Budget of conjugate-gradient steps for one image, 1 or more.
     void setMaxCGIters(int iterations);
     /// See checkImageStructureQuality(); any value.
-    void setMinStructureThreshold(float threshold);
+    void setMinStructureThreshold(float threshold) { minStructureThreshold_ = threshold; }
 
 private:
     template <typename Pixel>
-    int loadFrame(const Pixel* frame);
+    VXKIT_HIDDEN int loadFrame(const Pixel* frame);
     template <typename Pixel>
-    void saveFrame(Pixel* out) const;
+    VXKIT_HIDDEN void saveFrame(Pixel* out) const;
     int checkRegistration(const std::vector<PointF>& completeShifts) const;
     void refillBadPixels(const std::vector<PointF>& completeShifts);
-    float achievedFactor(int maxUsable) const;
     void NucToRad(const cv::Mat_<short>& raw);
     void computeQuality_();
 
-    std::int32_t width;
-    std::int32_t height;
-    std::int32_t inputSize;
-    std::int32_t outWidth;
-    std::int32_t outHeight;
-    std::int32_t outputSize;
-    std::int32_t fftSize;
-    std::int32_t windowSize;
-    float srFactor;
-    std::int32_t referenceIndex = 0;
-    float minStructureThreshold = 2.0F;
-    std::unique_ptr<SuperResolutionRegistration> registration;
-    std::unique_ptr<SuperResolutionMinimization> minimization;
-    SuperResolutionBadPixelHandling badPixelHandling;
-    std::vector<float*> frames;
-    std::vector<float (*)[2]> spectra;
-    std::vector<float*> registeredFrames;
-    std::vector<float> outputImage;
-    std::vector<PointF> shifts;
-    std::vector<char*> masks;
-    std::int32_t frameCount = 0;
-    cv::Mat_<float> gain;
-    cv::Mat_<float> offset;
-    cv::Mat_<float> radiance;
-    cv::Mat_<float> quality;
-
-    // What the pointers above point into, one array per frame.
-    std::vector<std::vector<float>> frameStorage_;
-    std::vector<std::unique_ptr<float[][2]>> spectrumStorage_;
-    std::vector<std::vector<float>> registeredStorage_;
-    std::vector<std::vector<char>> maskStorage_;
-    // Frames of the last computation, to which `shifts` and `masks` belong.
+    std::int32_t width_;
+    std::int32_t height_;
+    std::int32_t inputSize_;
+    std::int32_t outWidth_;
+    std::int32_t outHeight_;
+    std::int32_t outputSize_;
+    std::int32_t windowSize_;
+    float srFactor_;
+    std::int32_t referenceIndex_ = 0;
+    float minStructureThreshold_;
+    std::unique_ptr<SuperResolutionRegistration> registration_;
+    std::unique_ptr<SuperResolutionMinimization> minimization_;
+    SuperResolutionBadPixelHandling badPixelHandling_;
+    std::unique_ptr<FrameWindow> window_;
+    std::unique_ptr<SpectrumWindow> spectra_;
+    std::vector<float> outputImage_;
+    cv::Mat_<float> gain_;
+    cv::Mat_<float> offset_;
+    cv::Mat_<float> radiance_;
+    cv::Mat_<float> quality_;
+    // Frames of the last computation, to which shifts and masks belong.
     std::int32_t registeredCount_ = 0;
     std::int32_t iterations_ = 0;
 };

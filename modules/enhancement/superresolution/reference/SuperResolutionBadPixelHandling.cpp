@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/superresolution/reference/SuperResolutionBadPixelHandling.h"
 
 #include <algorithm>
@@ -7,16 +8,12 @@
 
 #include "core/base/Exception.h"
 #include "core/base/Kernel.h"
+#include "enhancement/superresolution/SuperResolutionCAdapter.h"
+#include "enhancement/superresolution/engine/PixelValues.h"
 
 namespace halvor::vx {
 
 namespace {
-
-// Bit patterns of the in-band markers; as floats they are denormals, so only their bits tell them apart.
-constexpr std::uint32_t overRangeMarker = 0x81;
-constexpr std::uint32_t underRangeMarker = 0x82;
-constexpr std::uint32_t invalidMarker = 0x84;
-constexpr std::uint32_t otherInvalidMarker = 0x85;
 
 enum DefectCode : unsigned char
 {
@@ -36,11 +33,8 @@ constexpr int largestUnrepairableCount = 10;
 // Bitwise operators, so that the row kernels have no branch.
 inline bool isDefect(float value, float minValue, float maxValue)
 {
-    const auto bits = std::bit_cast<std::uint32_t>(value);
     const bool inRange = static_cast<bool>((value >= minValue) & (value <= maxValue));
-    const bool marker =
-        static_cast<bool>((bits - overRangeMarker <= otherInvalidMarker - overRangeMarker) & (bits != 0x83U));
-    return static_cast<bool>(!inRange | marker);
+    return static_cast<bool>(!inRange | isPixelMarker(value));
 }
 
 VX_KERNEL bool rowHasDefect(const float* row, int n, float minValue, float maxValue)
@@ -63,8 +57,8 @@ VX_KERNEL bool rowHasNonZero(const unsigned char* row, int n)
 inline bool isStamp(float value)
 {
     const auto bits = std::bit_cast<std::uint32_t>(value);
-    return static_cast<bool>((bits == overRangeMarker) | (bits == underRangeMarker) |
-                             (bits == invalidMarker));
+    return static_cast<bool>((bits == PixelMarker::overRange) | (bits == PixelMarker::underRange) |
+                             (bits == PixelMarker::invalid));
 }
 
 VX_KERNEL bool rowHasStamp(const float* row, int n)
@@ -122,11 +116,11 @@ std::uint32_t stampFor(unsigned char code)
 {
     switch (code) {
         case underRangeMarked:
-            return underRangeMarker;
+            return PixelMarker::underRange;
         case overRangeMarked:
-            return overRangeMarker;
+            return PixelMarker::overRange;
         default:
-            return invalidMarker;
+            return PixelMarker::invalid;
     }
 }
 
@@ -160,18 +154,18 @@ bool truncatesInside(float position, int count)
 }  // namespace
 
 SuperResolutionBadPixelHandling::SuperResolutionBadPixelHandling(unsigned int frameCount)
-    : maxFrames(frameCount), neighbours{{{-1, 0}, {1, 0}, {0, -1}, {0, 1}}}
+    : maxFrames_(frameCount), neighbours_{{{-1, 0}, {1, 0}, {0, -1}, {0, 1}}}
 {
     setDataIsNUC(false);
-    defectMaps.reserve(maxFrames);
+    defectMaps_.reserve(maxFrames_);
 }
 
 void SuperResolutionBadPixelHandling::setDataIsNUC(bool isNUC)
 {
-    dataIsNUC = isNUC;
-    // Signed 16-bit counts, or degrees Celsius from just below absolute zero.
-    minValue = isNUC ? -32768.0F : -274.0F;
-    maxValue = isNUC ? 32767.0F : 5000.0F;
+    dataIsNuc_ = isNUC;
+    const PixelLimits& limits = isNUC ? countLimits : temperatureLimits;
+    minValue_ = limits.lowest;
+    maxValue_ = limits.highest;
 }
 
 int SuperResolutionBadPixelHandling::detectAndReplaceBadPixel(cv::Mat_<float>& frame)
@@ -180,26 +174,26 @@ int SuperResolutionBadPixelHandling::detectAndReplaceBadPixel(cv::Mat_<float>& f
     Repair outcome;
     if (hasDefects(frame))
         outcome = repair(frame, map);
-    if (maxFrames > 0)
-        defectMaps.push_back(std::move(map));
+    if (maxFrames_ > 0)
+        defectMaps_.push_back(std::move(map));
     if (outcome.unrepairable > largestUnrepairableCount)
         throw Exception("Too many defect pixels. No processing possible.",
                         VX_WHERE("halvor::vx::SuperResolutionBadPixelHandling::detectAndReplaceBadPixel"));
-    return outcome.usedFallback ? -2 : 0;
+    return outcome.usedFallback ? SuperResolution_fallbackPixel : SuperResolution_success;
 }
 
 void SuperResolutionBadPixelHandling::maskBadPixel(cv::Mat_<float>& result,
                                                    const std::vector<PointF>& shifts) const
 {
-    if (shifts.size() != defectMaps.size())
+    if (shifts.size() != defectMaps_.size())
         throw Exception("maskBadPixel(): number of shifts ist not equal to number of defectMaps",
                         VX_WHERE("halvor::vx::SuperResolutionBadPixelHandling::maskBadPixel"));
-    for (std::size_t i = 0; i < defectMaps.size(); ++i) {
-        for (int row = 0; row < defectMaps[i].rows; ++row) {
-            const unsigned char* codes = defectMaps[i][row];
-            if (!rowHasNonZero(codes, defectMaps[i].cols))
+    for (std::size_t i = 0; i < defectMaps_.size(); ++i) {
+        for (int row = 0; row < defectMaps_[i].rows; ++row) {
+            const unsigned char* codes = defectMaps_[i][row];
+            if (!rowHasNonZero(codes, defectMaps_[i].cols))
                 continue;
-            for (int column = 0; column < defectMaps[i].cols; ++column)
+            for (int column = 0; column < defectMaps_[i].cols; ++column)
                 if (codes[column] != good)
                     stampDefect(result, row, column, shifts[i], codes[column]);
         }
@@ -210,7 +204,7 @@ void SuperResolutionBadPixelHandling::replaceMaskedPixel(cv::Mat_<float>& result
                                                          const std::vector<PointF>& shifts,
                                                          const std::vector<cv::Mat_<float>>& frames) const
 {
-    if (defectMaps.empty())
+    if (defectMaps_.empty())
         throw Exception("bad pixel masks not initalized",
                         VX_WHERE("halvor::vx::SuperResolutionBadPixelHandling::replaceMaskedPixel"));
     for (int row = 0; row < result.rows; ++row) {
@@ -232,9 +226,9 @@ void SuperResolutionBadPixelHandling::colorBadPixel(const cv::Mat_<float>& image
     for (int row = 0; row < image.rows; ++row) {
         for (int column = 0; column < image.cols; ++column) {
             const auto bits = std::bit_cast<std::uint32_t>(image(row, column));
-            if (bits == overRangeMarker)
+            if (bits == PixelMarker::overRange)
                 colours(row, column) = {0, 0, 255};
-            else if (bits == underRangeMarker)
+            else if (bits == PixelMarker::underRange)
                 colours(row, column) = {255, 0, 0};
         }
     }
@@ -244,11 +238,11 @@ void SuperResolutionBadPixelHandling::getMinMaxVal(const cv::Mat_<float>& image,
                                                    float& maximum, cv::Point_<int>* minimumPlace,
                                                    cv::Point_<int>* maximumPlace) const
 {
-    minimum = maxValue;
-    maximum = minValue;
+    minimum = maxValue_;
+    maximum = minValue_;
     for (int row = 0; row < image.rows; ++row) {
         const float* pixels = image[row];
-        const Extremes extremes = rowExtremes(pixels, image.cols, minValue, maxValue);
+        const Extremes extremes = rowExtremes(pixels, image.cols, minValue_, maxValue_);
         // Reading the value back at its first place settles which zero it is, and the place.
         if (extremes.minimum < minimum) {
             const auto column = std::find(pixels, pixels + image.cols, extremes.minimum) - pixels;
@@ -267,21 +261,21 @@ void SuperResolutionBadPixelHandling::getMinMaxVal(const cv::Mat_<float>& image,
 
 bool SuperResolutionBadPixelHandling::isValid(float value) const
 {
-    return !isDefect(value, minValue, maxValue);
+    return !isDefect(value, minValue_, maxValue_);
 }
 
 unsigned char SuperResolutionBadPixelHandling::defectCode(float value) const
 {
-    if (value > maxValue)
+    if (value > maxValue_)
         return aboveLimit;
-    if (value < minValue)
+    if (value < minValue_)
         return belowLimit;
     if (isValid(value))
         return good;
     switch (std::bit_cast<std::uint32_t>(value)) {
-        case overRangeMarker:
+        case PixelMarker::overRange:
             return overRangeMarked;
-        case underRangeMarker:
+        case PixelMarker::underRange:
             return underRangeMarked;
         default:
             return invalid;
@@ -293,7 +287,7 @@ bool SuperResolutionBadPixelHandling::getReplacementValue_(const cv::Mat_<float>
 {
     float sum = 0.0F;
     int count = 0;
-    for (const PointI& neighbour : neighbours) {
+    for (const PointI& neighbour : neighbours_) {
         const int column = x + neighbour.x;
         const int row = y + neighbour.y;
         if (!contains(image, column, row) || !isValid(image(row, column)))
@@ -310,7 +304,7 @@ bool SuperResolutionBadPixelHandling::getReplacementValue_(const cv::Mat_<float>
 bool SuperResolutionBadPixelHandling::hasDefects(const cv::Mat_<float>& frame) const
 {
     for (int row = 0; row < frame.rows; ++row)
-        if (rowHasDefect(frame[row], frame.cols, minValue, maxValue))
+        if (rowHasDefect(frame[row], frame.cols, minValue_, maxValue_))
             return true;
     return false;
 }
@@ -325,7 +319,7 @@ SuperResolutionBadPixelHandling::Repair SuperResolutionBadPixelHandling::repair(
     float largest = 0.0F;
     getMinMaxVal(frame, smallest, largest, nullptr, nullptr);
     for (int row = 0; row < frame.rows; ++row) {
-        if (!rowHasDefect(frame[row], frame.cols, minValue, maxValue))
+        if (!rowHasDefect(frame[row], frame.cols, minValue_, maxValue_))
             continue;
         for (int column = 0; column < frame.cols; ++column) {
             const unsigned char code = defectCode(frame(row, column));
@@ -363,9 +357,9 @@ float SuperResolutionBadPixelHandling::fallbackFor(unsigned char code, float sma
 cv::Mat_<unsigned char> SuperResolutionBadPixelHandling::nextMap(const cv::Size& size)
 {
     cv::Mat_<unsigned char> map;
-    if (!defectMaps.empty() && defectMaps.size() >= maxFrames) {
-        map = std::move(defectMaps.front());
-        defectMaps.erase(defectMaps.begin());
+    if (!defectMaps_.empty() && defectMaps_.size() >= maxFrames_) {
+        map = std::move(defectMaps_.front());
+        defectMaps_.erase(defectMaps_.begin());
     }
     map.create(size);
     map.setTo(0);
@@ -375,8 +369,8 @@ cv::Mat_<unsigned char> SuperResolutionBadPixelHandling::nextMap(const cv::Size&
 void SuperResolutionBadPixelHandling::refill(float& pixel, int x, int y, const std::vector<PointF>& shifts,
                                              const std::vector<cv::Mat_<float>>& frames) const
 {
-    const std::size_t usable = std::min({frames.size(), shifts.size(), defectMaps.size()});
-    const cv::Size size = defectMaps.front().size();
+    const std::size_t usable = std::min({frames.size(), shifts.size(), defectMaps_.size()});
+    const cv::Size size = defectMaps_.front().size();
     float sum = 0.0F;
     int count = 0;
     for (std::size_t i = 0; i < usable; ++i) {
@@ -386,9 +380,9 @@ void SuperResolutionBadPixelHandling::refill(float& pixel, int x, int y, const s
             continue;
         const int column = static_cast<int>(frameX);
         const int row = static_cast<int>(frameY);
-        if (!contains(defectMaps[i], column, row) || !contains(frames[i], column, row))
+        if (!contains(defectMaps_[i], column, row) || !contains(frames[i], column, row))
             continue;
-        if (defectMaps[i](row, column) != good)
+        if (defectMaps_[i](row, column) != good)
             continue;
         sum += frames[i](row, column);
         ++count;

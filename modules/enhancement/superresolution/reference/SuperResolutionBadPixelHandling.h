@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <array>
@@ -95,12 +96,12 @@ private:
     void refill(float& pixel, int x, int y, const std::vector<PointF>& shifts,
                 const std::vector<cv::Mat_<float>>& frames) const;
 
-    std::uint32_t maxFrames;
-    float minValue = 0.0F;
-    float maxValue = 0.0F;
-    bool dataIsNUC = false;
-    std::array<PointI, 4> neighbours;
-    std::vector<cv::Mat_<unsigned char>> defectMaps;
+    std::uint32_t maxFrames_;
+    float minValue_ = 0.0F;
+    float maxValue_ = 0.0F;
+    bool dataIsNuc_ = false;
+    std::array<PointI, 4> neighbours_;
+    std::vector<cv::Mat_<unsigned char>> defectMaps_;
 };
 
 }  // namespace halvor::vx

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "enhancement/superresolution/reference/SuperResolutionConvolution.h"
 
 #include <algorithm>
 #include <cstddef>
 
+#include "core/diagnostics/DebugLevels.h"
+
 namespace halvor::vx {
 
 namespace {
-
-constexpr int debugLevel = 12;
 
 // One line of a box filter with a running sum; the elements of both lines lie `step` apart.
 void boxFilterLine(const float* in, int n, std::ptrdiff_t step, int radius, float* out)
@@ -38,83 +39,83 @@ void boxFilterLine(const float* in, int n, std::ptrdiff_t step, int radius, floa
 
 SuperResolutionConvolution::SuperResolutionConvolution(int resultWidth, int resultHeight, int tapsX,
                                                        int tapsY, float resolutionFactor)
-    : width(resultWidth),
-      height(resultHeight),
-      kernelWidth(tapsX),
-      kernelHeight(tapsY),
-      fullWidth(width + kernelWidth - 1),
-      fullHeight(height + kernelHeight - 1),
-      factor(resolutionFactor),
-      tmp(static_cast<std::size_t>(width) * fullHeight),
+    : width_(resultWidth),
+      height_(resultHeight),
+      kernelWidth_(tapsX),
+      kernelHeight_(tapsY),
+      fullWidth_(width_ + kernelWidth_ - 1),
+      fullHeight_(height_ + kernelHeight_ - 1),
+      factor_(resolutionFactor),
+      tmp_(static_cast<std::size_t>(width_) * fullHeight_),
       channel_("SR")
 {}
 
 void SuperResolutionConvolution::fullConvFromSparse(const float* sparse, const float* kernelX,
                                                     const float* kernelY, const char* mask, float* full)
 {
-    channel_.send("start SuperResolutionConvolution.fullConvFromSparse", debugLevel);
+    channel_.send("start SuperResolutionConvolution.fullConvFromSparse", DebugLevel::detail);
     const auto [lowWidth, lowHeight, stride, rowJump] = sampling();
 
-    std::fill_n(tmp.begin(), static_cast<std::ptrdiff_t>(fullHeight) * lowWidth, 0.0F);
-    for (int k = 0; k < kernelHeight; ++k) {
+    std::fill_n(tmp_.begin(), static_cast<std::ptrdiff_t>(fullHeight_) * lowWidth, 0.0F);
+    for (int k = 0; k < kernelHeight_; ++k) {
         std::ptrdiff_t sample = 0;
         std::ptrdiff_t target = static_cast<std::ptrdiff_t>(k) * lowWidth;
         for (int r = 0; r < lowHeight; ++r) {
             for (int c = 0; c < lowWidth; ++c, ++sample, ++target)
-                tmp[target] += static_cast<float>(mask[sample]) * sparse[sample] * kernelY[k];
+                tmp_[target] += static_cast<float>(mask[sample]) * sparse[sample] * kernelY[k];
             target += rowJump;
         }
     }
 
-    std::fill_n(full, static_cast<std::ptrdiff_t>(fullWidth) * fullHeight, 0.0F);
-    for (int k = 0; k < kernelWidth; ++k) {
+    std::fill_n(full, static_cast<std::ptrdiff_t>(fullWidth_) * fullHeight_, 0.0F);
+    for (int k = 0; k < kernelWidth_; ++k) {
         std::ptrdiff_t source = 0;
-        for (int r = 0; r < fullHeight; ++r) {
-            float* row = full + static_cast<std::ptrdiff_t>(r) * fullWidth + k;
+        for (int r = 0; r < fullHeight_; ++r) {
+            float* row = full + static_cast<std::ptrdiff_t>(r) * fullWidth_ + k;
             for (int c = 0; c < lowWidth; ++c, ++source)
-                row[c * stride] += tmp[source] * kernelX[k];
+                row[c * stride] += tmp_[source] * kernelX[k];
         }
     }
-    channel_.send("end SuperResolutionConvolution.fullConvFromSparse", debugLevel);
+    channel_.send("end SuperResolutionConvolution.fullConvFromSparse", DebugLevel::detail);
 }
 
 void SuperResolutionConvolution::validCorrToSparse(const float* full, const float* kernelX,
                                                    const float* kernelY, float* sparse)
 {
-    channel_.send("start SuperResolutionConvolution.validCorrToSparse", debugLevel);
+    channel_.send("start SuperResolutionConvolution.validCorrToSparse", DebugLevel::detail);
     const auto [lowWidth, lowHeight, stride, rowJump] = sampling();
 
-    std::fill_n(tmp.begin(), static_cast<std::ptrdiff_t>(fullHeight) * lowWidth, 0.0F);
-    for (int k = 0; k < kernelWidth; ++k) {
+    std::fill_n(tmp_.begin(), static_cast<std::ptrdiff_t>(fullHeight_) * lowWidth, 0.0F);
+    for (int k = 0; k < kernelWidth_; ++k) {
         std::ptrdiff_t target = 0;
-        for (int r = 0; r < fullHeight; ++r) {
-            const float* row = full + static_cast<std::ptrdiff_t>(r) * fullWidth + k;
+        for (int r = 0; r < fullHeight_; ++r) {
+            const float* row = full + static_cast<std::ptrdiff_t>(r) * fullWidth_ + k;
             for (int c = 0; c < lowWidth; ++c, ++target)
-                tmp[target] += row[c * stride] * kernelX[k];
+                tmp_[target] += row[c * stride] * kernelX[k];
         }
     }
 
     std::fill_n(sparse, static_cast<std::ptrdiff_t>(lowWidth) * lowHeight, 0.0F);
-    for (int k = 0; k < kernelHeight; ++k) {
+    for (int k = 0; k < kernelHeight_; ++k) {
         std::ptrdiff_t sample = 0;
         std::ptrdiff_t source = static_cast<std::ptrdiff_t>(k) * lowWidth;
         for (int r = 0; r < lowHeight; ++r) {
             for (int c = 0; c < lowWidth; ++c, ++sample, ++source)
-                sparse[sample] += tmp[source] * kernelY[k];
+                sparse[sample] += tmp_[source] * kernelY[k];
             source += rowJump;
         }
     }
-    channel_.send("end SuperResolutionConvolution.validCorrToSparse", debugLevel);
+    channel_.send("end SuperResolutionConvolution.validCorrToSparse", DebugLevel::detail);
 }
 
 void SuperResolutionConvolution::sameConvOnes(const float* in, int radius, float* out)
 {
-    for (int y = 0; y < height; ++y) {
-        const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(y) * width;
-        boxFilterLine(in + row, width, 1, radius, tmp.data() + row);
+    for (int y = 0; y < height_; ++y) {
+        const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(y) * width_;
+        boxFilterLine(in + row, width_, 1, radius, tmp_.data() + row);
     }
-    for (int x = 0; x < width; ++x)
-        boxFilterLine(tmp.data() + x, height, width, radius, out + x);
+    for (int x = 0; x < width_; ++x)
+        boxFilterLine(tmp_.data() + x, height_, width_, radius, out + x);
 }
 
 std::vector<DebugChannel*> SuperResolutionConvolution::getInternalDebugChannelObjects()
@@ -124,10 +125,10 @@ std::vector<DebugChannel*> SuperResolutionConvolution::getInternalDebugChannelOb
 
 SuperResolutionConvolution::Sampling SuperResolutionConvolution::sampling() const
 {
-    const int lowWidth = static_cast<int>(static_cast<float>(width) / factor);
-    const int lowHeight = static_cast<int>(static_cast<float>(height) / factor);
-    const int rowJump = static_cast<int>((factor - 1.0F) * static_cast<float>(lowWidth));
-    return {lowWidth, lowHeight, static_cast<int>(factor), rowJump};
+    const int lowWidth = static_cast<int>(static_cast<float>(width_) / factor_);
+    const int lowHeight = static_cast<int>(static_cast<float>(height_) / factor_);
+    const int rowJump = static_cast<int>((factor_ - 1.0F) * static_cast<float>(lowWidth));
+    return {lowWidth, lowHeight, static_cast<int>(factor_), rowJump};
 }
 
 }  // namespace halvor::vx

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -60,14 +61,14 @@ private:
 
     Sampling sampling() const;
 
-    std::int32_t width;
-    std::int32_t height;
-    std::int32_t kernelWidth;
-    std::int32_t kernelHeight;
-    std::int32_t fullWidth;
-    std::int32_t fullHeight;
-    float factor;
-    std::vector<float> tmp;
+    std::int32_t width_;
+    std::int32_t height_;
+    std::int32_t kernelWidth_;
+    std::int32_t kernelHeight_;
+    std::int32_t fullWidth_;
+    std::int32_t fullHeight_;
+    float factor_;
+    std::vector<float> tmp_;
     DebugChannel channel_;
 };
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -38,8 +39,8 @@ private:
     void scaleRow(float* blurred, int row, float factor) const;
     void scaleColumn(float* blurred, int column, float factor) const;
 
-    std::int32_t width;
-    std::int32_t height;
+    std::int32_t width_;
+    std::int32_t height_;
     std::int32_t half_;
     std::unique_ptr<LineFft> lines_;
     // A column or a row before and after its transform, and a column with its wrapped ends.

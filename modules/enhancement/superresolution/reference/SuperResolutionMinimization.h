@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -27,20 +28,20 @@ public:
     SuperResolutionMinimization(int width, int height, int numFrames, float factor);
 
     /// Standard deviation of the point spread in pixels of the large image; 0.683 at first.
-    float getPsfSigma() const { return psfSigma; }
+    float getPsfSigma() const { return psfSigma_; }
     void setPsfSigma(float sigma);
     /// Inverse strength of the prior; 400 at first.
-    float getWeightTV() const { return weightTV; }
+    float getWeightTV() const { return weightTv_; }
     void setWeightTV(float weight);
     /// Lower clamp of a gradient's magnitude, whose inverse is the upper one; 0.1 at first.
-    float getEpsilon() const { return epsilon; }
+    float getEpsilon() const { return epsilon_; }
     void setEpsilon(float value);
     /// Relative residue at which a round ends; 0.007 at first.
-    float getRelRes() const { return relRes; }
-    void setRelRes(float residue) { relRes = residue; }
+    float getRelRes() const { return relRes_; }
+    void setRelRes(float residue) { relRes_ = residue; }
     /// Budget of conjugate-gradient steps for one image; 8 at first.
-    int getMaxIter() const { return maxIter; }
-    void setMaxIter(int iterations) { maxIter = iterations; }
+    int getMaxIter() const { return maxIter_; }
+    void setMaxIter(int iterations) { maxIter_ = iterations; }
 
     /// @param count     frames given, at least 1 and at most the capacity
     /// @param refIndex  the frame whose mean and deviation normalise all frames
@@ -73,39 +74,39 @@ private:
     void applyL(const float* x, float* out) const;
     void debugFull(const char* name, std::vector<float>& values) const;
 
-    std::int32_t width;
-    std::int32_t height;
-    std::int32_t psfSize;
-    std::int32_t fullWidth;
-    std::int32_t fullHeight;
-    std::int32_t pixelCount;
-    std::int32_t numFrames;
-    float factor;
-    float psfSigma = 0.0F;
-    float weightTV = 0.0F;
-    float relRes = 0.0F;
-    std::int32_t maxIter = 0;
-    std::vector<float> basePsf;
-    std::vector<std::vector<float>> psfX;
-    std::vector<std::vector<float>> psfY;
-    SuperResolutionConvolution conv;
-    std::vector<float> TmpConv;
-    std::vector<float> TmpFull;
-    std::vector<float> B;
-    std::vector<float> U;
-    std::vector<float> Lr;
-    std::vector<float> Ld;
-    std::vector<float> Ldl;
-    std::vector<float> Ldr;
-    std::vector<float> Lc;
-    std::vector<float> R;
-    std::vector<float> S;
-    std::vector<float> Q;
-    float negInvWeightTV = 0.0F;
-    float epsilon = 0.0F;
-    float invEpsilon = 0.0F;
-    float Pnr = 0.0F;
-    float NormB = 0.0F;
+    std::int32_t width_;
+    std::int32_t height_;
+    std::int32_t psfSize_;
+    std::int32_t fullWidth_;
+    std::int32_t fullHeight_;
+    std::int32_t pixelCount_;
+    std::int32_t numFrames_;
+    float factor_;
+    float psfSigma_ = 0.0F;
+    float weightTv_ = 0.0F;
+    float relRes_ = 0.0F;
+    std::int32_t maxIter_ = 0;
+    std::vector<float> basePsf_;
+    std::vector<std::vector<float>> psfX_;
+    std::vector<std::vector<float>> psfY_;
+    SuperResolutionConvolution conv_;
+    std::vector<float> tmpConv_;
+    std::vector<float> tmpFull_;
+    std::vector<float> b_;
+    std::vector<float> u_;
+    std::vector<float> lr_;
+    std::vector<float> ld_;
+    std::vector<float> ldl_;
+    std::vector<float> ldr_;
+    std::vector<float> lc_;
+    std::vector<float> r_;
+    std::vector<float> s_;
+    std::vector<float> q_;
+    float negInvWeightTv_ = 0.0F;
+    float epsilon_ = 0.0F;
+    float invEpsilon_ = 0.0F;
+    float pnr_ = 0.0F;
+    float invNormB_ = 0.0F;  // 1 / (sum of B * B)
     DebugChannel channel_;
 };
 

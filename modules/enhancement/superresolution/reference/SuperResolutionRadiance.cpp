@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two ends of the reference engine: raw counts to radiance, and the map of sub-pixel coverage.
 
 #include <cmath>
 #include <opencv2/core.hpp>
 
 #include "core/base/Exception.h"
+#include "enhancement/superresolution/engine/FrameWindow.h"
 #include "enhancement/superresolution/reference/SuperResolution.h"
 
 namespace halvor::vx {
@@ -45,8 +47,8 @@ void SuperResolution::setNucToRad(const cv::Mat_<short>& nucA, const cv::Mat_<fl
     if (radA.size() != nucA.size() || nucB.size() != nucA.size() || radB.size() != nucA.size())
         throw Exception("setNucToRad(): the four matrices differ in size",
                         VX_WHERE("halvor::vx::SuperResolution::setNucToRad"));
-    gain.create(nucA.size());
-    offset.create(nucA.size());
+    gain_.create(nucA.size());
+    offset_.create(nucA.size());
     for (int y = 0; y < nucA.rows; ++y) {
         for (int x = 0; x < nucA.cols; ++x) {
             const float r1 = radA(y, x);
@@ -54,22 +56,22 @@ void SuperResolution::setNucToRad(const cv::Mat_<short>& nucA, const cv::Mat_<fl
             const auto n1 = static_cast<float>(nucA(y, x));
             const auto n2 = static_cast<float>(nucB(y, x));
             const bool isLine = n2 != n1;
-            gain(y, x) = isLine ? (r2 - r1) / (n2 - n1) : failedLine;
-            offset(y, x) = isLine ? r1 - gain(y, x) * n1 : failedLine;
+            gain_(y, x) = isLine ? (r2 - r1) / (n2 - n1) : failedLine;
+            offset_(y, x) = isLine ? r1 - gain_(y, x) * n1 : failedLine;
         }
     }
-    repairLines(gain, failedLine, largestLine);
-    repairLines(offset, failedLine, largestLine);
+    repairLines(gain_, failedLine, largestLine);
+    repairLines(offset_, failedLine, largestLine);
 }
 
 float SuperResolution::processFrame2(const short* input, float* output)
 {
-    if (offset.cols != width || gain.rows != height)
+    if (offset_.cols != width_ || gain_.rows != height_)
         throw Exception("NucToRad() not initialized", VX_WHERE("halvor::vx::SuperResolution::processFrame2"));
     // A matrix header takes no pointer to constant data; the matrix is only read.
-    const cv::Mat_<short> raw(height, width, const_cast<short*>(input));
+    const cv::Mat_<short> raw(height_, width_, const_cast<short*>(input));
     NucToRad(raw);
-    addFrame(radiance.ptr<float>());
+    addFrame(radiance_.ptr<float>());
     return computeSR(output);
 }
 
@@ -83,30 +85,30 @@ void SuperResolution::computeQuality()
 
 void SuperResolution::getQuality(cv::Mat_<float>& out) const
 {
-    out = quality.clone();
+    out = quality_.clone();
 }
 
 void SuperResolution::NucToRad(const cv::Mat_<short>& raw)
 {
-    radiance.create(height, width);
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x)
-            radiance(y, x) = static_cast<float>(raw(y, x)) * gain(y, x) + offset(y, x);
+    radiance_.create(height_, width_);
+    for (int y = 0; y < height_; ++y) {
+        for (int x = 0; x < width_; ++x)
+            radiance_(y, x) = static_cast<float>(raw(y, x)) * gain_(y, x) + offset_(y, x);
     }
 }
 
 void SuperResolution::computeQuality_()
 {
-    quality.create(3, 3);
-    quality = 0.0F;
+    quality_.create(3, 3);
+    quality_ = 0.0F;
     const auto add = [this](int row, int column, float weight) {
         // Registration leaves remainders from -0.5 up to 0.5, for which the map has room.
-        if (row >= 0 && row < quality.rows && column >= 0 && column < quality.cols)
-            quality(row, column) += weight;
+        if (row >= 0 && row < quality_.rows && column >= 0 && column < quality_.cols)
+            quality_(row, column) += weight;
     };
     for (int i = 0; i < registeredCount_; ++i) {
-        const float x = shifts[i].x * 2.0F + 1.0F;
-        const float y = shifts[i].y * 2.0F + 1.0F;
+        const float x = window_->shifts()[i].x * 2.0F + 1.0F;
+        const float y = window_->shifts()[i].y * 2.0F + 1.0F;
         const float fx = std::floor(x);
         const float fy = std::floor(y);
         const float dx = x - fx;
@@ -118,7 +120,7 @@ void SuperResolution::computeQuality_()
         add(row + 1, column + 1, dx * dy);
         add(row + 1, column, (1.0F - dx) * dy);
     }
-    quality /= static_cast<double>(registeredCount_);
+    quality_ /= static_cast<double>(registeredCount_);
 }
 
 }  // namespace halvor::vx

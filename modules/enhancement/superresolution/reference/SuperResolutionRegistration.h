@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -45,18 +46,18 @@ public:
                        PointF* shifts, char** masks, float** registered);
 
     /// Full displacements of the last run.
-    void getCompleteShifts(std::vector<PointF>& out) const { out = completeShifts; }
+    void getCompleteShifts(std::vector<PointF>& out) const { out = completeShifts_; }
 
     /// The transform that makes the spectra for doRegistration().
-    SuperResolutionFft2d* getFft() { return fft.get(); }
+    SuperResolutionFft2d* getFft() { return fft_.get(); }
 
     /// Largest local error of a usable pixel; 0.0001 at first.
-    float getRegError() const { return regError; }
-    void setRegError(float error) { regError = error; }
+    float getRegError() const { return regError_; }
+    void setRegError(float error) { regError_ = error; }
     /// Radius of the mean filter on the error image; 3 at first.
-    int getRegErrBlurRadius() const { return regErrBlurRadius; }
-    void setRegErrBlurRadius(int radius) { regErrBlurRadius = radius; }
-    int getGaussRadius() const { return gaussRadius; }
+    int getRegErrBlurRadius() const { return regErrBlurRadius_; }
+    void setRegErrBlurRadius(int radius) { regErrBlurRadius_ = radius; }
+    int getGaussRadius() const { return gaussRadius_; }
     /// Writes the taps of the kernel to the standard output.
     ///
     /// @throws Exception  if the frames are too small for the kernel
@@ -71,32 +72,32 @@ private:
     PointF opticalFlow(PointI shift, char* mask);
     void shiftFrame(const float* source, PointF& shift, float* target) const;
 
-    std::int32_t width;
-    std::int32_t height;
-    std::int32_t size;
-    std::int32_t fftSize;
-    float regError = 0.0F;
-    std::int32_t gaussRadius = 0;
-    std::int32_t regErrBlurRadius = 0;
-    float factor;
-    std::unique_ptr<SuperResolutionFft2d> fft;
-    std::unique_ptr<float[][2]> gaussSpectrum;
-    const float (*refSpectrum)[2] = nullptr;
-    const float (*frameSpectrum)[2] = nullptr;
-    std::unique_ptr<float[][2]> workSpectrum;
-    std::vector<float> correlation;
-    std::vector<float> blurredRef;
-    std::vector<float> blurredFrame;
-    std::vector<float> gradX;
-    std::vector<float> gradY;
-    std::vector<float> errorImage;
-    float sumXX = 0.0F;
-    float sumXY = 0.0F;
-    float sumYY = 0.0F;
-    std::vector<float> gaussKernel;
-    std::vector<float> blurredError;
-    SuperResolutionConvolution conv;
-    std::vector<PointF> completeShifts;
+    std::int32_t width_;
+    std::int32_t height_;
+    std::int32_t size_;
+    std::int32_t fftSize_;
+    float regError_ = 0.0F;
+    std::int32_t gaussRadius_ = 0;
+    std::int32_t regErrBlurRadius_ = 0;
+    float factor_;
+    std::unique_ptr<SuperResolutionFft2d> fft_;
+    std::unique_ptr<float[][2]> gaussSpectrum_;
+    const float (*refSpectrum_)[2] = nullptr;
+    const float (*frameSpectrum_)[2] = nullptr;
+    std::unique_ptr<float[][2]> workSpectrum_;
+    std::vector<float> correlation_;
+    std::vector<float> blurredRef_;
+    std::vector<float> blurredFrame_;
+    std::vector<float> gradX_;
+    std::vector<float> gradY_;
+    std::vector<float> errorImage_;
+    float sumXx_ = 0.0F;
+    float sumXy_ = 0.0F;
+    float sumYy_ = 0.0F;
+    std::vector<float> gaussKernel_;
+    std::vector<float> blurredError_;
+    SuperResolutionConvolution conv_;
+    std::vector<PointF> completeShifts_;
 };
 
 }  // namespace halvor::vx

@@ -1,4 +1,5 @@
-#include "enhancement/superresolution/FrameSweep.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "enhancement/superresolution/solver/FrameSweep.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <array>
@@ -7,7 +8,7 @@
 #include <span>
 #include <vector>
 
-#include "enhancement/superresolution/LaneOrder.h"
+#include "enhancement/superresolution/solver/LaneOrder.h"
 
 namespace halvor::vx {
 
@@ -72,7 +73,7 @@ public:
     void begin(std::span<const FrameModel> frames, int firstFrameRow);
     /// Gathers one pair of rows for all frames. Pairs come in ascending order, from begin()'s row on.
     ///
-    /// @param even, odd  as RowWindow keeps them
+    /// @param even, odd  as LineBuffer keeps them
     void gather(int pair, const float* even, const float* odd);
     /// Masks a frame row whose three pairs were gathered.
     void finish(int frameRow, const LaneMasks& masks);

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <opencv2/core/mat.hpp>
 
-#include "enhancement/superresolution/LaneOrder.h"
+#include "enhancement/superresolution/solver/LaneOrder.h"
 
 namespace halvor::vx {
 
@@ -12,7 +13,7 @@ namespace halvor::vx {
 ///
 /// The operators between the large image and a frame have a stride of 2: a lane's run is an even number of
 /// columns, twice the run of a frame's row. Places beyond the image, the block behind each row and one row
-/// above and below are zero.
+/// above and below are zero, as long as the image is finite.
 struct LaneLayout : LaneOrder
 {
     LaneLayout(int imageWidth, int imageHeight)
@@ -23,13 +24,6 @@ struct LaneLayout : LaneOrder
     {}
 
     LaneOrder frameOrder() const { return LaneOrder(run / 2); }
-
-    /// Zeroes what is not of the image in a stored row.
-    void clearPadding(float* row) const
-    {
-        clearFrom(width, row);
-        std::fill(row + run * lanes, row + pitch, 0.0F);
-    }
 
     int width;
     int height;

@@ -1,4 +1,5 @@
-#include "enhancement/superresolution/LaneOrder.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "enhancement/superresolution/solver/LaneOrder.h"
 
 namespace halvor::vx {
 

@@ -1,4 +1,5 @@
-#include "enhancement/superresolution/RowWindow.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "enhancement/superresolution/solver/LineBuffer.h"
 
 #include "core/base/Kernel.h"
 
@@ -15,13 +16,13 @@ VX_KERNEL void fillEdges(float* row, int run, int behind)
 
 }  // namespace
 
-RowWindow::RowWindow(const LaneLayout& layout)
+LineBuffer::LineBuffer(const LaneLayout& layout)
     : run_(layout.run),
       height_(layout.height),
       ring_(rows + 1, guard + (layout.run + behind) * LaneOrder::lanes, 0.0F)
 {}
 
-void RowWindow::close(int y)
+void LineBuffer::close(int y)
 {
     fillEdges(open(y), run_, behind);
 }

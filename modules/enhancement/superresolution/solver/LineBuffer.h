@@ -1,19 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <opencv2/core/mat.hpp>
 
-#include "enhancement/superresolution/LaneImage.h"
+#include "enhancement/superresolution/solver/LaneImage.h"
 
 namespace halvor::vx {
 
-/// The rows of a large image around the place where a thread works, with the edge blocks that kernels look
-/// at: one before and four behind each row. Small enough to stay in the cache.
-class RowWindow
+/// Line buffer: the rows of a large image around the place where a thread works, with the edge blocks that
+/// kernels look at: one before and four behind each row. Small enough to stay in the cache.
+class LineBuffer
 {
 public:
     static constexpr int rows = 8;
 
-    explicit RowWindow(const LaneLayout& layout);
+    explicit LineBuffer(const LaneLayout& layout);
 
     /// Place for row y, whose run the caller fills before close(); forgets row y - 8.
     float* open(int y) { return ring_[y % rows] + guard; }

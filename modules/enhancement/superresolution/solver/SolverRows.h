@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 namespace halvor::vx {
@@ -13,24 +14,24 @@ double dotRow(const float* a, const float* b, int floats);
 double residualRow(const float* b, float* r, int floats);
 
 /// out = beta * s + r
-void directionRow(float beta, const float* s, const float* r, float* out, int floats);
+void xpayRow(float beta, const float* s, const float* r, float* out, int floats);
 
 /// s = beta * s + r, after u += alpha * s
-void turnRow(float alpha, float beta, float* s, const float* r, float* u, int floats);
+void axpyXpayRow(float alpha, float beta, float* s, const float* r, float* u, int floats);
 
 /// out = u + alpha * s; out may be u.
-void advanceRow(float alpha, const float* s, const float* u, float* out, int floats);
+void axpyRow(float alpha, const float* s, const float* u, float* out, int floats);
 
 /// row += other
 void addRow(const float* other, float* row, int floats);
 
 /// r = s - alpha * q
 /// @return the sum of r * r
-double firstStepRow(float alpha, const float* q, const float* s, float* r, int floats);
+double axpyDotRow(float alpha, const float* q, const float* s, float* r, int floats);
 
 /// r -= alpha * q
 /// @return the sum of r * r
-double stepRow(float alpha, const float* q, float* r, int floats);
+double axpyDotRow(float alpha, const float* q, float* r, int floats);
 
 /// out = columns * scale + offset, any number of them.
 void denormaliseRow(const float* columns, float scale, float offset, float* out, int n);

@@ -1,4 +1,5 @@
-#include "enhancement/superresolution/SrFloatSystem.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "enhancement/superresolution/solver/SrFloatSystem.h"
 
 #include <omp.h>
 
@@ -8,15 +9,15 @@
 #include <cstddef>
 #include <utility>
 
-#include "enhancement/superresolution/SolverRows.h"
+#include "core/diagnostics/DebugLevels.h"
+#include "enhancement/superresolution/solver/SolverRows.h"
 
 namespace halvor::vx {
 
 namespace {
 
-constexpr int debugLevel = 11;
 // Rows above and below its own that a thread's sweep looks at.
-constexpr int borderRows = 4;
+constexpr int haloRows = 4;
 
 int usefulWorkers(int pairs)
 {
@@ -27,9 +28,9 @@ int usefulWorkers(int pairs)
 
 SrFloatSystem::Worker::Worker(int frameWidth, int frameHeight, int capacity, const LaneLayout& layout)
     : sweep(frameWidth, frameHeight, capacity, layout.frameOrder()),
-      window(layout),
+      lines(layout),
       above(4, layout.pitch + LaneOrder::lanes, 0.0F),
-      border(2 * borderRows, layout.pitch, 0.0F),
+      halo(2 * haloRows, layout.pitch, 0.0F),
       columns(layout.size()),
       maskColumns(layout.frameOrder().size())
 {}
@@ -50,19 +51,19 @@ SrFloatSystem::SrFloatSystem(int frameWidth, int frameHeight, int capacity, floa
       layout_(
           static_cast<int>(static_cast<float>(frameWidth) * factor + static_cast<float>(psfSize) - 1.0F),
           static_cast<int>(static_cast<float>(frameHeight) * factor + static_cast<float>(psfSize) - 1.0F)),
-      conv(static_cast<int>(static_cast<float>(frameWidth) * factor),
-           static_cast<int>(static_cast<float>(frameHeight) * factor), psfSize, psfSize, factor),
-      B(layout_, 0),
-      U(layout_, 1),
-      Lr(layout_, 2),
-      Ld(layout_, 3),
-      Ldl(layout_, 4),
-      Ldr(layout_, 5),
-      R(layout_, 6),
-      S(layout_, 7),
-      Q(layout_, 8),
-      TmpConv(frameHeight, frameWidth),
-      TmpFull(layout_.height, layout_.width),
+      conv_(static_cast<int>(static_cast<float>(frameWidth) * factor),
+            static_cast<int>(static_cast<float>(frameHeight) * factor), psfSize, psfSize, factor),
+      b_(layout_, 0),
+      u_(layout_, 1),
+      lr_(layout_, 2),
+      ld_(layout_, 3),
+      ldl_(layout_, 4),
+      ldr_(layout_, 5),
+      r_(layout_, 6),
+      s_(layout_, 7),
+      q_(layout_, 8),
+      tmpConv_(frameHeight, frameWidth),
+      tmpFull_(layout_.height, layout_.width),
       plain_(layout_.height, layout_.width),
       sums_(layout_.height),
       masks_(frameWidth, frameHeight, capacity, layout_.frameOrder())
@@ -76,14 +77,14 @@ SrFloatSystem::SrFloatSystem(int frameWidth, int frameHeight, int capacity, floa
 
 WeightRow SrFloatSystem::weightRow(int y)
 {
-    return {Lr.row(y), Ld.row(y), Ldl.row(y), Ldr.row(y)};
+    return {lr_.row(y), ld_.row(y), ldl_.row(y), ldr_.row(y)};
 }
 
 bool SrFloatSystem::fusedWanted() const
 {
     constexpr int fusedTaps = FrameModel::tapCount + 1;
-    return factor_ == 2.0F && psfSize_ == fusedTaps && !debug_.isDebugActive(debugLevel) &&
-           !conv.isDebugActive(debugLevel);
+    return factor_ == 2.0F && psfSize_ == fusedTaps && !debug_.isDebugActive(DebugLevel::step) &&
+           !conv_.isDebugActive(DebugLevel::step);
 }
 
 double SrFloatSystem::backProject(const SrFloatBurst& burst)
@@ -120,27 +121,27 @@ void SrFloatSystem::backProjectFused(Worker& worker, PairRange range)
         worker.sweep.load(pair, burst_.frames, burst_.masks);
         const int end = std::min(2 * pair + 2, layout_.height);
         for (int y = 2 * pair; y < end; ++y)
-            std::fill_n(B.row(y), layout_.pitch, 0.0F);
+            std::fill_n(b_.row(y), layout_.size(), 0.0F);
         if (end == 2 * pair + 2)
-            worker.sweep.scatter(pair, B.row(2 * pair), B.row(2 * pair + 1));
+            worker.sweep.scatter(pair, b_.row(2 * pair), b_.row(2 * pair + 1));
         for (int y = 2 * pair; y < end; ++y) {
-            std::copy_n(B.row(y), layout_.pitch, U.row(y));
-            sums_[y] = dotRow(B.row(y), B.row(y), layout_.pitch);
+            std::copy_n(b_.row(y), layout_.size(), u_.row(y));
+            sums_[y] = dotRow(b_.row(y), b_.row(y), layout_.size());
         }
     }
 }
 
-RowTriple SrFloatSystem::triple(const RowWindow& window, int y)
+RowTriple SrFloatSystem::triple(const LineBuffer& lines, int y)
 {
-    return {window.row(y - 1), window.row(y), window.row(y + 1)};
+    return {lines.row(y - 1), lines.row(y), lines.row(y + 1)};
 }
 
 // Applies the system to an image, which may be updated on the way: own(y) updates a row in place and gives
-// it, border(y, row) forms a row that belongs to another thread, all of them before any row changes. Without
+// it, halo(y, row) forms a row that belongs to another thread, all of them before any row changes. Without
 // an update own(y) gives any row, and no thread waits for the others. weights(worker, y, isFirst) gives the
 // weights of the row above and of row y, finish(y) a finished row's share of the sum.
-template <typename Border, typename Own, typename Weights, typename Finish>
-void SrFloatSystem::sweepSystem(LaneImage& out, bool isUpdated, Border border, Own own, Weights weights,
+template <typename Halo, typename Own, typename Weights, typename Finish>
+void SrFloatSystem::sweepSystem(LaneImage& out, bool isUpdated, Halo halo, Own own, Weights weights,
                                 Finish finish)
 {
     forEachWorker([&](Worker& worker, PairRange range) {
@@ -150,22 +151,22 @@ void SrFloatSystem::sweepSystem(LaneImage& out, bool isUpdated, Border border, O
         const int endRow = std::min(2 * range.end, height);
         if (isUpdated) {
             for (int y = 2 * begin; y < firstRow; ++y)
-                border(y, worker.border[firstRow - 1 - y]);
-            for (int y = endRow; y < std::min(endRow + borderRows, height); ++y)
-                border(y, worker.border[borderRows + y - endRow]);
+                halo(y, worker.halo[firstRow - 1 - y]);
+            for (int y = endRow; y < std::min(endRow + haloRows, height); ++y)
+                halo(y, worker.halo[haloRows + y - endRow]);
 #pragma omp barrier
         }
         const auto fetch = [&](int y) -> const float* {
             if (!isUpdated || (firstRow <= y && y < endRow))
                 return own(y);
-            return worker.border[y < firstRow ? firstRow - 1 - y : borderRows + y - endRow];
+            return worker.halo[y < firstRow ? firstRow - 1 - y : haloRows + y - endRow];
         };
         const auto advance = [&](int pair) {
             for (int y = 2 * pair; y < std::min(2 * pair + 2, height); ++y) {
-                std::copy_n(fetch(y), layout_.size(), worker.window.open(y));
-                worker.window.close(y);
+                std::copy_n(fetch(y), layout_.size(), worker.lines.open(y));
+                worker.lines.close(y);
             }
-            worker.sweep.gather(pair, worker.window.row(2 * pair), worker.window.row(2 * pair + 1));
+            worker.sweep.gather(pair, worker.lines.row(2 * pair), worker.lines.row(2 * pair + 1));
             worker.sweep.finish(pair - 2, masks_);
         };
 
@@ -177,7 +178,7 @@ void SrFloatSystem::sweepSystem(LaneImage& out, bool isUpdated, Border border, O
             const int end = std::min(2 * pair + 2, height);
             for (int y = 2 * pair; y < end; ++y) {
                 const auto [above, below] = weights(worker, y, y == firstRow);
-                applyLaplacian(layout_, above, below, triple(worker.window, y), out.row(y));
+                applyLaplacian(layout_, above, below, triple(worker.lines, y), out.row(y));
             }
             // A single row at the end lies beyond the reach of all frames.
             if (end == 2 * pair + 2)
@@ -198,8 +199,8 @@ double SrFloatSystem::linearise(const EdgePotential& potential)
         if (pendingAlpha_)
             forEachRow([this](int y) { advanceEstimate(y); });
         computeL(potential);
-        gradient(U, R);
-        forEachRow([this](int y) { sums_[y] = residualRow(B.row(y), R.row(y), layout_.pitch); });
+        gradient(u_, r_);
+        forEachRow([this](int y) { sums_[y] = residualRow(b_.row(y), r_.row(y), layout_.size()); });
     }
     pendingAlpha_.reset();
     return sums_.total();
@@ -207,67 +208,63 @@ double SrFloatSystem::linearise(const EdgePotential& potential)
 
 void SrFloatSystem::lineariseFused(const EdgePotential& potential)
 {
-    const auto border = [this](int y, float* row) {
-        advanceRow(*pendingAlpha_, S.row(y), U.row(y), row, layout_.pitch);
+    const auto halo = [this](int y, float* row) {
+        axpyRow(*pendingAlpha_, s_.row(y), u_.row(y), row, layout_.size());
     };
     const auto own = [this](int y) {
         if (pendingAlpha_)
             advanceEstimate(y);
-        return U.row(y);
+        return u_.row(y);
     };
     const auto weights = [&](Worker& worker, int y, bool isFirst) {
         WeightRow above = weightRow(y - 1);
         if (isFirst && y > 0) {
             above = worker.weightsAbove();
-            fillEdgeWeights(layout_, potential, y - 1, triple(worker.window, y - 1), above);
+            fillEdgeWeights(layout_, potential, y - 1, triple(worker.lines, y - 1), above);
         }
-        fillEdgeWeights(layout_, potential, y, triple(worker.window, y), weightRow(y));
+        fillEdgeWeights(layout_, potential, y, triple(worker.lines, y), weightRow(y));
         return std::pair(above, weightRow(y));
     };
-    sweepSystem(R, pendingAlpha_.has_value(), border, own, weights,
-                [this](int y) { return residualRow(B.row(y), R.row(y), layout_.pitch); });
+    sweepSystem(r_, pendingAlpha_.has_value(), halo, own, weights,
+                [this](int y) { return residualRow(b_.row(y), r_.row(y), layout_.size()); });
     pendingAlpha_.reset();
 }
 
 double SrFloatSystem::startDirection()
 {
     // S is R; the first step writes its R into the other image.
-    std::swap(R, S);
+    std::swap(r_, s_);
     isFirstStep_ = true;
     return multiplyDirection(
-        false, [](int, float*) {}, [this](int y) { return S.row(y); });
+        false, [](int, float*) {}, [this](int y) { return s_.row(y); });
 }
 
 double SrFloatSystem::nextDirection(float beta)
 {
     const float alpha = pendingAlpha_.value_or(0.0F);
-    const auto border = [this, beta](int y, float* row) {
-        directionRow(beta, S.row(y), R.row(y), row, layout_.pitch);
+    const auto halo = [this, beta](int y, float* row) {
+        xpayRow(beta, s_.row(y), r_.row(y), row, layout_.size());
     };
     const auto own = [this, alpha, beta](int y) {
-        turnRow(alpha, beta, S.row(y), R.row(y), U.row(y), layout_.pitch);
-        if (!std::isfinite(alpha))
-            layout_.clearPadding(U.row(y));
-        if (!std::isfinite(beta))
-            layout_.clearPadding(S.row(y));
-        return S.row(y);
+        axpyXpayRow(alpha, beta, s_.row(y), r_.row(y), u_.row(y), layout_.size());
+        return s_.row(y);
     };
     pendingAlpha_.reset();
-    return multiplyDirection(true, border, own);
+    return multiplyDirection(true, halo, own);
 }
 
-template <typename Border, typename Own>
-double SrFloatSystem::multiplyDirection(bool isUpdated, Border border, Own own)
+template <typename Halo, typename Own>
+double SrFloatSystem::multiplyDirection(bool isUpdated, Halo halo, Own own)
 {
-    const auto product = [this](int y) { return dotRow(S.row(y), Q.row(y), layout_.pitch); };
+    const auto product = [this](int y) { return dotRow(s_.row(y), q_.row(y), layout_.size()); };
     const auto weights = [this](Worker&, int y, bool) { return std::pair(weightRow(y - 1), weightRow(y)); };
     if (fused_)
-        sweepSystem(Q, isUpdated, border, own, weights, product);
+        sweepSystem(q_, isUpdated, halo, own, weights, product);
     else
         forEachRow(own);
     fused_ = fused_ && std::isfinite(sums_.total());
     if (!fused_) {
-        gradient(S, Q);
+        gradient(s_, q_);
         forEachRow([&](int y) { sums_[y] = product(y); });
     }
     return sums_.total();
@@ -275,14 +272,9 @@ double SrFloatSystem::multiplyDirection(bool isUpdated, Border border, Own own)
 
 double SrFloatSystem::step(float alpha)
 {
-    const bool finite = std::isfinite(alpha);
-    forEachRow([this, alpha, finite](int y) {
-        sums_[y] = isFirstStep_ ? firstStepRow(alpha, Q.row(y), S.row(y), R.row(y), layout_.pitch)
-                                : stepRow(alpha, Q.row(y), R.row(y), layout_.pitch);
-        if (!finite) {
-            layout_.clearPadding(R.row(y));
-            sums_[y] = dotRow(R.row(y), R.row(y), layout_.pitch);
-        }
+    forEachRow([this, alpha](int y) {
+        sums_[y] = isFirstStep_ ? axpyDotRow(alpha, q_.row(y), s_.row(y), r_.row(y), layout_.size())
+                                : axpyDotRow(alpha, q_.row(y), r_.row(y), layout_.size());
     });
     isFirstStep_ = false;
     pendingAlpha_ = alpha;
@@ -292,9 +284,7 @@ double SrFloatSystem::step(float alpha)
 // U += alpha * S for one row.
 void SrFloatSystem::advanceEstimate(int y)
 {
-    advanceRow(*pendingAlpha_, S.row(y), U.row(y), U.row(y), layout_.pitch);
-    if (!std::isfinite(*pendingAlpha_))
-        layout_.clearPadding(U.row(y));
+    axpyRow(*pendingAlpha_, s_.row(y), u_.row(y), u_.row(y), layout_.size());
 }
 
 void SrFloatSystem::writeResult(float scale, float offset, float* out)
@@ -307,7 +297,7 @@ void SrFloatSystem::writeResult(float scale, float offset, float* out)
              ++y) {
             if (pendingAlpha_)
                 advanceEstimate(y);
-            layout_.fromLanes(U.row(y), worker.columns.data());
+            layout_.fromLanes(u_.row(y), worker.columns.data());
             denormaliseRow(&worker.columns[margin], scale, offset,
                            out + static_cast<std::ptrdiff_t>(y - margin) * outWidth, outWidth);
         }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <omp.h>
@@ -10,11 +11,11 @@
 
 #include "core/base/RowSums.h"
 #include "core/diagnostics/DebugChannel.h"
-#include "enhancement/superresolution/FrameSweep.h"
-#include "enhancement/superresolution/LaneImage.h"
-#include "enhancement/superresolution/RowWindow.h"
 #include "enhancement/superresolution/SrFloatConvolution.h"
-#include "enhancement/superresolution/TotalVariationRows.h"
+#include "enhancement/superresolution/solver/FrameSweep.h"
+#include "enhancement/superresolution/solver/LaneImage.h"
+#include "enhancement/superresolution/solver/LineBuffer.h"
+#include "enhancement/superresolution/solver/TotalVariationRows.h"
 
 namespace halvor::vx {
 
@@ -38,6 +39,9 @@ struct SrFloatBurst
 /// on the number of threads. Where that short cut is not exact (a value is not finite) or not wanted (the
 /// operators' debug lines are, or the factor is not 2) the operators run one after the other instead, to the
 /// same bits.
+///
+/// A value that is not finite makes each step length not a number, and with it all of the result: what such a
+/// value leaves beyond the image's edges does not matter. The next burst overwrites it.
 class SrFloatSystem
 {
 public:
@@ -70,9 +74,9 @@ private:
         WeightRow weightsAbove();
 
         FrameSweep sweep;
-        RowWindow window;
+        LineBuffer lines;
         cv::Mat_<float> above;       // weights of the row above the first own one, one kind per row
-        cv::Mat_<float> border;      // rows of other threads, as this thread's sweep needs them
+        cv::Mat_<float> halo;        // rows of other threads, as this thread's sweep needs them
         std::vector<float> columns;  // one row in the image's own order of columns
         std::vector<std::int8_t> maskColumns;
     };
@@ -87,25 +91,24 @@ private:
     void forEachWorker(Pass pass);
     template <typename Work>
     void forEachRow(Work work);
-    template <typename Border, typename Own, typename Weights, typename Finish>
-    void sweepSystem(LaneImage& out, bool isUpdated, Border border, Own own, Weights weights, Finish finish);
+    template <typename Halo, typename Own, typename Weights, typename Finish>
+    void sweepSystem(LaneImage& out, bool isUpdated, Halo halo, Own own, Weights weights, Finish finish);
     template <typename Visit>
     void forEachTriple(const LaneImage& x, Visit visit);
 
-    static RowTriple triple(const RowWindow& window, int y);
+    static RowTriple triple(const LineBuffer& lines, int y);
     WeightRow weightRow(int y);
     bool fusedWanted() const;
 
     void backProjectFused(Worker& worker, PairRange range);
     void backProjectByOperators();
     void lineariseFused(const EdgePotential& potential);
-    template <typename Border, typename Own>
-    double multiplyDirection(bool isUpdated, Border border, Own own);
+    template <typename Halo, typename Own>
+    double multiplyDirection(bool isUpdated, Halo halo, Own own);
     void computeL(const EdgePotential& potential);
     void gradient(const LaneImage& x, LaneImage& out);
     void advanceEstimate(int y);
     void addTmpFull(LaneImage& out);
-    float laplacianAt(const LaneImage& x, int index) const;
 
     int width_;
     int height_;
@@ -113,19 +116,19 @@ private:
     int psfSize_;
     const DebugChannel& debug_;
     LaneLayout layout_;
-    SrFloatConvolution conv;
-    LaneImage B;
-    LaneImage U;
-    LaneImage Lr;
-    LaneImage Ld;
-    LaneImage Ldl;
-    LaneImage Ldr;
-    LaneImage R;
-    LaneImage S;
-    LaneImage Q;
+    SrFloatConvolution conv_;
+    LaneImage b_;
+    LaneImage u_;
+    LaneImage lr_;
+    LaneImage ld_;
+    LaneImage ldl_;
+    LaneImage ldr_;
+    LaneImage r_;
+    LaneImage s_;
+    LaneImage q_;
     // Row-major arrays of the operators.
-    cv::Mat_<float> TmpConv;
-    cv::Mat_<float> TmpFull;
+    cv::Mat_<float> tmpConv_;
+    cv::Mat_<float> tmpFull_;
     cv::Mat_<float> plain_;
     RowSums<double> sums_;
     std::vector<FrameModel> models_;

@@ -1,4 +1,5 @@
-#include "enhancement/superresolution/TotalVariationRows.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "enhancement/superresolution/solver/TotalVariationRows.h"
 
 #include <algorithm>
 #include <cmath>
@@ -71,7 +72,7 @@ void fillEdgeWeights(const LaneLayout& layout, const EdgePotential& potential, i
     if (y == layout.height - 1)
         for (float* row : {weights.below, weights.belowLeft, weights.belowRight})
             std::fill_n(row, layout.run * lanes, 0.0F);
-    // The first pixel takes the differences at its right neighbour: an old slip that results depend on.
+    // The first pixel takes the differences at its right neighbour: hosts depend on the results.
     if (y == 0)
         for (float* row : {weights.right, weights.below, weights.belowRight})
             row[0] = row[layout.place(1)];

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "enhancement/superresolution/LaneImage.h"
+#include "enhancement/superresolution/solver/LaneImage.h"
 
 namespace halvor::vx {
 
 // Row kernels of the total-variation term: the graph Laplacian over eight neighbours whose edge weights are
-// frozen from an estimate. Weights are negative. Rows of the image come from a RowWindow, rows of weights are
+// frozen from an estimate. Weights are negative. Rows of the image come from a LineBuffer, rows of weights are
 // laid out as in a LaneImage.
 
 /// Weight of an edge: scale / m, with m the difference of its pixels, clamped.

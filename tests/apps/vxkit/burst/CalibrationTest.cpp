@@ -1,4 +1,5 @@
-#include "apps/vxkit/Calibration.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/burst/Calibration.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,8 +8,8 @@
 #include <cmath>
 #include <limits>
 
-#include "FrameSamples.h"
-#include "apps/vxkit/Failure.h"
+#include "apps/FrameSamples.h"
+#include "apps/vxkit/terminal/Failure.h"
 
 using namespace vxapp;
 using testing::HasSubstr;
@@ -31,6 +32,11 @@ TEST(Calibration, MakesDegreesOfCountsButNotOfMarkers)
     EXPECT_TRUE(sameBits(calibration.fromEngine(fed), fed)) << "results are degrees";
     EXPECT_EQ(calibration.unit(), Unit::degrees);
     EXPECT_FLOAT_EQ(Calibration(std::nullopt, 5.0, false).toEngine(withMarkers)(0, 1), 29320.0F);
+
+    const Calibration ofFloats(std::nullopt, std::nullopt, true);
+    EXPECT_TRUE(sameBits(ofFloats.toEngine(withMarkers), withMarkers));
+    EXPECT_TRUE(sameBits(ofFloats.fromEngine(withMarkers), withMarkers));
+    EXPECT_EQ(ofFloats.unit(), Unit::degrees);
 }
 
 TEST(Calibration, FeedsEveryCountWithinTheEnginesLimitsAndGivesItBack)
@@ -46,20 +52,11 @@ TEST(Calibration, FeedsEveryCountWithinTheEnginesLimitsAndGivesItBack)
     EXPECT_EQ(calibration.unit(), Unit::counts);
 }
 
-TEST(Calibration, LeavesFloatsAsTheyAre)
-{
-    const Calibration calibration(std::nullopt, std::nullopt, true);
-    EXPECT_TRUE(sameBits(calibration.toEngine(withMarkers), withMarkers));
-    EXPECT_TRUE(sameBits(calibration.fromEngine(withMarkers), withMarkers));
-    EXPECT_EQ(calibration.unit(), Unit::degrees);
-}
-
 TEST(Calibration, RefusesNumbersThatMakeNoDegrees)
 {
     const double infinity = std::numeric_limits<double>::infinity();
-    EXPECT_THROW(Calibration(infinity, std::nullopt, false), UsageError);
-    EXPECT_THROW(Calibration(std::nan(""), std::nullopt, false), UsageError);
-    EXPECT_THROW(Calibration(0.0, std::nullopt, false), UsageError);
+    for (const double scale : {infinity, std::nan(""), 0.0})
+        EXPECT_THROW(Calibration(scale, std::nullopt, false), UsageError) << scale;
     EXPECT_THROW(Calibration(0.01, -infinity, true), UsageError);
 }
 

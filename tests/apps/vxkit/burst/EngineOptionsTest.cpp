@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engines of "vxkit superres" and what can be seen of them.
 
 #include <gmock/gmock.h>
@@ -7,9 +8,8 @@
 #include <limits>
 #include <regex>
 
-#include "FrameSamples.h"
-#include "ProgramRun.h"
-#include "TemporaryFolder.h"
+#include "apps/FrameSamples.h"
+#include "apps/ProgramRun.h"
 #include "enhancement/superresolution/SrFloat.h"
 #include "enhancement/superresolution/SrFloatRegistration1.h"
 #include "enhancement/superresolution/SrFloatRegistration2.h"
@@ -83,19 +83,9 @@ cv::Mat_<float> imageOf(const std::string& engine, const std::vector<cv::Mat_<fl
                              : lastImage<SrFloat<SrFloatRegistration2>>(frames);
 }
 
-class EngineOptions : public TemporaryFolder
+class EngineOptions : public ProgramFolder
 {
 protected:
-    std::string at(const std::string& name) const { return (folder / name).string(); }
-
-    ProgramRun run(std::vector<std::string> arguments) const
-    {
-        arguments.insert(arguments.begin(), "superres");
-        return runVxkit(arguments);
-    }
-
-    cv::Mat image(const std::string& name) const { return cv::imread(at(name), cv::IMREAD_UNCHANGED); }
-
     // Counts of two flat scenes, the second as a stack of two frames, and the file that names them.
     void writeCalibration(const std::string& name) const
     {
@@ -108,7 +98,7 @@ protected:
         cv::add(hot, 2.0F, upper);
         writePfmStream(at("hot side.pfm"), {lower, upper});
         writePfmStream(at("rad.pfm"), {cv::Mat_<float>(frameSize, 45.0F)});
-        writeText(folder / name,
+        writeText(folder_ / name,
                   "# two plates\n\ncounts-a=cold.pfm\n radiance-a = 5\ncounts-b = hot side.pfm\n"
                   "radiance-b = rad.pfm\r\n");
     }
@@ -123,26 +113,22 @@ TEST_P(EachEngine, GivesTheBitsOfItsClassHeardOrNot)
 {
     const std::vector<cv::Mat_<float>> frames = burstOf(7);
     writePfmStream(at("seven.pfm"), frames);
-    const std::vector<std::string> line = {at("seven.pfm"), "--engine", GetParam(), "--weight", "40",
-                                           "--reference",   "2",        "--force",  "-o",       at("a.tif")};
-    const auto with = [&](std::vector<std::string> more) {
-        more.insert(more.begin(), line.begin(), line.end());
-        return run(more);
-    };
+    const std::string line =
+        "superres seven.pfm --weight 40 --reference 2 --force -o a.tif --engine " + GetParam();
     const cv::Mat_<float> expected = imageOf(GetParam(), frames);
-    const ProgramRun plain = with({});
+    const ProgramRun plain = run(line);
     ASSERT_EQ(plain.status, 0) << plain.error;
     EXPECT_TRUE(sameBits(image("a-0006.tif"), expected));
     EXPECT_THAT(plain.out, Not(HasSubstr("++++")));
 
-    const ProgramRun heard = with({"--report", "--trace", at("trace.txt")});
+    const ProgramRun heard = run(line + " --report --trace trace.txt");
     ASSERT_EQ(heard.status, 0) << heard.error;
     EXPECT_TRUE(sameBits(image("a-0006.tif"), expected));
     EXPECT_THAT(heard.out, AllOf(HasSubstr("achieved factor 2.00"), HasSubstr("solver steps"),
                                  HasSubstr("%  reference"), Not(HasSubstr("start minimize"))));
     EXPECT_EQ(heard.error, "");
     const bool serial = GetParam() == "reference";
-    const std::string trace = textOf(folder / "trace.txt");
+    const std::string trace = textOf(folder_ / "trace.txt");
     for (const std::string told : {serial ? "[DBG] start addFrame\n" : "[SrFloat] start addFrame\n",
                                    "] end minimize\n", "Convolution.fullConvFromSparse\n"})
         EXPECT_NE(trace.find(told), std::string::npos) << told;
@@ -165,16 +151,11 @@ TEST_F(EngineOptions, TraceTellsHowFarAFailedRunCame)
     std::vector<cv::Mat_<float>> frames = burstOf(5);
     frames[4] = cv::Mat_<float>(frameSize, std::numeric_limits<float>::quiet_NaN());
     writePfmStream(at("five.pfm"), frames);
-    const std::vector<std::string> line = {at("five.pfm"), "--engine", "phase", "-o", at("a.tif"), "--trace"};
-    const auto with = [&](const std::string& trace) {
-        std::vector<std::string> whole = line;
-        whole.push_back(trace);
-        return run(whole);
-    };
-    EXPECT_EQ(with(at("trace.txt")).status, 1);
-    EXPECT_THAT(textOf(folder / "trace.txt"), HasSubstr("[SrFloat] start addFrame\n"));
-    EXPECT_EQ(with(at("trace.txt")).status, 2) << "no file is replaced unasked";
-    EXPECT_THAT(with("-").error, HasSubstr("[SrFloat] start addFrame\n"));
+    const std::string line = "superres five.pfm --engine phase -o a.tif --trace ";
+    EXPECT_EQ(run(line + "trace.txt").status, 1);
+    EXPECT_THAT(textOf(at("trace.txt")), HasSubstr("[SrFloat] start addFrame\n"));
+    EXPECT_EQ(run(line + "trace.txt").status, 2) << "no file is replaced unasked";
+    EXPECT_THAT(run(line + "-").error, HasSubstr("[SrFloat] start addFrame\n"));
 }
 
 TEST_F(EngineOptions, RadianceEqualsTheEnginesOwnCalibration)
@@ -183,9 +164,8 @@ TEST_F(EngineOptions, RadianceEqualsTheEnginesOwnCalibration)
     for (const cv::Mat_<float>& frame : burstOf(6))
         counts.push_back(Sensor::counts(frame));
     writePfmStream(at("raw.pfm"), counts);
-    writeCalibration("two plates.txt");
-    const ProgramRun done = run({at("raw.pfm"), "--radiance", at("two plates.txt"), "-o", at("a.tif"),
-                                 "--quality-map", at("map.tif")});
+    writeCalibration("plates.txt");
+    const ProgramRun done = run("superres raw.pfm --radiance plates.txt -o a.tif --quality-map map.tif");
     ASSERT_EQ(done.status, 0) << done.error;
     EXPECT_THAT(done.out, HasSubstr("reference engine"));
 
@@ -216,65 +196,59 @@ TEST_F(EngineOptions, RefusesWhatDoesNotFitTogetherAndTouchesNothing)
     counts[4](3, 3) = 32768.0F;
     writePfmStream(at("large.pfm"), counts);
     writeCalibration("good.txt");
-    const auto calibration = [this](const std::string& name, const std::string& countsA,
-                                    const std::string& radianceA) {
-        writeText(folder / name, "counts-a = " + countsA + "\nradiance-a = " + radianceA +
-                                     "\ncounts-b = hot side.pfm\nradiance-b = 45\n");
-        return at(name);
+    const auto calibrate = [this](const std::string& name, const std::string& countsA,
+                                  const std::string& radianceA) {
+        writeText(folder_ / name, "counts-a = " + countsA + "\nradiance-a = " + radianceA +
+                                      "\ncounts-b = hot side.pfm\nradiance-b = 45\n");
     };
-    struct Case
-    {
-        std::vector<std::string> arguments;
-        std::string told;
-    };
-    const std::string five = at("five.pfm");
-    const std::string raw = at("raw.pfm");
-    writeText(folder / "twice.txt", "counts-a = cold.pfm\ncounts-a = cold.pfm\n");
-    writeText(folder / "key.txt", "\ncounts = cold.pfm\n");
-    writeText(folder / "less.txt", "counts-a = cold.pfm\nradiance-a =\n");
-    const std::vector<Case> cases = {
-        {{five, "--engine", "fast"}, "fast"},
-        {{five, "--engine", "phase", "--quality-map", at("m.png")}, "--quality-map: the engine phase"},
-        {{raw, "--engine", "production", "--radiance", at("good.txt")}, "--radiance: the engine production"},
-        {{five, "--quality-map", at("m.jpg")}, "m.jpg"},
-        {{five, "--quality-map", at("a.tif")}, "a.tif: expected different names"},
-        {{five, "--engine", "reference", "--weight", "0.5"}, "--weight 0.5"},
-        {{at("odd.pfm"), "--engine", "phase"}, "--engine phase: Frames of 63 x 48"},
-        {{at("odd.pfm"), "--engine", "reference"}, "--engine reference: Frames of 63 x 48"},
-        {{five, "--trace", five, "--force"}, "is an input"},
-        {{five, "--trace", at("a.tif")}, "is a result"},
-        {{five, "--trace", at("good.txt")}, "good.txt exists already"},
-        {{five, "--trace", at("none/trace.txt")}, "none"},
-        {{raw, "--radiance", at("good.txt"), "--scale", "0.01"}, "--scale"},
-        {{five, "--radiance", at("good.txt")}, "five.pfm, frame 0: holds the value"},
-        {{at("large.pfm"), "--radiance", at("good.txt")}, "large.pfm, frame 4: holds the value 32768"},
-        {{raw, "--radiance", at("none.txt")}, "none.txt"},
-        {{raw, "--radiance", folder.string()}, folder.string()},
-        {{raw, "--radiance", at("twice.txt")}, "twice.txt, line 2"},
-        {{raw, "--radiance", at("key.txt")}, "key.txt, line 2"},
-        {{raw, "--radiance", at("less.txt")}, "radiance-a is missing"},
-        {{raw, "--radiance", calibration("a.txt", "none.pfm", "5")}, "none.pfm"},
-        {{raw, "--radiance", calibration("b.txt", "odd.pfm", "5")}, "odd.pfm: has 63x48"},
-        {{raw, "--radiance", calibration("c.txt", "cold.pfm", "6000")}, "radiance-a 6000"},
-        {{raw, "--radiance", calibration("d.txt", "cold.pfm", "nan")}, "radiance-a nan"},
-        {{raw, "--radiance", calibration("e.txt", "hot side.pfm", "5")}, "100 % of the pixels"},
-    };
-    const std::size_t before = fileCount();
-    for (Case c : cases) {
-        c.arguments.insert(c.arguments.end(), {"-o", at("a.tif")});
-        const ProgramRun refused = run(c.arguments);
-        EXPECT_EQ(refused.status, 2) << c.told;
-        EXPECT_EQ(refused.out, "") << c.told;
-        EXPECT_THAT(refused.error, AllOf(HasSubstr("vxkit: "), HasSubstr(c.told)));
-        EXPECT_EQ(fileCount(), before) << c.told;
+    calibrate("a.txt", "none.pfm", "5");
+    calibrate("b.txt", "odd.pfm", "5");
+    calibrate("c.txt", "cold.pfm", "6000");
+    calibrate("d.txt", "cold.pfm", "nan");
+    calibrate("e.txt", "hot side.pfm", "5");
+    writeText(at("twice.txt"), "counts-a = cold.pfm\ncounts-a = cold.pfm\n");
+    writeText(at("key.txt"), "\ncounts = cold.pfm\n");
+    writeText(at("less.txt"), "counts-a = cold.pfm\nradiance-a =\n");
+    std::filesystem::create_directory(at("folder.txt"));
+    expectRefusals("superres five.pfm",
+                   {{"--engine fast", "fast"},
+                    {"--engine phase --quality-map m.png", "--quality-map: the engine phase"},
+                    {"--quality-map m.jpg", "m.jpg"},
+                    {"--quality-map a.tif", "a.tif: expected different names"},
+                    {"--engine reference --weight 0.5", "--weight 0.5"},
+                    {"--trace five.pfm --force", "is an input"},
+                    {"--trace a.tif", "is a result"},
+                    {"--trace good.txt", "good.txt exists already"},
+                    {"--trace none/trace.txt", "none"},
+                    {"--radiance good.txt", "five.pfm, frame 0: holds the value"}},
+                   "-o a.tif");
+    expectRefusals("superres -o a.tif --radiance good.txt",
+                   {{"large.pfm", "large.pfm, frame 4: holds the value 32768"}});
+    for (const std::string engine : {"phase", "reference"}) {
+        const ProgramRun odd = run("superres odd.pfm -o a.tif --engine " + engine);
+        EXPECT_EQ(odd.status, 2);
+        EXPECT_THAT(odd.error, HasSubstr("vxkit: --engine " + engine + ": Frames of 63 x 48"));
+        EXPECT_FALSE(std::filesystem::exists(at("a.tif")));
     }
+    expectRefusals("superres raw.pfm -o a.tif --radiance",
+                   {{"good.txt --engine production", "--radiance: the engine production"},
+                    {"good.txt --scale 0.01", "--scale"},
+                    {"none.txt", "none.txt"},
+                    {"folder.txt", "folder.txt"},
+                    {"twice.txt", "twice.txt, line 2"},
+                    {"key.txt", "key.txt, line 2"},
+                    {"less.txt", "radiance-a is missing"},
+                    {"a.txt", "none.pfm"},
+                    {"b.txt", "odd.pfm: has 63x48"},
+                    {"c.txt", "radiance-a 6000"},
+                    {"d.txt", "radiance-a nan"},
+                    {"e.txt", "100 % of the pixels"}});
 }
 
 TEST_F(EngineOptions, DrawsTheQualityMapAndTellsItInTheReport)
 {
     writePfmStream(at("five.pfm"), burstOf(5));
-    const ProgramRun done =
-        run({at("five.pfm"), "--quality-map", at("map.png"), "--report", "-o", at("a.tif")});
+    const ProgramRun done = run("superres five.pfm --quality-map map.png --report -o a.tif");
     ASSERT_EQ(done.status, 0) << done.error;
     EXPECT_THAT(done.out, AllOf(HasSubstr("a.tif, " + at("map.png")), HasSubstr("sub-pixel coverage")));
     EXPECT_EQ(image("map.png").type(), CV_8UC3);

@@ -1,24 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
-#include <filesystem>
 #include <functional>
-#include <iterator>
 #include <opencv2/core.hpp>
-#include <ostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "FrameSamples.h"
-#include "ProgramRun.h"
-#include "TemporaryFolder.h"
-#include "apps/vxkit/FrameRun.h"
-#include "apps/vxkit/Recording.h"
+#include "apps/FrameSamples.h"
+#include "apps/ProgramRun.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/stream/FrameRun.h"
 #include "core/io/ImageIO.h"
-#include "enhancement/BlockFrames.h"
+#include "doubles/BlockFrames.h"
 #include "enhancement/ClusterPatternRemover.h"
 #include "enhancement/SpatialNoiseRemover.h"
 #include "enhancement/StaticPatternRemover.h"
@@ -37,7 +32,7 @@ using Direct = std::function<Samples(const Samples&)>;
 constexpr blocktest::Size frameSize{33, 21};
 constexpr int frameCount = 4;
 
-class Filters : public TemporaryFolder
+class Filters : public ProgramFolder
 {
 protected:
     void SetUp() override
@@ -54,20 +49,14 @@ protected:
         for (const Samples& frame : frames_) {
             cv::Mat_<std::uint16_t> counts;
             toCounts(frame, form, counts);
-            appendRaw(folder / "in.raw", counts);
+            appendRaw(folder_ / "in.raw", counts);
         }
     }
 
-    ProgramRun filter(std::vector<std::string> arguments) const
+    ProgramRun filter(const std::string& options) const
     {
-        if (std::find(arguments.begin(), arguments.end(), "-o") == arguments.end())
-            arguments.insert(arguments.begin(), {"-o", at("out.raw")});
-        arguments.insert(arguments.begin(), {"filter", "--size", "33x21"});
-        arguments.push_back(at("in.raw"));
-        return runVxkit(arguments);
+        return run("filter --size 33x21 -o out.raw " + options + " in.raw");
     }
-
-    std::string at(const std::string& name) const { return (folder / name).string(); }
 
     void expectOutput(SampleForm form, const Direct& direct) const
     {
@@ -113,34 +102,6 @@ struct Setting
     SampleForm form = SampleForm::unsignedCounts;
 };
 
-void PrintTo(const Setting& setting, std::ostream* out)
-{
-    *out << setting.arguments;
-}
-
-std::vector<std::string> words(const std::string& text)
-{
-    std::istringstream in(text);
-    return {std::istream_iterator<std::string>(in), {}};
-}
-
-class FilterSettings : public Filters, public testing::WithParamInterface<Setting>
-{};
-
-struct BadInput
-{
-    std::string arguments;
-    std::string message;
-};
-
-void PrintTo(const BadInput& input, std::ostream* out)
-{
-    *out << input.arguments;
-}
-
-class FilterRefuses : public Filters, public testing::WithParamInterface<BadInput>
-{};
-
 // A uniform scene, in which a small cluster and a wide group of pixels have other gains than the rest.
 cv::Mat_<float> clusterMeans(float level)
 {
@@ -157,25 +118,26 @@ void savePfm(const std::string& path, const cv::Mat_<float>& image)
 
 }  // namespace
 
-TEST_P(FilterSettings, GiveWhatTheFilterGivesDrivenDirectly)
+TEST_F(Filters, GiveWhatTheFilterGivesDrivenDirectly)
 {
-    writeInput(GetParam().form);
-    const ProgramRun run = filter(words(GetParam().arguments));
-    ASSERT_EQ(run.status, 0) << run.error;
-    expectOutput(GetParam().form, GetParam().direct);
+    for (const Setting& setting :
+         {Setting{"--temporal", driving(TemporalNoiseReduction(10, 15, 60, false))},
+          Setting{"--temporal --hw-units --control-gain 7 --feedback-factor 1900 --global-threshold 80",
+                  driving(TemporalNoiseReduction(7, 80, 1900, true))},
+          Setting{"--spatial --gain 30 --signed", driving(SpatialNoiseRemover(30)),
+                  SampleForm::signedSamples},
+          Setting{"--pattern", driving(StaticPatternRemover(22, 12, 16))},
+          Setting{"--pattern --threshold 90 --line-limit 3 --frame-limit 2",
+                  driving(StaticPatternRemover(90, 3, 2))},
+          Setting{"--unsharp --amount 1.5 --sigma 0.8", sharpened}}) {
+        SCOPED_TRACE(setting.arguments);
+        std::filesystem::remove(at("in.raw"));
+        writeInput(setting.form);
+        const ProgramRun done = filter(setting.arguments + " --force");
+        ASSERT_EQ(done.status, 0) << done.error;
+        expectOutput(setting.form, setting.direct);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Filter, FilterSettings,
-    testing::Values(
-        Setting{"--temporal", driving(TemporalNoiseReduction(10, 15, 60, false))},
-        Setting{"--temporal --hw-units --control-gain 7 --feedback-factor 1900 --global-threshold 80",
-                driving(TemporalNoiseReduction(7, 80, 1900, true))},
-        Setting{"--spatial --gain 30 --signed", driving(SpatialNoiseRemover(30)), SampleForm::signedSamples},
-        Setting{"--pattern", driving(StaticPatternRemover(22, 12, 16))},
-        Setting{"--pattern --threshold 90 --line-limit 3 --frame-limit 2",
-                driving(StaticPatternRemover(90, 3, 2))},
-        Setting{"--unsharp --amount 1.5 --sigma 0.8", sharpened}));
 
 // The mask knows a threshold for 8 bits alone: a frame with just 256 values goes through without loss.
 TEST_F(Filters, SharpenBrighterDetailOverAThresholdIn8Bits)
@@ -186,7 +148,7 @@ TEST_F(Filters, SharpenBrighterDetailOverAThresholdIn8Bits)
         frame(0, 1) = 255 * 3 - 300;
     }
     writeInput(SampleForm::unsignedCounts);
-    ASSERT_EQ(filter({"--unsharp", "--threshold", "0.3"}).status, 0);
+    ASSERT_EQ(filter("--unsharp --threshold 0.3").status, 0);
     expectOutput(SampleForm::unsignedCounts, [](const Samples& frame) {
         cv::Mat levels;
         frame.convertTo(levels, CV_8U, 1.0 / 3.0, 100.0);
@@ -205,17 +167,17 @@ TEST_F(Filters, MultiplyClustersOfBoundedSizeByTheirDamping)
     savePfm(at("mean.pfm"), means);
     savePfm(at("std.pfm"), deviations);
     writeInput(SampleForm::unsignedCounts);
-    const ProgramRun run = filter({"--cluster", "--cluster-width", "3", "--mean", at("mean.pfm"), "--std-dev",
-                                   at("std.pfm"), "--damping", at("damping.tif")});
-    ASSERT_EQ(run.status, 0) << run.error;
-    EXPECT_THAT(run.out, HasSubstr(": 2 of 693 pixels corrected"));
+    const ProgramRun done =
+        filter("--cluster --cluster-width 3 --mean mean.pfm --std-dev std.pfm --damping damping.tif");
+    ASSERT_EQ(done.status, 0) << done.error;
+    EXPECT_THAT(done.out, HasSubstr(": 2 of 693 pixels corrected"));
 
     ClusterPatternRemover remover(3, 5, 5.0F, 0.0F, 100.0F);
     remover.setAlphaDamping(1.0F);
     remover.learn(means, deviations);
     cv::Mat damping;
     remover.getDamping(damping, true);
-    EXPECT_TRUE(sameBits(cv::imread(at("damping.tif"), cv::IMREAD_UNCHANGED), damping));
+    EXPECT_TRUE(sameBits(image("damping.tif"), damping));
     expectOutput(SampleForm::unsignedCounts, [&](const Samples& frame) {
         cv::Mat values;
         frame.convertTo(values, CV_32F, 1.0, 32768.0);
@@ -230,46 +192,37 @@ TEST_F(Filters, LearnClustersFromFramesOfAUniformScene)
 {
     writeInput(SampleForm::unsignedCounts);
     cv::Mat_<std::uint16_t> uniform;
-    for (const float level : {7999.0F, 8001.0F}) {
+    for (const auto& [level, name] : {std::pair(7999.0F, "dark.raw"), std::pair(8001.0F, "bright.raw")}) {
         clusterMeans(level).convertTo(uniform, CV_16U);
-        appendRaw(folder / "uniform.raw", uniform);
+        appendRaw(folder_ / name, uniform);
     }
-    const ProgramRun run =
-        filter({"--cluster", "--cluster-width", "3", "--uniform", at("uniform.raw"), "--force"});
-    EXPECT_THAT(run.out, HasSubstr("learned from 2 frames: 2 of 693 pixels corrected"));
+    // The input follows the option, which takes one file at a time.
+    const ProgramRun done = filter("--cluster --cluster-width 3 --uniform dark.raw --uniform bright.raw");
+    EXPECT_THAT(done.out, HasSubstr("learned from 2 frames: 2 of 693 pixels corrected"));
 }
 
-TEST_P(FilterRefuses, InputThatMakesNoSense)
+TEST_F(Filters, RefuseInputThatMakesNoSense)
 {
     writeInput(SampleForm::unsignedCounts);
-    appendRaw(folder / "one.raw", sampleCounts({33, 21}));
+    appendRaw(folder_ / "one.raw", sampleCounts({33, 21}));
     savePfm(at("small.pfm"), cv::Mat_<float>(5, 5, 1.0F));
-    std::vector<std::string> arguments = words(GetParam().arguments);
-    for (std::string& argument : arguments)
-        if (argument.find('.') != std::string::npos && std::isalpha(argument.front()))
-            argument = at(argument);
-    const ProgramRun run = filter(arguments);
-    EXPECT_EQ(run.status, 2);
-    EXPECT_TRUE(isOneLine(run.error)) << run.error;
-    EXPECT_THAT(run.error, HasSubstr(GetParam().message));
-    EXPECT_FALSE(std::filesystem::exists(folder / "out.raw"));
+    expectRefusals("filter --size 33x21 -o out.raw",
+                   {{"", "expected one of --temporal"},
+                    {"--temporal --spatial", "expected one of --temporal"},
+                    {"--temporal --gain 3", "--gain: a setting of --spatial, not of --temporal"},
+                    {"--temporal --control-gain 11", "--control-gain 11: expected 0 to 10"},
+                    {"--temporal --feedback-factor -1", "--feedback-factor -1: expected 0 to 100"},
+                    {"--spatial --gain 32", "--gain"},
+                    {"--pattern --threshold 0.5", "expected a whole number from 0 to 100"},
+                    {"--unsharp --threshold 1.1", "expected a number from 0 to 1"},
+                    {"--unsharp --sigma 0", "--sigma"},
+                    {"--cluster --alpha-damping 1.01", "--alpha-damping"},
+                    {"--cluster --mean small.pfm", "--std-dev: expected both"},
+                    {"--cluster --mean small.pfm --std-dev small.pfm", "is 5x5; expected 33x21"},
+                    {"--cluster --frames 1:1", "one frame tells no deviation"},
+                    {"--cluster --force --damping in.raw", "in.raw: is an input"},
+                    {"--cluster --damping new.png", "expected a name that ends in .tif"}},
+                   "in.raw");
+    expectRefusals("filter --size 33x21",
+                   {{"--cluster --uniform one.raw --force -o one.raw in.raw", "one.raw: is an input"}});
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Filter, FilterRefuses,
-    testing::Values(BadInput{"", "expected one of --temporal"},
-                    BadInput{"--temporal --spatial", "expected one of --temporal"},
-                    BadInput{"--temporal --gain 3", "--gain: a setting of --spatial, not of --temporal"},
-                    BadInput{"--temporal --control-gain 11", "--control-gain 11: expected 0 to 10"},
-                    BadInput{"--temporal --feedback-factor -1", "--feedback-factor -1: expected 0 to 100"},
-                    BadInput{"--spatial --gain 32", "--gain"},
-                    BadInput{"--pattern --threshold 0.5", "expected a whole number from 0 to 100"},
-                    BadInput{"--unsharp --threshold 1.1", "expected a number from 0 to 1"},
-                    BadInput{"--unsharp --sigma 0", "--sigma"},
-                    BadInput{"--cluster --alpha-damping 1.01", "--alpha-damping"},
-                    BadInput{"--cluster --mean small.pfm", "--std-dev: expected both"},
-                    BadInput{"--cluster --mean small.pfm --std-dev small.pfm", "is 5x5; expected 33x21"},
-                    BadInput{"--cluster --frames 1:1", "one frame tells no deviation"},
-                    BadInput{"--cluster --uniform one.raw --force -o one.raw", "one.raw: is an input"},
-                    BadInput{"--cluster --force --damping in.raw", "in.raw: is an input"},
-                    BadInput{"--cluster --damping new.png", "expected a name that ends in .tif"}));

@@ -1,7 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <bit>
-#include <cstdint>
 #include <filesystem>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
@@ -9,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "ProgramRun.h"
-#include "TemporaryFolder.h"
-#include "apps/vxkit/Recording.h"
+#include "apps/FrameSamples.h"
+#include "apps/ProgramRun.h"
+#include "apps/vxkit/input/Recording.h"
 #include "support/Burst.h"
 #include "support/Stream.h"
 
@@ -19,16 +18,15 @@ using namespace vxapp;
 
 namespace {
 
-class SimulateCommand : public TemporaryFolder
+class SimulateCommand : public ProgramFolder
 {
 protected:
-    ProgramRun simulate(std::vector<std::string> options) const
+    ProgramRun simulate(const std::string& options) const
     {
-        options.insert(options.begin(), {"simulate", target().string(), "--size", "40x30"});
-        return runVxkit(options);
+        return run("simulate burst. --size 40x30 " + options);
     }
 
-    std::filesystem::path target() const { return folder / "burst"; }
+    std::filesystem::path target() const { return folder_ / "burst."; }
     std::string file(const std::string& name) const { return (target() / name).string(); }
 
     static vxsupport::BurstSettings sameBurst()
@@ -48,8 +46,8 @@ double largestDifference(const cv::Mat& a, const cv::Mat& b)
 
 TEST_F(SimulateCommand, WritesCountsTruthAndShifts)
 {
-    const ProgramRun run = simulate({});
-    ASSERT_EQ(run.status, 0) << run.error;
+    const ProgramRun done = simulate("");
+    ASSERT_EQ(done.status, 0) << done.error;
     EXPECT_EQ(fileCount(), 1U + 5U + 2U);  // the folder itself, frames, truth and note
 
     const vxsupport::Burst burst = vxsupport::simulateBurst(sameBurst());
@@ -72,25 +70,21 @@ TEST_F(SimulateCommand, WritesCountsTruthAndShifts)
 TEST_F(SimulateCommand, KeepsFloatsAndMarkersBitByBit)
 {
     for (const std::string format : {"tiff", "pfm"}) {
-        ASSERT_EQ(simulate({"--format", format, "--defects", "4", "--defect-style", "markers"}).status, 0);
+        ASSERT_EQ(simulate("--defects 4 --defect-style markers --format " + format).status, 0);
         vxsupport::BurstSettings settings = sameBurst();
         settings.defects = {4, vxsupport::DefectStyle::markers};
         const vxsupport::Burst burst = vxsupport::simulateBurst(settings);
         Recording recording({{file("frame-0002." + format)}, "", ""});
-        const cv::Mat_<float> frame = recording.values(0);
-        for (int r = 0; r < frame.rows; ++r)
-            for (int c = 0; c < frame.cols; ++c)
-                ASSERT_EQ(std::bit_cast<std::uint32_t>(frame(r, c)),
-                          std::bit_cast<std::uint32_t>(burst.frames[2](r, c)));
+        EXPECT_TRUE(sameBits(recording.values(0), burst.frames[2])) << format;
         std::filesystem::remove_all(target());
     }
 }
 
 TEST_F(SimulateCommand, WritesARawRecordingWithItsIdeal)
 {
-    const ProgramRun run = simulate({"--stream", "--frames", "3", "--format", "raw", "--scale", "0.02",
-                                     "--offset", "-100", "--scene", "outdoor", "--shake", "0"});
-    ASSERT_EQ(run.status, 0) << run.error;
+    const ProgramRun done =
+        simulate("--stream --frames 3 --format raw --scale 0.02 --offset -100 --scene outdoor --shake 0");
+    ASSERT_EQ(done.status, 0) << done.error;
     vxsupport::StreamSettings settings;
     settings.scene.kind = vxsupport::SceneKind::outdoor;
     settings.scene.frame = {40, 30};
@@ -112,55 +106,31 @@ TEST_F(SimulateCommand, ReplacesFilesOnlyWhenForced)
 {
     std::filesystem::create_directories(target());
     writeText(file("frame-0002.png"), "mine");
-    const ProgramRun refused = simulate({});
-    EXPECT_EQ(refused.status, 2);
-    EXPECT_TRUE(isOneLine(refused.error)) << refused.error;
-    EXPECT_NE(refused.error.find("frame-0002.png"), std::string::npos);
-    EXPECT_EQ(textOf(file("frame-0002.png")), "mine");
-    EXPECT_EQ(fileCount(), 2U);
-
-    EXPECT_EQ(simulate({"--force"}).status, 0);
+    expectRefusals("simulate burst.", {{"", "frame-0002.png"}});
+    EXPECT_EQ(simulate("--force").status, 0);
     EXPECT_FALSE(cv::imread(file("frame-0002.png"), cv::IMREAD_UNCHANGED).empty());
     EXPECT_EQ(fileCount(), 8U);
 }
 
 TEST_F(SimulateCommand, RefusesBadInputInOneLineAndWritesNothing)
 {
-    const std::vector<std::vector<std::string>> cases{
-        {"--size", "40"},
-        {"--size", "4x30"},
-        {"--size", "4000x30"},
-        {"--scene", "kitchen"},
-        {"--netd", "nan"},
-        {"--netd", "-1"},
-        {"--psf-sigma", "0"},
-        {"--frames", "0"},
-        {"--reference", "5"},
-        {"--defects", "-1"},
-        {"--format", "jpeg"},
-        {"--scale", "0"},
-        {"--offset", "inf"},
-        {"--unknown"},
-        {"--zoom", "0"},
-        {"--defect-style", "markers", "--defects", "2"},
-        {"--stream", "--reference", "1"},
-    };
-    for (std::vector<std::string> options : cases) {
-        const std::string name = options[0] + " " + options.back();
-        options.insert(options.begin(), {"simulate", target().string()});
-        const ProgramRun run = runVxkit(options);
-        EXPECT_EQ(run.status, 2) << name;
-        EXPECT_TRUE(isOneLine(run.error)) << name << ": " << run.error;
-        EXPECT_NE(run.error.find(options[2]), std::string::npos) << run.error;
-        EXPECT_EQ(fileCount(), 0U) << name;
-    }
-}
-
-TEST_F(SimulateCommand, RefusesAFileInPlaceOfTheFolder)
-{
-    writeText(target(), "a file");
-    const ProgramRun run = simulate({});
-    EXPECT_EQ(run.status, 2);
-    EXPECT_TRUE(isOneLine(run.error));
-    EXPECT_EQ(textOf(target()), "a file");
+    writeText(at("file.txt"), "a file");
+    expectRefusals("simulate", {{"file.txt", "file.txt"}});
+    expectRefusals("simulate new.", {{"--size 40", "--size"},
+                                     {"--size 4x30", "--size"},
+                                     {"--size 4000x30", "--size"},
+                                     {"--scene kitchen", "--scene"},
+                                     {"--netd nan", "--netd"},
+                                     {"--netd -1", "--netd"},
+                                     {"--psf-sigma 0", "--psf-sigma"},
+                                     {"--frames 0", "--frames"},
+                                     {"--reference 5", "--reference"},
+                                     {"--defects -1", "--defects"},
+                                     {"--format jpeg", "--format"},
+                                     {"--scale 0", "--scale"},
+                                     {"--offset inf", "--offset"},
+                                     {"--unknown", "--unknown"},
+                                     {"--zoom 0", "--zoom"},
+                                     {"--defect-style markers --defects 2", "--defect-style"},
+                                     {"--stream --reference 1", "--stream"}});
 }

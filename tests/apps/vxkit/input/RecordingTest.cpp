@@ -1,19 +1,20 @@
-#include "apps/vxkit/Recording.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/input/Recording.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <bit>
-#include <functional>
 #include <random>
 
-#include "FrameSamples.h"
-#include "TemporaryFolder.h"
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/QuietStream.h"
+#include "apps/FrameSamples.h"
+#include "apps/TemporaryFolder.h"
+#include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/QuietStream.h"
 
 using namespace vxapp;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -24,17 +25,13 @@ const cv::Size frameSize{7, 5};
 class RecordingTest : public TemporaryFolder
 {
 protected:
-    std::string at(const std::string& name) const { return (folder / name).string(); }
-
     Recording open(const std::vector<std::string>& names, const std::string& size = "",
                    const std::string& frames = "") const
     {
-        RecordingOptions options;
+        std::vector<std::string> inputs;
         for (const std::string& name : names)
-            options.inputs.push_back(at(name));
-        options.size = size;
-        options.frames = frames;
-        return Recording(options);
+            inputs.push_back(at(name));
+        return Recording({inputs, size, frames});
     }
 
     std::string refusal(const std::vector<std::string>& names, const std::string& size = "",
@@ -99,12 +96,14 @@ TEST_F(RecordingTest, ReadsTheSameCountsFromEveryFormat)
     }
 }
 
-TEST_F(RecordingTest, KeepsCountsOfASmallerDepthAsTheyStand)
+TEST_F(RecordingTest, ReadsSmallerDepthsOtherByteOrdersAndAnyBlanksInAHeader)
 {
-    writeText(folder / "a.pgm", std::string("P5\n2 1\n16383\n\x10\x20\x3f\xff", 17));
-    Recording recording = open({"a.pgm"});
-    EXPECT_EQ(recording.counts(0)(0, 0), 0x1020);
-    EXPECT_EQ(recording.counts(0)(0, 1), 0x3FFF);
+    writeText(folder_ / "a.pgm", std::string("P5\n2 1\n16383\n\x10\x20\x3f\xff", 17));
+    const cv::Mat_<std::uint16_t> counts = (cv::Mat_<std::uint16_t>(1, 2) << 0x1020, 0x3FFF);
+    EXPECT_TRUE(sameBits(open({"a.pgm"}).counts(0), counts));
+    writeText(folder_ / "a.pfm", std::string("Pf 1\t2\n 1.0\n\x42\x00\x00\x00\xBF\x80\x00\x00", 20));
+    const cv::Mat_<float> values = (cv::Mat_<float>(2, 1) << -1.0F, 32.0F);
+    EXPECT_TRUE(sameBits(open({"a.pfm"}).values(0), values));
 }
 
 TEST_F(RecordingTest, KeepsFloatsBitByBit)
@@ -123,14 +122,6 @@ TEST_F(RecordingTest, KeepsFloatsBitByBit)
     EXPECT_TRUE(sameBits(pfm.values(2), frame));
     EXPECT_TRUE(sameBits(pfm.values(0), frame));
     EXPECT_TRUE(sameBits(open({"a.tif"}).values(0), frame));
-}
-
-TEST_F(RecordingTest, ReadsBigEndianPfmAndAnyBlanksInItsHeader)
-{
-    writeText(folder / "a.pfm", std::string("Pf 1\t2\n 1.0\n\x42\x00\x00\x00\xBF\x80\x00\x00", 20));
-    Recording recording = open({"a.pfm"});
-    EXPECT_EQ(recording.values(0)(1, 0), 32.0F);
-    EXPECT_EQ(recording.values(0)(0, 0), -1.0F);
 }
 
 TEST_F(RecordingTest, RoundsFloatsToCountsAndRefusesWhatIsNone)
@@ -180,58 +171,52 @@ TEST_F(RecordingTest, RefusesBadInputInOneLineThatNamesIt)
     writeImage("signed.tif", cv::Mat(5, 7, CV_16S, cv::Scalar(9)));
     writePfmStream(at("float.pfm"), {cv::Mat_<float>(5, 7, 1.0F)});
     writePfmStream(at("mixed.pfm"), {cv::Mat_<float>(5, 7, 1.0F), cv::Mat_<float>(5, 6, 1.0F)});
-    writeText(folder / "colour.pfm", "PF\n1 1\n-1.0\nxxxxxxxxxxxx");
-    writeText(folder / "header.pfm", "Pf\n7 x\n-1.0\n");
-    writeText(folder / "text.txt", "hello, world");
-    writeText(folder / "empty.png", "");
+    writeText(folder_ / "colour.pfm", "PF\n1 1\n-1.0\nxxxxxxxxxxxx");
+    writeText(folder_ / "header.pfm", "Pf\n7 x\n-1.0\n");
+    writeText(folder_ / "text.txt", "hello, world");
+    writeText(folder_ / "empty.png", "");
     for (const std::string name : {"a.png", "a.tif", "float.pfm"})
-        writeText(folder / ("cut-" + name),
-                  textOf(folder / name).substr(0, textOf(folder / name).size() - 30));
+        writeText(folder_ / ("cut-" + name),
+                  textOf(folder_ / name).substr(0, textOf(folder_ / name).size() - 30));
 
     struct Case
     {
         std::vector<std::string> inputs;
-        std::string size, frames;
         std::vector<std::string> told;
+        std::string size = {};
     };
     const std::vector<Case> cases = {
-        {{"none.png"}, "", "", {"none.png", "no such file"}},
-        {{"."}, "", "", {"not a file"}},
-        {{"empty.png"}, "", "", {"empty.png", "empty"}},
-        {{"text.txt"}, "", "", {"text.txt", "--size WIDTHxHEIGHT"}},
-        {{"a.raw"}, "", "", {"a.raw", "--size WIDTHxHEIGHT"}},
-        {{"a.png", "small.png"}, "", "", {"small.png", "6x5", "7x5"}},
-        {{"a.png", "float.pfm"}, "", "", {"float.pfm", "floats", "counts"}},
-        {{"eight.png"}, "", "", {"eight.png", "8-bit", "expected one channel of unsigned 16-bit"}},
-        {{"colour.png"}, "", "", {"colour.png", "3 channels", "expected one channel"}},
-        {{"colour.pfm"}, "", "", {"colour.pfm", "3 channels"}},
-        {{"double.tif"}, "", "", {"double.tif", "64-bit"}},
-        {{"signed.tif"}, "", "", {"signed.tif", "signed 16-bit"}},
-        {{"mixed.pfm"}, "", "", {"mixed.pfm", "frame 1", "another size"}},
-        {{"header.pfm"}, "", "", {"header.pfm", "PFM header"}},
-        {{"cut-a.png"}, "", "", {"cut-a.png", "complete"}},
-        {{"cut-a.tif"}, "", "", {"cut-a.tif", "complete"}},
-        {{"cut-float.pfm"}, "", "", {"cut-float.pfm", "cut off"}},
-        {{"a.raw"}, "7x4", "", {"a.raw", "7x4", "56 bytes"}},
-        {{"a.raw"}, "7x", "", {"--size 7x", "WIDTHxHEIGHT"}},
-        {{"a.raw"}, "7x5x1", "", {"--size 7x5x1"}},
-        {{"a.raw"}, "-7x5", "", {"--size -7x5"}},
-        {{"a.raw"}, "0x5", "", {"--size 0x5"}},
-        {{"a.raw"}, "99999999999x5", "", {"--size 99999999999x5"}},
-        {{"a.png"}, "7x5", "", {"a.png", "headerless recordings only"}},
-        {{"a.raw"}, "7x5", "1:2", {"--frames 1:2", "2 frames"}},
-        {{"a.raw"}, "7x5", "2:1", {"--frames 2:1"}},
-        {{"a.raw"}, "7x5", "0:2147483648", {"--frames 0:2147483648", "FIRST:COUNT"}},
-        {{"a.raw"}, "7x5", "1:2147483647", {"--frames 1:2147483647", "2 frames"}},
-        {{"a.raw"}, "7x5", "-1:1", {"--frames -1:1"}},
-        {{"a.raw"}, "7x5", "0:0", {"--frames 0:0"}},
-        {{"a.raw"}, "7x5", "all", {"--frames all", "FIRST:COUNT"}},
+        {{"none.png"}, {"none.png", "no such file"}},
+        {{"."}, {"not a file"}},
+        {{"empty.png"}, {"empty.png", "empty"}},
+        {{"text.txt"}, {"text.txt", "--size WIDTHxHEIGHT"}},
+        {{"a.raw"}, {"a.raw", "--size WIDTHxHEIGHT"}},
+        {{"a.png", "small.png"}, {"small.png", "6x5", "7x5"}},
+        {{"a.png", "float.pfm"}, {"float.pfm", "floats", "counts"}},
+        {{"eight.png"}, {"eight.png", "8-bit", "expected one channel of unsigned 16-bit"}},
+        {{"colour.png"}, {"colour.png", "3 channels", "expected one channel"}},
+        {{"colour.pfm"}, {"colour.pfm", "3 channels"}},
+        {{"double.tif"}, {"double.tif", "64-bit"}},
+        {{"signed.tif"}, {"signed.tif", "signed 16-bit"}},
+        {{"mixed.pfm"}, {"mixed.pfm", "frame 1", "another size"}},
+        {{"header.pfm"}, {"header.pfm", "PFM header"}},
+        {{"cut-a.png"}, {"cut-a.png", "complete"}},
+        {{"cut-a.tif"}, {"cut-a.tif", "complete"}},
+        {{"cut-float.pfm"}, {"cut-float.pfm", "cut off"}},
+        {{"a.raw"}, {"a.raw", "7x4", "56 bytes"}, "7x4"},
+        {{"a.png"}, {"a.png", "headerless recordings only"}, "7x5"},
     };
-    for (const Case& c : cases) {
-        const std::string message = refusal(c.inputs, c.size, c.frames);
+    for (const Case& c : cases)
         for (const std::string& part : c.told)
-            EXPECT_THAT(message, HasSubstr(part));
-    }
+            EXPECT_THAT(refusal(c.inputs, c.size), HasSubstr(part));
+    for (const std::string size : {"7x", "7x5x1", "-7x5", "0x5", "99999999999x5"})
+        EXPECT_THAT(refusal({"a.raw"}, size), AllOf(HasSubstr("--size " + size), HasSubstr("WIDTHxHEIGHT")));
+    for (const std::string frames : {"2:1", "0:2147483648", "-1:1", "0:0", "all"})
+        EXPECT_THAT(refusal({"a.raw"}, "7x5", frames), HasSubstr("--frames " + frames));
+    for (const std::string frames : {"1:2", "1:2147483647"})
+        EXPECT_THAT(refusal({"a.raw"}, "7x5", frames),
+                    AllOf(HasSubstr("--frames " + frames), HasSubstr("2 frames")));
+    EXPECT_THAT(refusal({"a.raw"}, "7x5", "all"), HasSubstr("FIRST:COUNT"));
 }
 
 TEST_F(RecordingTest, NoticesThatAFileShrankAfterwards)
@@ -256,7 +241,7 @@ TEST_F(RecordingTest, SurvivesDamagedAndRandomFiles)
     std::mt19937 random(7);  // NOLINT(cert-msc51-cpp): the same bytes in every run
     const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random()) % limit; };
     for (const std::string name : {"a.png", "a.tif", "a.pgm", "a.pfm"}) {
-        const std::string sound = textOf(folder / name);
+        const std::string sound = textOf(folder_ / name);
         ASSERT_FALSE(sound.empty());
         for (int round = 0; round < 150; ++round) {
             std::string damaged = sound;
@@ -266,7 +251,7 @@ TEST_F(RecordingTest, SurvivesDamagedAndRandomFiles)
             if (round % 5 == 0)
                 damaged.resize(1 + below(damaged.size()));
             const std::string path = "damaged" + name.substr(1);
-            writeText(folder / path, damaged);
+            writeText(folder_ / path, damaged);
             const QuietStandardError quiet;
             try {
                 Recording recording = open({path}, round % 7 == 0 ? "3x2" : "");

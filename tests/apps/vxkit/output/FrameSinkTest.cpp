@@ -1,15 +1,15 @@
-#include "apps/vxkit/FrameSink.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/output/FrameSink.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <opencv2/videoio.hpp>
 
-#include "FrameSamples.h"
-#include "TemporaryFolder.h"
-#include "apps/vxkit/Failure.h"
-#include "apps/vxkit/FrameRun.h"
-#include "apps/vxkit/Recording.h"
+#include "apps/FrameSamples.h"
+#include "apps/TemporaryFolder.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/terminal/Failure.h"
 
 using namespace vxapp;
 using testing::HasSubstr;
@@ -27,13 +27,11 @@ protected:
     {
         TemporaryFolder::SetUp();
         for (int i = 0; i < 2 + frameCount; ++i)
-            appendRaw(folder / "in.raw", sampleCounts(frameSize, i));
+            appendRaw(folder_ / "in.raw", sampleCounts(frameSize, i));
     }
 
     // Frames 2, 3, 4 of the file.
     Recording input() const { return Recording({{at("in.raw")}, "21x13", "2:3"}); }
-
-    std::string at(const std::string& name) const { return (folder / name).string(); }
 
     std::string write(const SequenceOptions& options, vxsupport::ValueRange range = {0.0F, 0.0F}) const
     {
@@ -52,41 +50,35 @@ struct StillFormat
     std::string size;  // for reading it back
 };
 
-class StillSinks : public FrameSinks, public testing::WithParamInterface<StillFormat>
-{};
-
 }  // namespace
 
-TEST_P(StillSinks, KeepEveryBitAndAppearOnlyWhenWhole)
+TEST_F(FrameSinks, OfStillsKeepEveryBitAndAppearOnlyWhenWhole)
 {
-    const StillFormat& format = GetParam();
-    {
+    std::size_t files = 1;  // the input
+    for (const StillFormat& format :
+         {StillFormat{"out.raw", {"out.raw"}, "21x13"}, StillFormat{"out.TIF", {"out.TIF"}, ""},
+          StillFormat{"out.png", {"out-0002.png", "out-0003.png", "out-0004.png"}, ""}}) {
+        SCOPED_TRACE(format.name);
         Recording recording = input();
-        const std::unique_ptr<FrameSink> sink = openFrameSink({.path = at(format.name)}, recording);
-        sink->add(recording.counts(0));
+        openFrameSink({.path = at(format.name)}, recording)->add(recording.counts(0));
+        EXPECT_EQ(fileCount(), files);
+
+        EXPECT_THAT(write({.path = at(format.name)}), HasSubstr(format.files.back()));
+        files += format.files.size();
+        EXPECT_EQ(fileCount(), files);
+        RecordingOptions written;
+        for (const std::string& file : format.files)
+            written.inputs.push_back(at(file));
+        written.size = format.size;
+        Recording result(written);
+        ASSERT_EQ(result.frameCount(), frameCount);
+        for (int i = 0; i < frameCount; ++i)
+            EXPECT_TRUE(sameBits(result.counts(i), sampleCounts(frameSize, 2 + i))) << i;
+
+        EXPECT_THROW(write({.path = at(format.name)}), UsageError);
+        EXPECT_NO_THROW(write({.path = at(format.name), .force = true}));
     }
-    EXPECT_EQ(fileCount(), 1U) << "only the input";
-
-    EXPECT_THAT(write({.path = at(format.name)}), HasSubstr(format.files.back()));
-    EXPECT_EQ(fileCount(), 1U + format.files.size());
-    RecordingOptions written;
-    for (const std::string& file : format.files)
-        written.inputs.push_back(at(file));
-    written.size = format.size;
-    Recording result(written);
-    ASSERT_EQ(result.frameCount(), frameCount);
-    for (int i = 0; i < frameCount; ++i)
-        EXPECT_TRUE(sameBits(result.counts(i), sampleCounts(frameSize, 2 + i))) << i;
-
-    EXPECT_THROW(write({.path = at(format.name)}), UsageError);
-    EXPECT_NO_THROW(write({.path = at(format.name), .force = true}));
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Formats, StillSinks,
-    testing::Values(StillFormat{"out.raw", {"out.raw"}, "21x13"}, StillFormat{"out.TIF", {"out.TIF"}, ""},
-                    StillFormat{"out.png", {"out-0002.png", "out-0003.png", "out-0004.png"}, ""}),
-    [](const testing::TestParamInfo<StillFormat>& format) { return format.param.name.substr(4); });
 
 TEST_F(FrameSinks, VideoShowsTheRangeEnlarged)
 {
@@ -124,25 +116,4 @@ TEST_F(FrameSinks, RefuseNamesBeforeAnyWork)
     writeText(at("out-0003.png"), "kept");
     EXPECT_THAT(message({.path = at("out.png")}), HasSubstr("out-0003.png exists already"));
     EXPECT_EQ(fileCount(), 2U);
-}
-
-TEST_F(FrameSinks, FrameRunKeepsTheOrderOfCountsOrTheBits)
-{
-    for (const SampleForm form : {SampleForm::unsignedCounts, SampleForm::signedSamples}) {
-        const int zero = form == SampleForm::unsignedCounts ? -32768 : 0;
-        Recording recording = input();
-        cv::Mat_<short> samples;
-        cv::Mat_<std::uint16_t> counts;
-        std::vector<int> delivered;
-        const RunTimes times = forEachFrame(
-            recording, form, [&](const cv::Mat_<short>& frame) { frame.copyTo(samples); },
-            [&, form = form, zero = zero](int index) {  // Clang captures no structured binding as it is
-                toCounts(samples, form, counts);
-                EXPECT_TRUE(sameBits(counts, sampleCounts(frameSize, 2 + index)));
-                EXPECT_EQ(samples(0, 0), zero + counts(0, 0));
-                delivered.push_back(index);
-            });
-        EXPECT_EQ(delivered, std::vector({0, 1, 2}));
-        EXPECT_EQ(times.frames, frameCount);
-    }
 }

@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/formats/FileFormats.h"
+
+#include <algorithm>
+
+#include "apps/vxkit/input/FrameFileParts.h"
+#include "apps/vxkit/output/FrameSinkParts.h"
+#include "apps/vxkit/output/Output.h"
+
+namespace vxapp {
+
+namespace {
+
+using namespace std::string_view_literals;
+
+template <typename Matches>
+const FileFormat* findFormat(Matches matches)
+{
+    const std::vector<FileFormat>& all = fileFormats();
+    const auto found = std::find_if(all.begin(), all.end(), matches);
+    return found != all.end() ? &*found : nullptr;
+}
+
+std::string helpOf(std::string_view FileFormat::*text)
+{
+    std::string help;
+    for (const FileFormat& format : fileFormats()) {
+        if ((format.*text).empty())
+            continue;
+        help += help.empty() ? "" : ";\n";
+        for (const std::string_view ending : format.endings)
+            help.append(ending == format.endings.front() ? "" : ", ").append(ending);
+        help.append(": ").append(format.*text);
+    }
+    return help;
+}
+
+}  // namespace
+
+const std::vector<FileFormat>& fileFormats()
+{
+    static const std::vector<FileFormat> formats{
+        {.name = "raw",
+         .endings = {".raw"},
+         .sequenceText = "headerless 16-bit little-endian frames",
+         .openSink = openRawSink},
+        {.name = "tiff",
+         .endings = {".tiff", ".tif"},
+         .starts = {"II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv},
+         .open = openTiffFile,
+         .imageText = "32-bit floats, every bit kept",
+         .sequenceText = "16-bit pages",
+         .saveFloats = saveTiff,
+         .openSink = openTiffSink},
+        {.name = "pfm",
+         .endings = {".pfm"},
+         .starts = {"Pf", "PF"},
+         .open = openPfmFile,
+         .imageText = "32-bit floats, every bit kept",
+         .saveFloats = savePfm},
+        {.name = "png",
+         .endings = {".png"},
+         .starts = {"\x89PNG"},
+         .open = openPictureFile,
+         .imageText = "16-bit counts; their scale is printed and stands in the file",
+         .sequenceText = "numbered 16-bit images",
+         .saveCounts = savePng,
+         .openSink = openPngSink,
+         .oneFilePerFrame = true},
+        {.name = "pgm", .endings = {".pgm"}, .starts = {"P5", "P2"}, .open = openPictureFile},
+        {.name = "avi",
+         .endings = {".avi"},
+         .sequenceText = "8-bit video in colours for looking at",
+         .openSink = openVideoSink},
+    };
+    return formats;
+}
+
+const FileFormat* formatOf(const std::filesystem::path& path)
+{
+    return findFormat([ending = lowerEnding(path)](const FileFormat& format) {
+        return std::find(format.endings.begin(), format.endings.end(), ending) != format.endings.end();
+    });
+}
+
+const FileFormat* formatStartingWith(std::string_view bytes)
+{
+    return findFormat([bytes](const FileFormat& format) {
+        return std::any_of(format.starts.begin(), format.starts.end(),
+                           [bytes](std::string_view start) { return bytes.starts_with(start); });
+    });
+}
+
+const FileFormat* formatNamed(std::string_view name)
+{
+    return findFormat([name](const FileFormat& format) { return format.name == name; });
+}
+
+bool isImageName(const std::filesystem::path& path)
+{
+    const FileFormat* format = formatOf(path);
+    return format != nullptr && format->open != nullptr;
+}
+
+bool isFloatFile(const std::filesystem::path& path)
+{
+    const FileFormat* format = formatOf(path);
+    return format != nullptr && format->saveFloats != nullptr;
+}
+
+bool isCountFile(const std::filesystem::path& path)
+{
+    const FileFormat* format = formatOf(path);
+    return format != nullptr && format->saveCounts != nullptr;
+}
+
+bool isPngName(const std::filesystem::path& path)
+{
+    return formatOf(path) == formatNamed("png");
+}
+
+std::string imageHelp()
+{
+    return helpOf(&FileFormat::imageText);
+}
+
+std::string sequenceHelp()
+{
+    return helpOf(&FileFormat::sequenceText);
+}
+
+std::vector<std::string> frameFormatNames()
+{
+    std::vector<std::string> names;
+    for (const FileFormat& format : fileFormats())
+        if (format.saveFloats != nullptr || format.saveCounts != nullptr || format.openSink == openRawSink)
+            names.emplace_back(format.name);
+    return names;
+}
+
+std::string orList(const std::vector<std::string_view>& words)
+{
+    std::string text;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        if (i > 0)
+            text += i + 1 < words.size() ? ", " : " or ";
+        text += words[i];
+    }
+    return text;
+}
+
+}  // namespace vxapp

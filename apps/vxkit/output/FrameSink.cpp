@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/output/FrameSink.h"
+
+#include <vector>
+
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/output/FrameSinkParts.h"
+#include "apps/vxkit/output/Output.h"
+#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/terminal/Failure.h"
+
+namespace vxapp {
+
+namespace {
+
+std::vector<std::string> fileNames(const SequenceOptions& options, const FileFormat& format,
+                                   const Recording& input)
+{
+    const int count = input.frameCount();
+    if (!format.oneFilePerFrame || count == 1)
+        return {options.path};
+    std::vector<std::string> names;
+    const int last = input.firstNumber() + count - 1;
+    for (int number = input.firstNumber(); number <= last; ++number)
+        names.push_back(withNumber(options.path, number, last));
+    return names;
+}
+
+std::optional<vxsupport::ValueRange> rangeOf(const SequenceOptions& options,
+                                             const vxsupport::ValueRange& usual)
+{
+    if (options.range.empty())
+        return usual.low < usual.high ? std::optional(usual) : std::nullopt;
+    const auto range = parsePair(options.range, ':');
+    if (!range || range->first >= range->second)
+        throw UsageError("--range " + options.range +
+                         ": expected LOW:HIGH, two counts of which LOW is below HIGH");
+    return vxsupport::ValueRange{static_cast<float>(range->first), static_cast<float>(range->second)};
+}
+
+}  // namespace
+
+std::string framesText(const SequenceShape& shape)
+{
+    return std::to_string(shape.frames) + (shape.frames == 1 ? " frame of " : " frames of ") +
+           std::to_string(shape.size.width) + "x" + std::to_string(shape.size.height);
+}
+
+std::unique_ptr<FrameSink> openFrameSink(const SequenceOptions& options, const Recording& input,
+                                         vxsupport::ValueRange videoRange)
+{
+    const std::optional<vxsupport::ValueRange> range = rangeOf(options, videoRange);
+    const auto isSink = [](const FileFormat& format) { return format.openSink != nullptr; };
+    const FileFormat* format = formatOf(options.path);
+    if (format == nullptr || !isSink(*format))
+        throw UsageError(options.path + ": expected an output name that ends in " + endingsText(isSink));
+    const std::vector<std::string> names = fileNames(options, *format, input);
+    for (const std::string& name : names) {
+        if (input.readsFrom(name))
+            throw UsageError(name + ": is an input; expected another output name");
+        requireWritable(name, options.force);
+    }
+    return format->openSink({options, names, {input.frameSize(), input.frameCount()}, range});
+}
+
+}  // namespace vxapp

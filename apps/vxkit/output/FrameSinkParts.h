@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "apps/vxkit/output/FrameSink.h"
+#include "support/Pictures.h"
+
+// What the sources of FrameSink and the table of formats share; not for other files.
+namespace vxapp {
+
+/// What the frames of a sink have in common.
+struct SequenceShape
+{
+    cv::Size size;
+    int frames;
+};
+
+/// An output whose names have been checked.
+struct SinkRequest
+{
+    const SequenceOptions& options;
+    const std::vector<std::string>& names;  ///< one, or one for each frame
+    SequenceShape shape;
+    std::optional<vxsupport::ValueRange> range;  ///< of a video; empty: that of the first frame
+};
+
+// What the table of formats opens.
+std::unique_ptr<FrameSink> openRawSink(const SinkRequest& request);
+std::unique_ptr<FrameSink> openTiffSink(const SinkRequest& request);
+std::unique_ptr<FrameSink> openPngSink(const SinkRequest& request);
+std::unique_ptr<FrameSink> openVideoSink(const SinkRequest& request);
+
+/// "300 frames of 160x120"
+std::string framesText(const SequenceShape& shape);
+
+}  // namespace vxapp

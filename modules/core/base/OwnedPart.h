@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <memory>
+#include <utility>
+
+namespace halvor::vx {
+
+/// Part of an object that is copied by value, of a type that the object's header does not show: a copy owns a
+/// copy of the part. The object's constructors, copies and destructor are defined where the type is known.
+template <typename Part>
+class OwnedPart
+{
+public:
+    explicit OwnedPart(std::unique_ptr<Part> part) : part_(std::move(part)) {}
+    OwnedPart(const OwnedPart& other) : part_(std::make_unique<Part>(*other.part_)) {}
+    OwnedPart& operator=(const OwnedPart& other)
+    {
+        *part_ = *other.part_;
+        return *this;
+    }
+    ~OwnedPart() = default;
+
+    Part* operator->() const { return part_.get(); }
+
+private:
+    std::unique_ptr<Part> part_;
+};
+
+}  // namespace halvor::vx
