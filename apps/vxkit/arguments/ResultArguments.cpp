@@ -27,8 +27,11 @@ void addSequenceOptions(CLI::App& command, SequenceOptions& options)
     command.add_option("-o,--output", options.path, "Result, by its ending\n" + sequenceHelp())
         ->type_name("OUT");
     command
-        .add_option("--range", options.range, "Counts from the darkest to the brightest colour of a video")
-        ->type_name("LOW:HIGH");
+        .add_option("--range", options.range,
+                    "Counts from the darkest to the brightest colour of a video: LOW:HIGH, recording\n"
+                    "for those of all frames, or follow for limits that follow the scene smoothly\n"
+                    "(default: what an equaliser gives, else recording)")
+        ->type_name("RANGE");
     command.add_option("--fps", options.framesPerSecond, "Frames per second of a video")
         ->check(numberWithin(0.1, 1000.0))
         ->capture_default_str();

@@ -68,10 +68,27 @@ const std::vector<FileFormat>& fileFormats()
          .openSink = openPngSink,
          .oneFilePerFrame = true},
         {.name = "pgm", .endings = {".pgm"}, .starts = {"P5", "P2"}, .open = openPictureFile},
+#ifdef VXKIT_VIDEO
+        {.name = "mkv",
+         .endings = {".mkv"},
+         .starts = {"\x1A\x45\xDF\xA3"},
+         .open = openVideoFile,
+         .sequenceText = "lossless 16-bit video (FFV1)",
+         .openSink = openLosslessSink},
+        {.name = "mp4",
+         .endings = {".mp4"},
+         .starts = {"\0\0\0\024ftyp"sv, "\0\0\0\030ftyp"sv, "\0\0\0\034ftyp"sv, "\0\0\0\040ftyp"sv},
+         .open = openVideoFile,
+         .sequenceText = "8-bit video in colours for looking at (H.264)",
+         .openSink = openVideoSink},
+        {.name = "mov", .endings = {".mov"}, .open = openVideoFile},
         {.name = "avi",
          .endings = {".avi"},
-         .sequenceText = "8-bit video in colours for looking at",
+         .starts = {"RIFF"},
+         .open = openVideoFile,
+         .sequenceText = "8-bit video in colours for looking at (Motion JPEG)",
          .openSink = openVideoSink},
+#endif
     };
     return formats;
 }

@@ -29,5 +29,7 @@ int tiffPageCount(const std::string& path);
 std::unique_ptr<FrameFile> openPfmFile(const std::string& path);  ///< also several images of one size
 std::unique_ptr<FrameFile> openTiffFile(const std::string& path);
 std::unique_ptr<FrameFile> openPictureFile(const std::string& path);  ///< one image of another format
+std::unique_ptr<FrameFile> openVideoFile(
+    const std::string& path);  ///< Matroska, MP4, AVI; grey of 9 to 16 bits
 
 }  // namespace vxapp

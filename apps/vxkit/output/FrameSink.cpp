@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/vxkit/output/FrameSink.h"
 
+#include <string_view>
 #include <vector>
 
 #include "apps/vxkit/formats/FileFormats.h"
@@ -13,6 +14,8 @@
 namespace vxapp {
 
 namespace {
+
+constexpr std::string_view follow = "follow";
 
 std::vector<std::string> fileNames(const SequenceOptions& options, const FileFormat& format,
                                    const Recording& input)
@@ -30,12 +33,14 @@ std::vector<std::string> fileNames(const SequenceOptions& options, const FileFor
 std::optional<vxsupport::ValueRange> rangeOf(const SequenceOptions& options,
                                              const vxsupport::ValueRange& usual)
 {
+    if (options.range == "recording" || options.range == follow)
+        return std::nullopt;
     if (options.range.empty())
         return usual.low < usual.high ? std::optional(usual) : std::nullopt;
     const auto range = parsePair(options.range, ':');
     if (!range || range->first >= range->second)
         throw UsageError("--range " + options.range +
-                         ": expected LOW:HIGH, two counts of which LOW is below HIGH");
+                         ": expected recording, follow or LOW:HIGH, two counts of which LOW is below HIGH");
     return vxsupport::ValueRange{static_cast<float>(range->first), static_cast<float>(range->second)};
 }
 
@@ -61,7 +66,8 @@ std::unique_ptr<FrameSink> openFrameSink(const SequenceOptions& options, const R
             throw UsageError(name + ": is an input; expected another output name");
         requireWritable(name, options.force);
     }
-    return format->openSink({options, names, {input.frameSize(), input.frameCount()}, range});
+    return format->openSink(
+        {options, names, {input.frameSize(), input.frameCount()}, range, options.range == follow});
 }
 
 }  // namespace vxapp

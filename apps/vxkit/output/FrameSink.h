@@ -15,8 +15,9 @@ class Recording;
 /// Where the frames of a processed recording go.
 struct SequenceOptions
 {
-    std::string path;     ///< its ending tells the kind of file, see openFrameSink()
-    std::string range{};  ///< "LOW:HIGH", the counts that a video shows; empty for what the command takes
+    std::string path;  ///< its ending tells the kind of file, see openFrameSink()
+    std::string
+        range{};  ///< counts that a video shows, "LOW:HIGH", "recording" or "follow"; empty: see below
     double framesPerSecond = 9.0;
     std::string colourMap = vxsupport::colourMapNames().front();
     bool force = false;
@@ -42,11 +43,13 @@ public:
 /// - .raw: one headerless file, unsigned 16-bit little-endian, row by row, frame after frame
 /// - .tif, .tiff: one file of 16-bit pages
 /// - .png: 16-bit files with the frame's number in the recording, "name-0000.png"; a single frame without it
-/// - .avi: a video in 8 bits and colours for looking at, small frames enlarged
+/// - .mkv: a lossless video of 16 bits
+/// - .mp4, .avi: a video in 8 bits and colours for looking at, small frames enlarged. Its range of counts may be
+///   fixed, that of all frames ("recording"), or follow the scene over two seconds ("follow")
 ///
 /// @param input  its files are never overwritten
 /// @param videoRange  counts that a video shows where the options name none; empty (low not below high) for
-///                    those of the first frame
+///                    those of all frames
 /// @throws UsageError if the ending is another, a name is an input or can't be written to, or the range is
 ///         empty
 std::unique_ptr<FrameSink> openFrameSink(const SequenceOptions& options, const Recording& input,

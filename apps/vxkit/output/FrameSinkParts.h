@@ -25,14 +25,16 @@ struct SinkRequest
     const SequenceOptions& options;
     const std::vector<std::string>& names;  ///< one, or one for each frame
     SequenceShape shape;
-    std::optional<vxsupport::ValueRange> range;  ///< of a video; empty: that of the first frame
+    std::optional<vxsupport::ValueRange> range;  ///< of a video; empty: by what its frames hold
+    bool follows = false;                        ///< a video without range follows the scene, frame by frame
 };
 
 // What the table of formats opens.
 std::unique_ptr<FrameSink> openRawSink(const SinkRequest& request);
 std::unique_ptr<FrameSink> openTiffSink(const SinkRequest& request);
 std::unique_ptr<FrameSink> openPngSink(const SinkRequest& request);
-std::unique_ptr<FrameSink> openVideoSink(const SinkRequest& request);
+std::unique_ptr<FrameSink> openVideoSink(const SinkRequest& request);     ///< in colours
+std::unique_ptr<FrameSink> openLosslessSink(const SinkRequest& request);  ///< video of 16 bits
 
 /// "300 frames of 160x120"
 std::string framesText(const SequenceShape& shape);

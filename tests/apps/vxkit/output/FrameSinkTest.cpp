@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <opencv2/videoio.hpp>
-
 #include "apps/FrameSamples.h"
 #include "apps/TemporaryFolder.h"
 #include "apps/vxkit/input/Recording.h"
@@ -13,7 +11,6 @@
 
 using namespace vxapp;
 using testing::HasSubstr;
-using testing::Lt;
 
 namespace {
 
@@ -33,10 +30,10 @@ protected:
     // Frames 2, 3, 4 of the file.
     Recording input() const { return Recording({{at("in.raw")}, "21x13", "2:3"}); }
 
-    std::string write(const SequenceOptions& options, vxsupport::ValueRange range = {0.0F, 0.0F}) const
+    std::string write(const SequenceOptions& options) const
     {
         Recording recording = input();
-        const std::unique_ptr<FrameSink> sink = openFrameSink(options, recording, range);
+        const std::unique_ptr<FrameSink> sink = openFrameSink(options, recording);
         for (int i = 0; i < recording.frameCount(); ++i)
             sink->add(recording.counts(i));
         return sink->finish();
@@ -80,25 +77,6 @@ TEST_F(FrameSinks, OfStillsKeepEveryBitAndAppearOnlyWhenWhole)
     }
 }
 
-TEST_F(FrameSinks, VideoShowsTheRangeEnlarged)
-{
-    EXPECT_THAT(write({.path = at("out.avi"), .range = "1000:3000", .colourMap = "gray"}),
-                HasSubstr("gray from 1000 to 3000"));
-    cv::VideoCapture video(at("out.avi"));
-    cv::Mat_<cv::Vec3b> picture;
-    for (int i = 0; i < frameCount; ++i) {
-        ASSERT_TRUE(video.read(picture));
-        ASSERT_EQ(picture.size(), frameSize * 36);
-        EXPECT_THAT(int{picture(18, 18)[0]}, Lt(10)) << "count 3";
-        EXPECT_NEAR(picture(18, 36 * 8 + 18)[0], 135, 12) << "count 2059";
-        EXPECT_GT(picture(36 * 5, 18)[0], 245) << "count 20498";
-    }
-    EXPECT_FALSE(video.read(picture));
-
-    EXPECT_THAT(write({.path = at("usual.avi")}, {7.0F, 8.0F}), HasSubstr("from 7 to 8"));
-    EXPECT_THAT(write({.path = at("own.avi")}), HasSubstr("from 286 to 54"));
-}
-
 TEST_F(FrameSinks, RefuseNamesBeforeAnyWork)
 {
     const auto message = [&](const SequenceOptions& options) {
@@ -109,10 +87,10 @@ TEST_F(FrameSinks, RefuseNamesBeforeAnyWork)
             return std::string(error.what());
         }
     };
-    EXPECT_THAT(message({.path = at("out.mp4")}), HasSubstr("out.mp4: expected an output name"));
+    EXPECT_THAT(message({.path = at("out.xyz")}), HasSubstr("out.xyz: expected an output name"));
     EXPECT_THAT(message({.path = at("in.raw"), .force = true}), HasSubstr("is an input"));
     EXPECT_THAT(message({.path = at("none/out.raw")}), HasSubstr("does not exist"));
-    EXPECT_THAT(message({.path = at("out.avi"), .range = "5:5"}), HasSubstr("--range 5:5"));
+    EXPECT_THAT(message({.path = at("out.raw"), .range = "5:5"}), HasSubstr("--range 5:5"));
     writeText(at("out-0003.png"), "kept");
     EXPECT_THAT(message({.path = at("out.png")}), HasSubstr("out-0003.png exists already"));
     EXPECT_EQ(fileCount(), 2U);
