@@ -84,6 +84,7 @@ const std::vector<std::string>& colourMapNames()
 {
     static const std::vector<std::string> names = [] {
         std::vector<std::string> list;
+        list.reserve(std::size(namedColourMaps));
         for (const NamedColourMap& map : namedColourMaps)
             list.emplace_back(map.name);
         return list;

@@ -42,10 +42,10 @@ CellWeights frameWeights(double shift, int margin, double psfSigma)
     for (int pixel = -reach; pixel < reach; ++pixel) {
         const double share = gaussianShare(pixel, pixel + 1, psfSigma) / cellsPerLargePixel;
         total += share * cellsPerLargePixel;
+        double* tap = &taps[static_cast<std::size_t>(pixel + reach) * cellsPerLargePixel];
         for (int i = 0; i < cellsPerLargePixel; ++i) {
-            const auto at = static_cast<std::size_t>((pixel + reach) * cellsPerLargePixel + i);
-            taps[at] += share * (1.0 - fraction);
-            taps[at + 1] += share * fraction;
+            tap[i] += share * (1.0 - fraction);
+            tap[i + 1] += share * fraction;
         }
     }
     for (double& tap : taps)
@@ -94,7 +94,8 @@ cv::Mat_<float> sample(const cv::Mat_<float>& cells, cv::Size size, const CellWe
             for (const double tap : down.taps)
                 addScaled(cells[row++], tap, sums.data(), cells.cols);
             for (int c = 0; c < size.width; ++c) {
-                const double* from = &sums[static_cast<std::size_t>(across.first + c * across.stride)];
+                const double* from =
+                    sums.data() + across.first + static_cast<std::ptrdiff_t>(c) * across.stride;
                 double sum = 0.0;
                 for (const double tap : across.taps)
                     sum += tap * *from++;

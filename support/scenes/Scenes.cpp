@@ -39,6 +39,7 @@ const std::vector<SceneKind>& allSceneKinds()
 {
     static const std::vector<SceneKind> kinds = [] {
         std::vector<SceneKind> list;
+        list.reserve(std::size(entries));
         for (const Entry& entry : entries)
             list.push_back(entry.kind);
         return list;

@@ -107,7 +107,7 @@ std::string VectorFile::wordText(std::size_t index) const
         text << std::bit_cast<float>(static_cast<std::uint32_t>(bits));
         return text.str();
     }
-    if (format.front() == 's' && length < 8) {
+    if (format.front() == 's' && length > 0 && length < 8) {
         const std::uint64_t sign = std::uint64_t{1} << (8 * length - 1);
         bits = (bits ^ sign) - sign;
     }

@@ -126,7 +126,8 @@ void SymmetricFilter::setTaps(const std::vector<float>& taps)
 {
     taps_ = taps;
     radius_ = static_cast<int>(taps.size() / 2);
-    line_.resize(static_cast<std::size_t>(size_.width + 2 * radius_));
+    const int padded = size_.width + 2 * radius_;
+    line_.resize(static_cast<std::size_t>(padded));
     inputs_.resize(taps.size());
     ring_ = std::min(2 * radius_ + 1, size_.height);
     filteredRows_.resize(static_cast<std::size_t>(ring_) * static_cast<std::size_t>(size_.width));
@@ -173,10 +174,11 @@ void SymmetricFilter::filterRow(const cv::Mat_<Pixel>& src, int y)
 {
     const Pixel* row = src[y];
     float* inner = line_.data() + radius_;
+    const int* rightMargin = marginColumns_.data() + radius_;
     std::copy(row, row + size_.width, inner);
     for (int i = 0; i < radius_; ++i) {
         inner[i - radius_] = inner[marginColumns_[static_cast<std::size_t>(i)]];
-        inner[size_.width + i] = inner[marginColumns_[static_cast<std::size_t>(radius_ + i)]];
+        inner[size_.width + i] = inner[rightMargin[i]];
     }
     for (int k = 0; k <= 2 * radius_; ++k)
         inputs_[static_cast<std::size_t>(k)] = line_.data() + k;

@@ -255,8 +255,7 @@ void CornerFinder::pickDistant(int maxCorners, double minDistance, std::vector<c
     const double limit = minDistance * minDistance;
     corners.clear();
     for (const int peak : peaks_) {
-        const cv::Point2f place(static_cast<float>(peak % size_.width),
-                                static_cast<float>(peak / size_.width));
+        const cv::Point2f place = cv::Point(peak % size_.width, peak / size_.width);
         const auto isNear = [&](const cv::Point2f& corner) {
             const cv::Point2f away = place - corner;
             return static_cast<double>(away.dot(away)) < limit;
