@@ -5,6 +5,7 @@
 #include <span>
 
 #include "apps/vxkit/stream/ChainTable.h"
+#include "apps/vxkit/stream/Look.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
@@ -34,7 +35,7 @@ void addSetting(CLI::App& command, const ChainSetting& setting, std::optional<in
 {
     std::string help = setting.help;
     if (!setting.isRank())
-        help += " (default: " + valueText(setting, ChainSettings{}.*setting.field) + ")";
+        help += " (device: " + valueText(setting, ChainSettings{}.*setting.field) + ")";
     CLI::Option* option = command.add_option(optionOf(setting), value, help);
     if (setting.isMode())
         option->transform(modeCheck());
@@ -71,9 +72,15 @@ void addChainOptions(CLI::App& command, ChainOptions& options)
     const std::span<const ChainSetting> settings = chainTable();
     options.values.resize(settings.size());
     options.blocks.resize(blocks.size());
+    std::string help = "How the picture is to look; each option of a block wins over it (default: " +
+                       std::string(looks().front().name) + ")";
+    for (const Look& look : looks())
+        help += std::string("\n") + look.name + ": " + look.help;
+    command.add_option("--look", options.look, help)->type_name("LOOK");
     command
         .add_option("--settings", options.file,
-                    "Settings file of the stream processor; options on the command line win over it")
+                    "Settings file of the stream processor, in place of a look; options on the command "
+                    "line\nwin over it")
         ->type_name("FILE");
     for (std::size_t block = 0; block < blocks.size(); ++block) {
         addBlock(command, blocks[block], options.blocks[block]);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "apps/vxkit/arguments/ChainArguments.h"
+#include "apps/vxkit/arguments/LookArguments.h"
 #include "apps/vxkit/arguments/RecordingArguments.h"
 #include "apps/vxkit/arguments/ResultArguments.h"
 #include "apps/vxkit/input/Recording.h"
@@ -15,12 +16,17 @@
 #include "apps/vxkit/stream/ChainSettings.h"
 #include "apps/vxkit/stream/ContactSheet.h"
 #include "apps/vxkit/stream/FrameRun.h"
+#include "apps/vxkit/stream/LookMeasures.h"
+#include "apps/vxkit/stream/LookStage.h"
+#include "apps/vxkit/stream/Survey.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "apps/vxkit/terminal/QuietStream.h"
 
 namespace vxapp {
 
 namespace {
+
+using halvor::vx::MARLOImageEnhancer;
 
 struct EnhanceOptions
 {
@@ -29,6 +35,9 @@ struct EnhanceOptions
     ChainOptions chain;
     SequenceOptions results;
     ContactSheetOptions sheet;
+    BadPixelOptions badPixels;
+    LookReach reach;
+    bool measures = false;
 };
 
 /// One run of the command; its construction checks everything that can be checked without a frame.
@@ -40,23 +49,28 @@ public:
 
 private:
     bool isEqualised() const { return settings_.histMode != 0; }
-    void deliver(int index);
+    RunTimes enhanceAll();
+    void enhance(const cv::Mat_<short>& frame, MARLOImageEnhancer& chain);
+    void deliver(int index, const MARLOImageEnhancer& chain);
 
+    EnhanceOptions options_;
     SampleForm form_;
     Recording recording_;
     ChainSettings settings_;
+    std::optional<ToneSettings> tone_;
     std::unique_ptr<FrameSink> sink_;
     std::optional<ContactSheet> sheet_;
-    halvor::vx::MARLOImageEnhancer chain_;
-    cv::Mat_<short> enhanced_;
+    std::optional<LookMeasures> measures_;
+    BadPixelMender mender_;
+    cv::Mat_<short> mended_, enhanced_;
     cv::Mat_<std::uint16_t> counts_;
 };
 
 void checkNames(const EnhanceOptions& options)
 {
-    if (options.results.path.empty() && options.sheet.path.empty())
+    if (options.results.path.empty() && options.sheet.path.empty() && !options.measures)
         throw UsageError("nowhere to write to; expected -o OUT or --contact-sheet FILE.png");
-    if (options.results.path == options.sheet.path)
+    if (options.results.path == options.sheet.path && !options.sheet.path.empty())
         throw UsageError(options.sheet.path +
                          ": expected different names for the result and its contact sheet");
 }
@@ -71,11 +85,15 @@ Recording openRecording(const EnhanceOptions& options)
 }
 
 EnhanceRun::EnhanceRun(const EnhanceOptions& options)
-    : form_(options.form),
+    : options_(options),
+      form_(options.form),
       recording_(openRecording(options)),
-      settings_(chainSettings(options.chain, recording_.frameSize())),
-      chain_(openChain(settings_, recording_.frameSize()))
+      settings_(chainSettings(options.chain, recording_.frameSize(), 0.0)),
+      tone_(toneSettings(options.chain))
 {
+    checkBadPixelNames(options.badPixels, recording_, options.results.force);
+    if (options.measures && !isEqualised())
+        throw UsageError("--measure: expected frames that are equalised, not --no-hist");
     if (!options.results.path.empty())
         sink_ = openFrameSink(options.results, recording_,
                               isEqualised() ? equalisedRange : vxsupport::ValueRange{0.0F, 0.0F});
@@ -90,38 +108,81 @@ EnhanceRun::EnhanceRun(const EnhanceOptions& options)
 void EnhanceRun::run()
 {
     const cv::Size size = recording_.frameSize();
-    std::cout << settingsText(settings_) << std::flush;
-    RunTimes times;
-    {
-        const QuietStandardOutput quiet;
-        times = forEachFrame(
-            recording_, form_,
-            [this](const cv::Mat_<short>& frame) { chain_.processFrame(frame, enhanced_); },
-            [this](int index) { deliver(index); });
-    }
+    const Survey found = survey(recording_, form_, options_.badPixels);
+    std::cout << tellBadPixels(found, options_.badPixels, options_.results.force) << '\n';
+    mender_ = BadPixelMender(found.badPixels);
+    settings_ = chainSettings(options_.chain, size, found.noise);
+    std::cout << settingsText(settings_, tone_) << std::flush;
+    if (options_.measures)
+        measures_.emplace();
+    const RunTimes times = enhanceAll();
     std::cout << speedText(times, size, "the chain") << std::endl;
+    if (measures_)
+        std::cout << measures_->text() << std::flush;
     if (sheet_)
         std::cout << sheet_->write() << std::endl;
     if (sink_)
         std::cout << sink_->finish() << std::endl;
 }
 
-void EnhanceRun::deliver(int index)
+RunTimes EnhanceRun::enhanceAll()
 {
-    if (sheet_)
-        sheet_->add(index, chain_);
-    if (!sink_)
-        return;
-    // What is equalised counts from 0 on, whatever the input did.
-    toCounts(enhanced_, isEqualised() ? SampleForm::signedSamples : form_, counts_);
-    sink_->add(counts_);
+    const QuietStandardOutput quiet;
+    std::optional<LookStage> stage;
+    if (tone_) {
+        stage.emplace(*tone_, options_.reach);
+        MARLOImageEnhancer chain = openChain(settings_, recording_.frameSize());
+        forEachFrame(
+            recording_, form_, [&](const cv::Mat_<short>& frame) { enhance(frame, chain); },
+            [&](int) { stage->measure(chain); });
+    }
+    MARLOImageEnhancer chain = openChain(settings_, recording_.frameSize());
+    int index = 0;
+    return forEachFrame(
+        recording_, form_,
+        [&](const cv::Mat_<short>& frame) {
+            enhance(frame, chain);
+            if (stage)
+                stage->apply(index++, chain, enhanced_);
+        },
+        [&](int i) { deliver(i, chain); });
 }
 
-const char* const footer = R"(Results:
+void EnhanceRun::enhance(const cv::Mat_<short>& frame, MARLOImageEnhancer& chain)
+{
+    if (mender_.mendsNothing()) {
+        chain.processFrame(frame, enhanced_);
+        return;
+    }
+    frame.copyTo(mended_);
+    mender_.mend(mended_);
+    chain.processFrame(mended_, enhanced_);
+}
+
+void EnhanceRun::deliver(int index, const MARLOImageEnhancer& chain)
+{
+    if (sheet_)
+        sheet_->add(index, chain);
+    // What is equalised counts from 0 on, whatever the input did.
+    toCounts(enhanced_, isEqualised() ? SampleForm::signedSamples : form_, counts_);
+    if (measures_)
+        measures_->add(recording_.counts(index), counts_, topLevel);
+    if (sink_)
+        sink_->add(counts_);
+}
+
+const char* const footer = R"(Looks:
+  A look chooses the settings of the noise blocks by the recording's own noise, and spreads the frames over the
+  display by a curve of its own, in place of the chain's equaliser: from the 1st to the 99th percentile, so far
+  equalised as the look says, smoothed over time and led along when the level of the whole picture drifts. The
+  recording runs through the chain twice for it. An option of the equaliser (--hist-...) leaves that to the
+  chain's equaliser, one of another block wins over the look's value. "device" is the chain with its own defaults.
+
+Results:
   Equalised frames are 0 to 32766. With --no-hist frames stay in the units of the input.
   Every block but peaking and spatial noise reduction learns from frame to frame, so that the first frames of a
-  recording are enhanced less well. The curve of a frame is built from those before it; the first gets a
-  straight one.
+  recording are enhanced less well. The equaliser builds the curve of a frame from those before it; the first
+  gets a straight one.
 
 Settings files:
   INI form with the sections [TNR_Parameter], [SPR_Parameter], [SNR_Parameter], [Histogram_Parameter] and
@@ -131,6 +192,7 @@ Settings files:
 
 Examples:
   vxkit enhance recording.raw --size 160x120 -o enhanced.avi --contact-sheet stages.png
+  vxkit enhance recording.raw --size 160x120 --look strong -o strong.tif --write-bad-pixels map.png
   vxkit enhance frame-*.png -o enhanced.png --tnr-alpha 80 --hist-gamma -3 --no-peak
   vxkit enhance recording.tif --settings camera.ini --hist-mode linear -o enhanced.raw)";
 
@@ -147,6 +209,14 @@ void addEnhanceCommand(CLI::App& program)
     addSequenceOptions(command, options->results);
     addContactSheetOptions(command, options->sheet);
     addChainOptions(command, options->chain);
+    addReachOption(command, options->reach);
+    addBadPixelOptions(command, options->badPixels);
+    command.add_flag(
+        "--measure", options->measures,
+        "Also (or, without -o, only) print how the display is used: the share of its levels "
+        "between\nthe 1st and the 99th percentile (mean and least), standard deviation and largest "
+        "jump of the\nmedian from frame to frame in 256 levels, clipped pixels; beside those of the "
+        "input, each\nframe stretched between these percentiles");
     command.footer(footer);
     command.callback([options] { EnhanceRun(*options).run(); });
 }

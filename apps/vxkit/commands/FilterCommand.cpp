@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/vxkit/arguments/LookArguments.h"
 #include "apps/vxkit/arguments/NumberChecks.h"
 #include "apps/vxkit/arguments/RecordingArguments.h"
 #include "apps/vxkit/arguments/ResultArguments.h"
@@ -19,6 +20,7 @@
 #include "apps/vxkit/stream/ClusterFilter.h"
 #include "apps/vxkit/stream/FrameFilter.h"
 #include "apps/vxkit/stream/FrameRun.h"
+#include "apps/vxkit/stream/Survey.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
@@ -43,6 +45,7 @@ struct FilterOptions
     RecordingOptions recording;
     SampleForm form = SampleForm::unsignedCounts;
     SequenceOptions output;
+    BadPixelOptions badPixels;
     std::vector<std::string> chosen;  // "--temporal", ...
     std::vector<FilterOption> options;
     TemporalSettings temporal;
@@ -117,20 +120,41 @@ void requireDistinctFiles(const FilterOptions& options)
     requireNew(cluster.damping);
 }
 
+// The factors of a cluster pattern are those of the pixels as they are.
+BadPixelOptions badPixelOptions(const FilterOptions& options)
+{
+    BadPixelOptions badPixels = options.badPixels;
+    if (chosenFilter(options) != "--cluster")
+        return badPixels;
+    if (!badPixels.isOff() && !(badPixels.source.empty() && badPixels.output.empty()))
+        throw UsageError("--cluster: learns from bad pixels too; expected no --bad-pixels beside it");
+    badPixels.source = "off";
+    return badPixels;
+}
+
 void runFilter(const FilterOptions& options)
 {
-    chosenFilter(options);
+    const BadPixelOptions badPixels = badPixelOptions(options);
     requireDistinctFiles(options);
     Recording recording(options.recording);
     const std::unique_ptr<FrameSink> sink = openFrameSink(options.output, recording);
+    checkBadPixelNames(badPixels, recording, options.output.force);
     const std::unique_ptr<FrameFilter> filter = makeFilter(options, recording);
+    const Survey found = survey(recording, options.form, badPixels);
+    const BadPixelMender mender(found.badPixels);
     const cv::Size size = recording.frameSize();
     std::cout << recording.frameCount() << " frames of " << size.width << "x" << size.height << "; "
-              << filter->description() << std::endl;
-    cv::Mat_<short> result;
+              << filter->description() << '\n'
+              << tellBadPixels(found, badPixels, options.output.force) << std::endl;
+    cv::Mat_<short> mended, result;
     cv::Mat_<std::uint16_t> counts;
     const RunTimes times = forEachFrame(
-        recording, options.form, [&](const cv::Mat_<short>& samples) { filter->process(samples, result); },
+        recording, options.form,
+        [&](const cv::Mat_<short>& samples) {
+            samples.copyTo(mended);
+            mender.mend(mended);
+            filter->process(mended, result);
+        },
         [&](int) {
             toCounts(result, options.form, counts);
             sink->add(counts);
@@ -284,6 +308,7 @@ void addFilterCommand(CLI::App& program)
     addClusterFilter(command, *options);
     addRecordingOptions(command, options->recording);
     addSampleOption(command, options->form);
+    addBadPixelOptions(command, options->badPixels);
     addSequenceOptions(command, options->output);
     command.get_option("--output")->required();
     command.footer(footer);

@@ -8,6 +8,7 @@
 
 #include "apps/halvor/Settings.h"
 #include "apps/vxkit/stream/ChainTable.h"
+#include "apps/vxkit/stream/Look.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "enhancement/ParameterFile.h"
 
@@ -18,6 +19,7 @@ namespace {
 constexpr int linearMode = 1;
 constexpr int measuredWidth = 8;
 constexpr int running = 2;  // of a bypass setting
+constexpr const char* deviceLook = "device";
 
 // A file of another kind would pass as one that names nothing.
 void requireSettingsFile(const std::string& path)
@@ -116,12 +118,38 @@ ChainSettings settingsOfFile(const std::string& path, cv::Size frameSize)
     return settings;
 }
 
+const Look& chosenLook(const ChainOptions& options)
+{
+    if (options.file.empty())
+        return lookNamed(options.look);
+    if (!options.look.empty() && options.look != deviceLook)
+        throw UsageError("--look " + options.look +
+                         ": expected no look beside --settings, which names the settings of all blocks");
+    return lookNamed(deviceLook);
+}
+
+bool namesEqualiser(const ChainOptions& options)
+{
+    const auto isOfEqualiser = [](std::size_t block) {
+        return chainBlocks()[block].enabled == &ChainSettings::histMode;
+    };
+    for (std::size_t i = 0; i < options.values.size(); ++i)
+        if (options.values[i] && isOfEqualiser(chainTable()[i].block))
+            return true;
+    for (std::size_t block = 0; block < options.blocks.size(); ++block)
+        if (options.blocks[block] && isOfEqualiser(block))
+            return true;
+    return false;
+}
+
 }  // namespace
 
-ChainSettings chainSettings(const ChainOptions& options, cv::Size frameSize)
+ChainSettings chainSettings(const ChainOptions& options, cv::Size frameSize, double noise)
 {
+    const Look& look = chosenLook(options);
     ChainSettings settings =
         options.file.empty() ? usualSettings(frameSize) : settingsOfFile(options.file, frameSize);
+    applyLook(look, noise, settings);
     for (std::size_t i = 0; i < options.values.size(); ++i)
         if (options.values[i])
             settings.*chainTable()[i].field = *options.values[i];
@@ -138,13 +166,20 @@ ChainSettings chainSettings(const ChainOptions& options, cv::Size frameSize)
     return settings;
 }
 
-std::string settingsText(const ChainSettings& settings)
+std::optional<ToneSettings> toneSettings(const ChainOptions& options)
+{
+    return namesEqualiser(options) ? std::nullopt : chosenLook(options).tone;
+}
+
+std::string settingsText(const ChainSettings& settings, const std::optional<ToneSettings>& tone)
 {
     std::ostringstream text;
     for (std::size_t block = 0; block < chainBlocks().size(); ++block) {
         text << chainBlocks()[block].name << ':';
         const char* separator = " ";
-        if (settings.*chainBlocks()[block].enabled == 0)
+        if (tone && chainBlocks()[block].enabled == &ChainSettings::histMode)
+            text << " of the look: " << toneText(*tone);
+        else if (settings.*chainBlocks()[block].enabled == 0)
             text << " off";
         else
             for (const ChainSetting& setting : chainTable())

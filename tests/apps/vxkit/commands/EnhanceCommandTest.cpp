@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <opencv2/imgcodecs.hpp>
+#include <sstream>
 
 #include "apps/FrameSamples.h"
 #include "apps/ProgramRun.h"
@@ -52,9 +54,11 @@ protected:
     // The bytes that the command writes.
     std::string enhanced(const std::string& options) const
     {
-        const ProgramRun result = run("enhance in.raw --size 132x40 -o out.raw --force " + options);
+        const ProgramRun result =
+            run("enhance in.raw --size 132x40 -o out.raw --force --bad-pixels off " + options +
+                (options.find("--look") == options.npos ? " --look device" : ""));
         EXPECT_EQ(result.status, 0) << result.error;
-        EXPECT_THAT(result.out, HasSubstr("6 frames in"));
+        EXPECT_THAT(result.out, HasSubstr("frames in"));
         EXPECT_THAT(result.out, Not(HasSubstr("pgain")));
         return textOf(at("out.raw"));
     }
@@ -197,6 +201,68 @@ TEST_F(EnhanceCommand, ContactSheetShowsEveryStage)
                 EXPECT_GT(cv::norm(panels.back(), panels[other], cv::NORM_INF), 0.0) << "a stage shown twice";
         }
     EXPECT_EQ(fileCount(), 3U) << "nothing but the sheet";
+}
+
+TEST_F(EnhanceCommand, LooksGiveWayToOptionsOfABlock)
+{
+    const std::string every = sameAsFile + "70 --tnr --spr --peak --peak-gain 14 ";
+    EXPECT_TRUE(enhanced(every) == enhanced("--look strong " + every)) << "one of the equaliser's among them";
+    const std::string noEqualiser =
+        "--no-hist --spr-threshold 22 --no-peak --look ";  // in counts, as the input
+    EXPECT_TRUE(enhanced(noEqualiser + "flat") == enhanced(noEqualiser + "device"));
+    EXPECT_TRUE(enhanced("--look natural --tnr-alpha 60") == enhanced("--look natural"));
+    EXPECT_FALSE(enhanced("--look natural") == enhanced("--look natural --tnr-alpha 10"));
+    EXPECT_FALSE(enhanced("--look natural") == enhanced("--look flat"));
+}
+
+TEST_F(EnhanceCommand, LooksFillTheDisplayAndSeeAheadAsFarAsAsked)
+{
+    for (const std::string look : {"natural", "strong", "flat"}) {
+        const ProgramRun result = run("enhance in.raw --size 132x40 --measure --look " + look);
+        ASSERT_EQ(result.status, 0) << result.error;
+        std::istringstream row(result.out.substr(result.out.find("enhanced") + 8));
+        double range = 0.0;
+        row >> range;
+        EXPECT_GE(range, 0.97) << look;
+    }
+    EXPECT_EQ(fileCount(), 2U) << "the input and the settings: nothing was written";
+    const std::string fixed = "--look natural --spr-threshold 9 --peak-coring 2 --lookahead ";
+    const auto begins = [&](const std::string& ahead, const std::string& frames) {
+        return enhanced(fixed + ahead + frames).substr(0, 3 * 2 * frames_[0].total());
+    };
+    EXPECT_TRUE(begins("0", "") == begins("0", " --frames 0:4"));
+    EXPECT_FALSE(begins("3", "") == begins("3", " --frames 0:4"));
+}
+
+TEST_F(EnhanceCommand, MendsBadPixelsByWhatItLearnsOrByAMap)
+{
+    std::filesystem::remove(at("in.raw"));
+    for (cv::Mat_<std::uint16_t>& frame : frames_) {
+        frame(2, 128) = static_cast<std::uint16_t>(frame(2, 128) + 9000);
+        appendRaw(at("in.raw"), frame);
+    }
+    const std::string line = "enhance in.raw --size 132x40 --force ";
+    const ProgramRun learning = run(line + "-o auto.raw --write-bad-pixels map.png");
+    ASSERT_EQ(learning.status, 0) << learning.error;
+    EXPECT_THAT(learning.out, HasSubstr("bad pixels: 1 hot and 0 cold, learned from 6 frames, mended"));
+    const ProgramRun byMap = run(line + "-o map.raw --bad-pixels map.png");
+    EXPECT_THAT(byMap.out, HasSubstr("bad pixels: 1 by "));
+    EXPECT_TRUE(textOf(at("auto.raw")) == textOf(at("map.raw")));
+    EXPECT_EQ(run(line + "-o off.raw --bad-pixels off").status, 0);
+    EXPECT_FALSE(textOf(at("auto.raw")) == textOf(at("off.raw")));
+
+    cv::imwrite(at("small.png"), cv::Mat_<std::uint8_t>::zeros(2, 2));
+    expectRefusals(line + "-o bad.raw",
+                   {{"--bad-pixels small.png", "small.png: has 2x2 pixels"},
+                    {"--bad-pixels none.png", "none.png: can't be read"},
+                    {"--bad-pixels off --write-bad-pixels m.png", "there is no map"},
+                    {"--write-bad-pixels m.jpg", "m.jpg: expected"},
+                    {"--look dark", "--look dark: expected one of natural, strong"},
+                    {"--look flat --settings camera.ini", "--look flat: expected no look"},
+                    {"--measure --no-hist", "--measure: expected"}});
+    const ProgramRun filtered = run("filter --spatial --size 132x40 in.raw -o even.raw");
+    EXPECT_THAT(filtered.out, HasSubstr("1 hot and 0 cold"));
+    EXPECT_EQ(run("filter --cluster --bad-pixels auto --size 132x40 in.raw -o c.raw").status, 2);
 }
 
 TEST_F(EnhanceCommand, RefusesBadInputInOneLineAndWritesNoFile)

@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/vxkit/stream/BadPixels.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+
+#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/stream/SampleQuantiles.h"
+#include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/QuietStream.h"
+
+namespace vxapp {
+
+namespace {
+
+constexpr double lastingShare = 0.9;     // of the frames
+constexpr double neighbourShare = 0.25;  // of a peak, that a point of the scene lends its neighbours
+constexpr double leastDeviation = 1.0;   // counts, of frames without noise
+constexpr int border = 2;
+constexpr int widestRepair = 4;
+
+// What peaks are, in one frame.
+constexpr std::uint8_t nothing = 0;
+constexpr std::uint8_t lone = 1;    // no neighbour is high
+constexpr std::uint8_t paired = 2;  // one neighbour is
+
+/// How a pixel lies to its surroundings.
+struct Peak
+{
+    int height;         // above the median of the 16 pixels at a distance of two
+    int second;         // of the eight neighbours, above the same; the highest but one
+    int first;          // the highest
+    cv::Point highest;  // where that lies from the pixel
+};
+
+Peak peakAt(const cv::Mat_<int>& padded, int y, int x)
+{
+    std::array<int, 16> ring{};
+    std::size_t count = 0;
+    Peak peak{0, std::numeric_limits<int>::min(), std::numeric_limits<int>::min(), {}};
+    for (int dy = -border; dy <= border; ++dy)
+        for (int dx = -border; dx <= border; ++dx) {
+            const int value = padded(y + border + dy, x + border + dx);
+            if (std::max(std::abs(dx), std::abs(dy)) == border) {
+                ring[count++] = value;
+            } else if ((dx != 0 || dy != 0) && value > peak.first) {
+                peak.second = peak.first;
+                peak.first = value;
+                peak.highest = {dx, dy};
+            } else if (dx != 0 || dy != 0) {
+                peak.second = std::max(peak.second, value);
+            }
+        }
+    std::nth_element(ring.begin(), ring.begin() + 8, ring.end());
+    peak.height = padded(y + border, x + border) - ring[8];
+    peak.first -= ring[8];
+    peak.second -= ring[8];
+    return peak;
+}
+
+// Of what neighbours differ by, so that fine texture counts too.
+double roughness(const cv::Mat_<int>& image)
+{
+    if (image.cols < 2)
+        return leastDeviation;
+    cv::Mat_<int> steps;
+    cv::subtract(image.colRange(1, image.cols), image.colRange(0, image.cols - 1), steps);
+    return std::max(leastDeviation, SampleQuantiles(steps).deviation() / std::sqrt(2.0));
+}
+
+}  // namespace
+
+int BadPixelMap::count(std::uint8_t mark) const
+{
+    return static_cast<int>(std::count(marks.begin(), marks.end(), mark));
+}
+
+int BadPixelMap::bad() const
+{
+    return static_cast<int>(marks.total()) - count(good);
+}
+
+void BadPixelLearner::add(const cv::Mat_<short>& frame)
+{
+    if (frames_++ == 0) {
+        hot_ = cv::Mat_<std::uint16_t>::zeros(frame.size());
+        cold_ = hot_.clone();
+    }
+    frame.convertTo(image_, CV_32S);
+    const double threshold = factor_ * roughness(image_);
+    cv::copyMakeBorder(image_, padded_, border, border, border, border, cv::BORDER_REFLECT_101);
+    findPeaks(padded_, threshold);
+    countPeaks(hot_);
+    padded_ = -padded_;
+    findPeaks(padded_, threshold);
+    countPeaks(cold_);
+}
+
+void BadPixelLearner::findPeaks(const cv::Mat_<int>& padded, double threshold)
+{
+    peaks_.create(image_.size());
+    peaks_.setTo(nothing);
+    for (int y = 0; y < peaks_.rows; ++y)
+        for (int x = 0; x < peaks_.cols; ++x) {
+            // The way out for nearly all pixels.
+            const int* row = padded[y + border] + x + border;
+            if (row[0] - std::min(row[-1], row[1]) < threshold / 2)
+                continue;
+            const Peak peak = peakAt(padded, y, x);
+            const double share = neighbourShare * peak.height;
+            if (peak.height >= threshold && peak.second < share)
+                peaks_(y, x) = peak.first < share ? lone : paired;
+        }
+}
+
+// A pair counts when each is the other's only high neighbour; a line's end has a neighbour that isn't.
+void BadPixelLearner::countPeaks(cv::Mat_<std::uint16_t>& hits) const
+{
+    const cv::Rect inside({}, peaks_.size());
+    for (int y = 0; y < peaks_.rows; ++y)
+        for (int x = 0; x < peaks_.cols; ++x) {
+            if (peaks_(y, x) == nothing)
+                continue;
+            bool counts = peaks_(y, x) == lone;
+            if (!counts) {
+                const cv::Point partner = cv::Point(x, y) + peakAt(padded_, y, x).highest;
+                counts = inside.contains(partner) && peaks_(partner) == paired;
+            }
+            hits(y, x) = static_cast<std::uint16_t>(hits(y, x) + (counts ? 1 : 0));
+        }
+}
+
+BadPixelMap BadPixelLearner::map() const
+{
+    BadPixelMap map;
+    map.marks = cv::Mat_<std::uint8_t>::zeros(hot_.size());
+    const double least = lastingShare * frames_;
+    map.marks.setTo(BadPixelMap::hot, hot_ >= least);
+    map.marks.setTo(BadPixelMap::cold, cold_ >= least);
+    return map;
+}
+
+BadPixelMender::BadPixelMender(const BadPixelMap& map)
+{
+    const cv::Rect inside({}, map.marks.size());
+    for (int y = 0; y < map.marks.rows; ++y)
+        for (int x = 0; x < map.marks.cols; ++x) {
+            if (map.marks(y, x) == BadPixelMap::good)
+                continue;
+            Repair repair{{x, y}, {}};
+            for (int reach = 1; reach <= widestRepair && repair.from.empty(); ++reach) {
+                const cv::Rect around = cv::Rect(x - reach, y - reach, 2 * reach + 1, 2 * reach + 1) & inside;
+                for (int v = around.y; v < around.y + around.height; ++v)
+                    for (int u = around.x; u < around.x + around.width; ++u)
+                        if (map.marks(v, u) == BadPixelMap::good)
+                            repair.from.emplace_back(u, v);
+            }
+            if (!repair.from.empty())
+                repairs_.push_back(std::move(repair));
+        }
+}
+
+void BadPixelMender::mend(cv::Mat_<short>& frame) const
+{
+    std::vector<short> values;
+    for (const Repair& repair : repairs_) {
+        values.clear();
+        for (const cv::Point& from : repair.from)
+            values.push_back(frame(from));
+        const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+        std::nth_element(values.begin(), middle, values.end());
+        frame(repair.pixel) = *middle;
+    }
+}
+
+BadPixelMap readBadPixels(const std::string& path, cv::Size size)
+{
+    const cv::Mat read = [&path] {
+        const QuietStandardError quiet;
+        return cv::imread(path, cv::IMREAD_GRAYSCALE);
+    }();
+    if (read.empty())
+        throw UsageError(path + ": can't be read; expected a map of bad pixels, an 8-bit PNG");
+    if (read.size() != size)
+        throw UsageError(path + ": has " + std::to_string(read.cols) + "x" + std::to_string(read.rows) +
+                         " pixels, while the frames have " + std::to_string(size.width) + "x" +
+                         std::to_string(size.height));
+    return {read};
+}
+
+void writeBadPixels(const std::string& path, const BadPixelMap& map, bool force)
+{
+    writeSafely(path, force, [&](const std::filesystem::path& temporary) {
+        return cv::imwrite(temporary.string(), map.marks);
+    });
+}
+
+}  // namespace vxapp
