@@ -14,12 +14,12 @@ namespace vxapp {
 /// are spread over the display, and how much detail is boosted. Nothing in it depends on the frame size.
 struct Look
 {
-    const char* name;
-    const char* help;
-    std::optional<ToneSettings> tone;  ///< none: the chain's own equaliser
-    double patternNoises;              ///< threshold of static pattern removal in deviations of the noise
-    double coringNoises;               ///< differences that peaking takes for none, the same
-    int peakGain;                      ///< 0 leaves peaking out
+    const char* name = nullptr;
+    const char* help = nullptr;
+    std::optional<ToneSettings> tone{};  ///< none: the chain's own equaliser
+    double patternNoises = 0.0;          ///< threshold of static pattern removal in deviations of the noise
+    double coringNoises = 0.0;           ///< differences that peaking takes for none, the same
+    int peakGain = 0;                    ///< 0 leaves peaking out
 };
 
 /// The command's default comes first; "device" is the chain as it is.

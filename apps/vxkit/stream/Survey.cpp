@@ -17,14 +17,13 @@ namespace vxapp {
 namespace {
 
 constexpr int mostPairs = 50;
-// More than this share of a sensor isn't defect but scene.
-constexpr double largestBadShare = 0.01;
 
 // First frames of the pairs.
 std::vector<int> pairPlaces(int frameCount)
 {
-    std::vector<int> places;
     const int pairs = std::min(mostPairs, frameCount / 2);
+    std::vector<int> places;
+    places.reserve(static_cast<std::size_t>(pairs));
     for (int i = 0; i < pairs; ++i)
         places.push_back(static_cast<int>(static_cast<std::int64_t>(frameCount) * i / pairs));
     return places;

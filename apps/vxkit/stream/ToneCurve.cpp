@@ -10,6 +10,7 @@ namespace vxapp {
 
 namespace {
 
+// A little within the 1st and the 99th percentile, so that these stay at the ends when curves are smoothed.
 constexpr double lowShare = 0.0105;
 constexpr double highShare = 0.9895;
 constexpr int bins = 256;
