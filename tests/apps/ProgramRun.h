@@ -74,7 +74,8 @@ protected:
     {
         const auto before = contents();
         for (const BadLine& bad : cases) {
-            const ProgramRun refused = run(command + " " + bad.line + " " + options);
+            const ProgramRun refused =
+                run(std::string(command).append(" ").append(bad.line).append(" ").append(options));
             EXPECT_EQ(refused.status, 2) << bad.line;
             EXPECT_EQ(refused.out, "") << bad.line;
             EXPECT_THAT(refused.error,

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/vxkit/arguments/ResultsOption.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/FrameFile.h"
 #include "apps/vxkit/output/Output.h"
@@ -79,7 +80,8 @@ void requireSize(const Candidate& candidate, const cv::Mat& reference, const Com
 }
 
 // The candidate on the reference's grid, and the margin within which both may be compared.
-int alignTo(const cv::Mat_<float>& reference, const CompareOptions& options, Candidate& candidate)
+int alignTo(const cv::Mat_<float>& reference, const CompareOptions& options, Candidate& candidate,
+            const Results& results)
 {
     if (!options.align)
         return options.margin;
@@ -91,18 +93,25 @@ int alignTo(const cv::Mat_<float>& reference, const CompareOptions& options, Can
                          std::to_string(static_cast<int>(vxsupport::maxRemovableShift)) +
                          " pixels aligns it with " + options.reference);
     candidate.image = vxsupport::withoutShift(candidate.image, shift);
-    std::cout << candidate.name << ": removed a global shift of (" << std::fixed << std::setprecision(3)
-              << shift.x << ", " << shift.y << ") pixels\n";
+    results.lines() << candidate.name << ": removed a global shift of (" << std::fixed << std::setprecision(3)
+                    << shift.x << ", " << shift.y << ") pixels\n";
     return std::max(options.margin, vxsupport::spoiledMargin(shift));
 }
 
-void tell(const Candidate& candidate, const cv::Mat_<float>& reference, int margin)
+void tell(const Candidate& candidate, const cv::Mat_<float>& reference, int margin, Results& results)
 {
-    std::cout << candidate.name << ": PSNR " << std::fixed << std::setprecision(2)
-              << vxsupport::psnr(candidate.image, reference, margin) << " dB, SSIM " << std::setprecision(4)
-              << vxsupport::ssim(candidate.image, reference, margin) << ", largest difference "
-              << std::setprecision(3) << vxsupport::largestDifference(candidate.image, reference, margin)
-              << std::endl;
+    const double psnr = vxsupport::psnr(candidate.image, reference, margin);
+    const double ssim = vxsupport::ssim(candidate.image, reference, margin);
+    const double largest = vxsupport::largestDifference(candidate.image, reference, margin);
+    results.lines() << candidate.name << ": PSNR " << std::fixed << std::setprecision(2) << psnr
+                    << " dB, SSIM " << std::setprecision(4) << ssim << ", largest difference "
+                    << std::setprecision(3) << largest << std::endl;
+    results.add("images")
+        .set("name", candidate.name)
+        .set("psnr", psnr)
+        .set("ssim", ssim)
+        .set("largestDifference", largest)
+        .set("margin", margin);
 }
 
 cv::Rect regionOf(const CompareOptions& options, const cv::Mat& reference)
@@ -149,10 +158,11 @@ void checkOptions(const CompareOptions& options)
     requireWritable(options.picture, options.force);
 }
 
-void compare(const CompareOptions& options)
+void compare(const CompareOptions& options, Results& results)
 {
     checkOptions(options);
     const cv::Mat_<float> reference = readValues(options.reference, options);
+    results.set("reference", options.reference);
     std::vector<Candidate> candidates;
     if (!options.frame.empty()) {
         cv::Mat_<float> enlarged;
@@ -163,18 +173,19 @@ void compare(const CompareOptions& options)
     requireSize(candidates.back(), reference, options);
     const cv::Rect region = regionOf(options, reference);
     for (Candidate& candidate : candidates) {
-        const int margin = alignTo(reference, options, candidate);
+        const int margin = alignTo(reference, options, candidate, results);
         try {
-            tell(candidate, reference, margin);
+            tell(candidate, reference, margin, results);
         } catch (const std::invalid_argument& error) {
             throw UsageError(candidate.name + ": can't be compared with " + options.reference + ": " +
                              error.what());
         }
     }
-    if (options.picture.empty())
-        return;
-    candidates.push_back({options.reference, reference});
-    writePicture(candidates, region, options);
+    if (!options.picture.empty()) {
+        candidates.push_back({options.reference, reference});
+        writePicture(candidates, region, options);
+    }
+    results.print();
 }
 
 const char* const footer =
@@ -222,7 +233,8 @@ void addCompareCommand(CLI::App& program)
         ->capture_default_str();
     command.add_flag("--force", options->force, "Replace an existing picture");
     command.footer(footer);
-    command.callback([options] { compare(*options); });
+    const auto results = addResultsOption(command);
+    command.callback([options, results] { compare(*options, *results); });
 }
 
 }  // namespace vxapp

@@ -3,13 +3,14 @@
 
 #include <CLI/CLI.hpp>
 #include <iomanip>
-#include <iostream>
 #include <memory>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "apps/vxkit/arguments/NumberChecks.h"
+#include "apps/vxkit/arguments/ResultsOption.h"
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "apps/vxkit/terminal/Progress.h"
@@ -72,21 +73,34 @@ std::string cells(const RunError& found)
     return places(found.shift, 5, 10) + places(found.gain, 2, 9);
 }
 
+/// What is held against what.
+struct Label
+{
+    std::string scene;
+    int seed;
+    std::string engines;
+
+    std::string row() const { return vxapp::row(scene, std::to_string(seed), engines); }
+};
+
 /// Runs the engines on one burst after the other, and collects what they make of it in two tables.
 class Selfcheck
 {
 public:
-    explicit Selfcheck(const SelfcheckOptions& options);
+    Selfcheck(const SelfcheckOptions& options, Results& results);
     void run();
 
 private:
     void check(vxsupport::SceneKind scene, int seed);
     void checkPipeline(vxsupport::SceneKind scene, int seed);
-    void hold(const std::string& label, const EngineRun& a, const EngineRun& b, const Disagreement& limits);
-    void hold(const std::string& label, const EngineRun& run, const vxsupport::Burst& burst,
+    ResultRecord& note(const std::string& list, const Label& label, const std::vector<std::string>& excesses);
+    void hold(const Label& label, const EngineRun& a, const EngineRun& b, const Disagreement& limits);
+    void hold(const Label& label, const EngineRun& run, const vxsupport::Burst& burst,
               const RunError& limits);
     std::string verdict(const std::vector<std::string>& excesses);
+    void print() const;
 
+    Results& results_;
     cv::Size size_;
     int seeds_;
     Disagreement twinLimits_;
@@ -100,8 +114,9 @@ private:
     int exceeded_ = 0;
 };
 
-Selfcheck::Selfcheck(const SelfcheckOptions& options)
-    : size_(parseSize(options.size)),
+Selfcheck::Selfcheck(const SelfcheckOptions& options, Results& results)
+    : results_(results),
+      size_(parseSize(options.size)),
       seeds_(options.seeds),
       twinLimits_(scaled(vxsupport::twinLimits, options.tolerance)),
       siblingLimits_(scaled(vxsupport::siblingLimits, options.tolerance)),
@@ -117,8 +132,8 @@ void Selfcheck::run()
 {
     const auto& scenes = vxsupport::allSceneKinds();
     const int bursts = static_cast<int>(scenes.size()) * seeds_;
-    std::cout << bursts << " bursts of 5 simulated frames of " << size_.width << "x" << size_.height
-              << std::endl;
+    results_.lines() << bursts << " bursts of 5 simulated frames of " << size_.width << "x" << size_.height
+                     << std::endl;
     Progress progress(bursts);
     int done = 0;
     for (const vxsupport::SceneKind scene : scenes)
@@ -128,24 +143,32 @@ void Selfcheck::run()
             checkPipeline(scene, seed);
         }
     progress.clear();
-
-    std::cout << "\nDifference of the engines\n"
-              << row("scene", "seed", "engines") << "     shift    masks     image    factor  steps\n"
-              << row("", "", "") << "    pixels        %         K\n"
-              << row("at most", "", "phase-reference") << cells(twinLimits_) << '\n'
-              << row("at most", "", "production-phase") << cells(siblingLimits_) << '\n'
-              << row("at most", "", "fixed-production") << cells(fixedPointLimits_) << '\n'
-              << row("at most", "", "fpga-fixed") << cells(vxsupport::pipelineLimits) << '\n'
-              << agreement_.str() << "\nDistance from the truth; gain over bicubic enlargement\n"
-              << row("scene", "seed", "engine") << "     shift     gain  factor  steps\n"
-              << row("", "", "") << "    pixels       dB\n"
-              << row("at most", "", "") << cells(truthLimits_) << " at least" << '\n'
-              << row("at most", "", "fixed") << cells(fixedPointTruthLimits_) << " at least" << '\n'
-              << truth_.str() << std::endl;
-    const std::string all = std::to_string(comparisons_) + " comparisons";
+    print();
     if (exceeded_ > 0)
-        throw EngineError("selfcheck: " + std::to_string(exceeded_) + " of " + all + " exceed their limits");
-    std::cout << "selfcheck passed: " << all << " within their limits" << std::endl;
+        throw EngineError("selfcheck: " + std::to_string(exceeded_) + " of " + std::to_string(comparisons_) +
+                          " comparisons exceed their limits");
+}
+
+void Selfcheck::print() const
+{
+    results_.lines() << "\nDifference of the engines\n"
+                     << row("scene", "seed", "engines") << "     shift    masks     image    factor  steps\n"
+                     << row("", "", "") << "    pixels        %         K\n"
+                     << row("at most", "", "phase-reference") << cells(twinLimits_) << '\n'
+                     << row("at most", "", "production-phase") << cells(siblingLimits_) << '\n'
+                     << row("at most", "", "fixed-production") << cells(fixedPointLimits_) << '\n'
+                     << row("at most", "", "fpga-fixed") << cells(vxsupport::pipelineLimits) << '\n'
+                     << agreement_.str() << "\nDistance from the truth; gain over bicubic enlargement\n"
+                     << row("scene", "seed", "engine") << "     shift     gain  factor  steps\n"
+                     << row("", "", "") << "    pixels       dB\n"
+                     << row("at most", "", "") << cells(truthLimits_) << " at least" << '\n'
+                     << row("at most", "", "fixed") << cells(fixedPointTruthLimits_) << " at least" << '\n'
+                     << truth_.str() << std::endl;
+    if (exceeded_ == 0)
+        results_.lines() << "selfcheck passed: " << comparisons_ << " comparisons within their limits"
+                         << std::endl;
+    results_.set("comparisons", comparisons_).set("exceeded", exceeded_);
+    results_.print();
 }
 
 void Selfcheck::check(vxsupport::SceneKind scene, int seed)
@@ -161,15 +184,14 @@ void Selfcheck::check(vxsupport::SceneKind scene, int seed)
         runs.push_back(vxsupport::runEngine(kind, burst.frames, reference));
 
     const std::string name(vxsupport::nameOf(scene));
-    const std::string number = std::to_string(seed);
-    hold(row(name, number, "phase-reference"), runOf(EngineKind::phase), runOf(EngineKind::reference),
+    hold({name, seed, "phase-reference"}, runOf(EngineKind::phase), runOf(EngineKind::reference),
          twinLimits_);
-    hold(row(name, number, "production-phase"), runOf(EngineKind::production), runOf(EngineKind::phase),
+    hold({name, seed, "production-phase"}, runOf(EngineKind::production), runOf(EngineKind::phase),
          siblingLimits_);
-    hold(row(name, number, "fixed-production"), runOf(EngineKind::fixed), runOf(EngineKind::production),
+    hold({name, seed, "fixed-production"}, runOf(EngineKind::fixed), runOf(EngineKind::production),
          fixedPointLimits_);
     for (const EngineKind kind : kinds)
-        hold(row(name, number, std::string(vxsupport::nameOf(kind))), runOf(kind), burst,
+        hold({name, seed, std::string(vxsupport::nameOf(kind))}, runOf(kind), burst,
              vxsupport::isFixedPoint(kind) ? fixedPointTruthLimits_ : truthLimits_);
 }
 
@@ -178,26 +200,47 @@ void Selfcheck::checkPipeline(vxsupport::SceneKind scene, int seed)
 {
     const vxsupport::Burst burst =
         vxsupport::checkBurst(scene, pipelineFrame, static_cast<std::uint64_t>(seed));
-    hold(row(std::string(vxsupport::nameOf(scene)), std::to_string(seed), "fpga-fixed"),
+    hold({std::string(vxsupport::nameOf(scene)), seed, "fpga-fixed"},
          vxsupport::runEngine(EngineKind::fpga, burst.frames, reference),
          vxsupport::runEngine(EngineKind::fixed, burst.frames, reference), vxsupport::pipelineLimits);
 }
 
-void Selfcheck::hold(const std::string& label, const EngineRun& a, const EngineRun& b,
-                     const Disagreement& limits)
+ResultRecord& Selfcheck::note(const std::string& list, const Label& label,
+                              const std::vector<std::string>& excesses)
 {
-    const Disagreement found = vxsupport::compareRuns(a, b);
-    agreement_ << label << cells(found) << verdict(vxsupport::excesses(found, limits)) << '\n';
+    return results_.add(list)
+        .set("scene", label.scene)
+        .set("seed", label.seed)
+        .set("engines", label.engines)
+        .set("ok", excesses.empty());
 }
 
-void Selfcheck::hold(const std::string& label, const EngineRun& run, const vxsupport::Burst& burst,
+void Selfcheck::hold(const Label& label, const EngineRun& a, const EngineRun& b, const Disagreement& limits)
+{
+    const Disagreement found = vxsupport::compareRuns(a, b);
+    const std::vector<std::string> excesses = vxsupport::excesses(found, limits);
+    agreement_ << label.row() << cells(found) << verdict(excesses) << '\n';
+    note("agreement", label, excesses)
+        .set("shift", found.shift)
+        .set("masks", found.masks)
+        .set("image", found.image)
+        .set("factor", found.result)
+        .set("steps", found.iterations);
+}
+
+void Selfcheck::hold(const Label& label, const EngineRun& run, const vxsupport::Burst& burst,
                      const RunError& limits)
 {
     const RunError found = vxsupport::compareWithTruth(run, burst, reference);
+    const std::vector<std::string> excesses = vxsupport::excesses(found, limits);
     const bool tellsFactor = run.result != 0.0F;
-    truth_ << label << cells(found)
+    truth_ << label.row() << cells(found)
            << (tellsFactor ? places(static_cast<double>(run.result), 2, 8) : std::string(7, ' ') + '-')
-           << places(run.iterations, 0, 7) << verdict(vxsupport::excesses(found, limits)) << '\n';
+           << places(run.iterations, 0, 7) << verdict(excesses) << '\n';
+    ResultRecord& record = note("truth", label, excesses).set("shift", found.shift).set("gain", found.gain);
+    if (tellsFactor)
+        record.set("factor", static_cast<double>(run.result));
+    record.set("steps", run.iterations);
 }
 
 std::string Selfcheck::verdict(const std::vector<std::string>& excesses)
@@ -239,7 +282,8 @@ void addSelfcheckCommand(CLI::App& program)
         ->type_name("X")
         ->capture_default_str();
     command.footer(footer);
-    command.callback([options] { Selfcheck(*options).run(); });
+    const auto results = addResultsOption(command);
+    command.callback([options, results] { Selfcheck(*options, *results).run(); });
 }
 
 }  // namespace vxapp

@@ -14,6 +14,7 @@
 
 #include "apps/vxkit/arguments/RecordingArguments.h"
 #include "apps/vxkit/arguments/ResultArguments.h"
+#include "apps/vxkit/arguments/ResultsOption.h"
 #include "apps/vxkit/burst/BurstEngine.h"
 #include "apps/vxkit/burst/Calibration.h"
 #include "apps/vxkit/burst/QualityMap.h"
@@ -51,17 +52,20 @@ struct SuperresOptions
 class SuperresRun
 {
 public:
-    explicit SuperresRun(const SuperresOptions& options);
+    SuperresRun(const SuperresOptions& options, Results& results);
     void run();
 
 private:
     void addFrame(int index);
     void tell(int number, const BurstAnswer& answer, const std::string& written) const;
     void tellFrames(int number, const BurstAnswer& answer) const;
+    void note(int number, const BurstAnswer& answer, const std::string& written);
+    void finish();
     void openTrace(const SuperresOptions& options);
     void finishTrace() const;
     void noteFailure(int index, const BurstAnswer& answer);
 
+    Results& printer_;
     Recording recording_;
     SuperresSettings settings_;
     std::shared_ptr<halvor::vx::DebugDeviceFile> traceFile_;
@@ -117,8 +121,9 @@ Calibration calibrationFor(const SuperresOptions& options, const SuperresSetting
     return Calibration::signedCounts(options.scale, options.offset, largest);
 }
 
-SuperresRun::SuperresRun(const SuperresOptions& options)
-    : recording_(options.recording),
+SuperresRun::SuperresRun(const SuperresOptions& options, Results& results)
+    : printer_(results),
+      recording_(options.recording),
       settings_(settingsFor(options, recording_)),
       calibration_(calibrationFor(options, settings_, recording_)),
       window_(checkedWindow(recording_, options)),
@@ -175,6 +180,7 @@ void SuperresRun::run()
         addFrame(i);
     }
     progress_.clear();
+    finish();
     finishTrace();
     if (failures_ == 0)
         return;
@@ -185,6 +191,15 @@ void SuperresRun::run()
         message +=
             "; " + std::to_string(results_) + (results_ == 1 ? " result was" : " results were") + " written";
     throw EngineError(message);
+}
+
+void SuperresRun::finish()
+{
+    printer_.list("results");
+    printer_.set("frames", recording_.frameCount() - first_)
+        .set("written", results_)
+        .set("failures", failures_);
+    printer_.print();
 }
 
 void SuperresRun::addFrame(int index)
@@ -200,6 +215,7 @@ void SuperresRun::addFrame(int index)
     progress_.clear();
     if (answer.hasImage || answer.code != 0)
         tell(number, answer, written);
+    note(number, answer, written);
     if (isFailure(answer.code))
         noteFailure(index, answer);
 }
@@ -218,6 +234,31 @@ void SuperresRun::tell(int number, const BurstAnswer& answer, const std::string&
         line << "; starting anew with the next frame";
     std::cout << line.str() << std::endl;
     tellFrames(number, answer);
+}
+
+// What tell() and tellFrames() say, for programs.
+void SuperresRun::note(int number, const BurstAnswer& answer, const std::string& written)
+{
+    if (!answer.hasImage && answer.code == 0)
+        return;
+    ResultRecord& result = printer_.add("results");
+    result.set("frame", number).set("code", answer.code).set("meaning", textOf(answer));
+    if (answer.factor)
+        result.set("factor", static_cast<double>(*answer.factor));
+    if (answer.iterations)
+        result.set("steps", *answer.iterations);
+    if (!written.empty())
+        result.set("written", written);
+    const int count = static_cast<int>(answer.frames.size());
+    for (int i = 0; i < count; ++i) {
+        const FrameReport& frame = answer.frames[static_cast<std::size_t>(i)];
+        result.add("window")
+            .set("frame", number - count + 1 + i)
+            .set("shiftX", static_cast<double>(frame.shift.x))
+            .set("shiftY", static_cast<double>(frame.shift.y))
+            .set("usable", frame.usable)
+            .set("reference", i == count - 1 - settings_.referenceIndex());
+    }
 }
 
 void SuperresRun::tellFrames(int number, const BurstAnswer& answer) const
@@ -425,10 +466,11 @@ void addSuperresCommand(CLI::App& program)
     addEngineOptions(command, options->engine);
     addDiagnosticOptions(command, *options);
     command.footer(footer + std::string("\n\n") + radianceFileHelp);
-    command.callback([options] {
+    const auto results = addResultsOption(command);
+    command.callback([options, results] {
         settleEngine(*options);
         ResultFiles::checkNames(options->results);
-        SuperresRun(*options).run();
+        SuperresRun(*options, *results).run();
     });
 }
 
