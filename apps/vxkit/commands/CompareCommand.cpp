@@ -54,6 +54,7 @@ cv::Mat_<float> readValues(const std::string& path, const CompareOptions& option
     if (file->frameCount() != 1)
         throw UsageError(path + ": holds " + std::to_string(file->frameCount()) + " images; expected one");
     const cv::Mat image = file->read(0);
+    requireMoreThanBytes(path, file->sampleOf(image));
     cv::Mat_<float> values;
     if (image.type() == CV_32FC1)
         values = image;

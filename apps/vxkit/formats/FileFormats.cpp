@@ -39,19 +39,31 @@ std::string helpOf(std::string_view FileFormat::*text)
 
 const std::vector<FileFormat>& fileFormats()
 {
+    static const std::vector<SampleType> everyType{SampleType::u8,  SampleType::u16, SampleType::s16,
+                                                   SampleType::u32, SampleType::s32, SampleType::f32,
+                                                   SampleType::f64};
     static const std::vector<FileFormat> formats{
         {.name = "raw",
          .endings = {".raw"},
-         .sequenceText = "headerless 16-bit little-endian frames",
-         .openSink = openRawSink},
+         .sequenceText = "headerless little-endian frames, 16-bit if they came so",
+         .openSink = openRawSink,
+         .samples = everyType},
         {.name = "tiff",
          .endings = {".tiff", ".tif"},
          .starts = {"II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv},
          .open = openTiffFile,
          .imageText = "32-bit floats, every bit kept",
-         .sequenceText = "16-bit pages",
+         .sequenceText = "pages of counts or floats",
          .saveFloats = saveTiff,
-         .openSink = openTiffSink},
+         .openSink = openTiffSink,
+         .samples = everyType},
+        {.name = "npy",
+         .endings = {".npy"},
+         .starts = {"\x93NUMPY"},
+         .open = openNpyFile,
+         .sequenceText = "one array of frames, rows and columns",
+         .openSink = openNpySink,
+         .samples = everyType},
         {.name = "pfm",
          .endings = {".pfm"},
          .starts = {"Pf", "PF"},
@@ -61,13 +73,14 @@ const std::vector<FileFormat>& fileFormats()
         {.name = "png",
          .endings = {".png"},
          .starts = {"\x89PNG"},
-         .open = openPictureFile,
+         .open = openPngFile,
          .imageText = "16-bit counts; their scale is printed and stands in the file",
          .sequenceText = "numbered 16-bit images",
          .saveCounts = savePng,
          .openSink = openPngSink,
-         .oneFilePerFrame = true},
-        {.name = "pgm", .endings = {".pgm"}, .starts = {"P5", "P2"}, .open = openPictureFile},
+         .oneFilePerFrame = true,
+         .samples = {SampleType::u8, SampleType::u16}},
+        {.name = "pgm", .endings = {".pgm"}, .starts = {"P5", "P2"}, .open = openNetpbmFile},
 #ifdef VXKIT_VIDEO
         {.name = "mkv",
          .endings = {".mkv"},
@@ -91,6 +104,12 @@ const std::vector<FileFormat>& fileFormats()
 #endif
     };
     return formats;
+}
+
+bool FileFormat::takes(SampleType type) const
+{
+    return samples.empty() ? type == SampleType::u16
+                           : std::find(samples.begin(), samples.end(), type) != samples.end();
 }
 
 const FileFormat* formatOf(const std::filesystem::path& path)

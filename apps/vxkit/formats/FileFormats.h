@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "apps/vxkit/formats/SampleType.h"
 #include "support/Counts.h"
 
 namespace vxapp {
@@ -15,6 +16,7 @@ namespace vxapp {
 class FrameFile;
 class FrameSink;
 struct SinkRequest;
+struct FileHints;
 
 /// What the programs know of a kind of file. Each function is null where the format, or the programs, can't.
 struct FileFormat
@@ -23,7 +25,7 @@ struct FileFormat
     std::vector<std::string_view> endings;   ///< lower case with the dot; new files get the first
     std::vector<std::string_view> starts{};  ///< first bytes, any of them; none for headerless files
 
-    std::unique_ptr<FrameFile> (*open)(const std::string& path) = nullptr;
+    std::unique_ptr<FrameFile> (*open)(const std::string& path, const FileHints& hints) = nullptr;
 
     // What the writers below make, for the help.
     std::string_view imageText{};     ///< of saveFloats or saveCounts
@@ -38,7 +40,10 @@ struct FileFormat
                        bool force) = nullptr;
     /// The frames of a recording.
     std::unique_ptr<FrameSink> (*openSink)(const SinkRequest& request) = nullptr;
-    bool oneFilePerFrame = false;  ///< a sink of several frames numbers its files
+    bool oneFilePerFrame = false;       ///< a sink of several frames numbers its files
+    std::vector<SampleType> samples{};  ///< that a sink takes; empty: u16 alone
+
+    bool takes(SampleType type) const;
 };
 
 /// All formats, in the order in which messages list them. A new format is a line here, and its functions.

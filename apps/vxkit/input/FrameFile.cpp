@@ -6,70 +6,19 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <opencv2/imgcodecs.hpp>
+#include <limits>
 #include <utility>
 #include <vector>
 
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/FrameFileParts.h"
 #include "apps/vxkit/terminal/Failure.h"
-#include "apps/vxkit/terminal/QuietStream.h"
 
 namespace vxapp {
 
 namespace {
 
-// Pages that are decoded together, since the image library walks the directories from the start at each call.
-constexpr int pagesPerBlock = 32;
-
-class OpenCvFile : public FrameFile
-{
-public:
-    OpenCvFile(std::string path, int pages) : path_(std::move(path)), pages_(pages) {}
-
-    int frameCount() const override { return pages_; }
-    std::optional<FrameShape> shapeOfAll() const override { return std::nullopt; }
-    cv::Mat read(int index) override;
-
-private:
-    void load(int first);
-
-    std::string path_;
-    int pages_;
-    int blockStart_ = 0;
-    std::vector<cv::Mat> block_;
-};
-
-void OpenCvFile::load(int first)
-{
-    const int count = std::min(pagesPerBlock, pages_ - first);
-    block_.clear();
-    blockStart_ = first;
-    const QuietStandardError quiet;
-    try {
-        if (pages_ == 1)
-            block_.push_back(cv::imread(path_, cv::IMREAD_UNCHANGED));
-        else
-            cv::imreadmulti(path_, block_, first, count, cv::IMREAD_UNCHANGED);
-    } catch (const cv::Exception&) {
-        block_.clear();
-    }
-}
-
-cv::Mat OpenCvFile::read(int index)
-{
-    const auto inBlock = [&] {
-        return index >= blockStart_ && index < blockStart_ + static_cast<int>(block_.size());
-    };
-    if (!inBlock())
-        load(index);
-    const std::string name = pages_ == 1 ? path_ : path_ + ", frame " + std::to_string(index);
-    if (!inBlock() || block_[static_cast<std::size_t>(index - blockStart_)].empty())
-        throw UsageError(name + ": can't be decoded; expected an undamaged, complete image");
-    cv::Mat frame = block_[static_cast<std::size_t>(index - blockStart_)];
-    requireFrameType(name, frame.type());
-    return frame;
-}
+constexpr std::size_t startBytes = 512;
 
 std::string depthText(int depth)
 {
@@ -77,17 +26,20 @@ std::string depthText(int depth)
         case CV_8U:
         case CV_8S:
             return "8-bit";
-        case CV_16S:
-            return "signed 16-bit";
-        case CV_32S:
-            return "32-bit integer";
-        case CV_64F:
-            return "64-bit";
         case CV_32F:
             return "32-bit float";
         default:
             return "16-bit";
     }
+}
+
+const FileFormat* formatOfContent(const std::string& path, std::string_view start)
+{
+    if (const FileFormat* format = formatStartingWith(start))
+        return format;
+    const FileFormat* format = formatOf(path);
+    const bool tellsNothing = format != nullptr && format->open != nullptr && format->starts.empty();
+    return tellsNothing ? format : nullptr;
 }
 
 }  // namespace
@@ -120,7 +72,7 @@ bool readBytes(std::ifstream& file, std::uint64_t place, char* bytes, std::size_
 
 void requireFrameType(const std::string& name, int type)
 {
-    if (type == CV_16UC1 || type == CV_32FC1)
+    if (CV_MAT_CN(type) == 1 && factsOf(sampleTypeOf(type)).storage == type)
         return;
     const int channels = CV_MAT_CN(type);
     throw UsageError(name + ": " + depthText(CV_MAT_DEPTH(type)) + " image with " + std::to_string(channels) +
@@ -128,28 +80,46 @@ void requireFrameType(const std::string& name, int type)
                      "; expected one channel of unsigned 16-bit counts or 32-bit floats");
 }
 
-std::unique_ptr<FrameFile> openTiffFile(const std::string& path)
+void requireFrameSize(const std::string& name, std::int64_t width, std::int64_t height)
 {
-    return std::make_unique<OpenCvFile>(path, tiffPageCount(path));
+    constexpr std::int64_t largestSide = 1 << 16;
+    constexpr std::int64_t largestArea = std::int64_t{1} << 28;
+    const auto fits = [](std::int64_t side) { return side > 0 && side <= largestSide; };
+    if (!fits(width) || !fits(height) || width * height > largestArea)
+        throw UsageError(name + ": frames of " + std::to_string(width) + "x" + std::to_string(height) +
+                         "; expected 1 to 65536 pixels on each side and 2^28 in all");
 }
 
-std::unique_ptr<FrameFile> openPictureFile(const std::string& path)
+int checkedFrameCount(const std::string& name, std::uint64_t count)
 {
-    return std::make_unique<OpenCvFile>(path, 1);
+    if (count == 0 || count > static_cast<std::uint64_t>(std::numeric_limits<int>::max()))
+        throw UsageError(name + ": " + std::to_string(count) + " frames; expected 1 to " +
+                         std::to_string(std::numeric_limits<int>::max()));
+    return static_cast<int>(count);
 }
 
-std::unique_ptr<FrameFile> openImageFile(const std::string& path)
+void requireMoreThanBytes(const std::string& name, SampleType samples)
+{
+    if (samples == SampleType::u8)
+        throw UsageError(
+            name +
+            ": 8-bit counts, as pictures for looking at hold them; expected one channel of unsigned "
+            "16-bit counts or floats (vxkit convert --type u16 makes counts of them)");
+}
+
+std::unique_ptr<FrameFile> openImageFile(const std::string& path, const FileHints& hints)
 {
     std::uint64_t bytes = 0;
     std::ifstream file = openForReading(path, bytes);
-    std::array<char, 8> start{};
-    const std::size_t length = std::min<std::uint64_t>(start.size(), bytes);
-    if (!readBytes(file, 0, start.data(), length))
+    std::array<char, startBytes> buffer{};
+    const std::string_view start(buffer.data(), std::min<std::uint64_t>(buffer.size(), bytes));
+    if (!readBytes(file, 0, buffer.data(), start.size()))
         throw UsageError(path + ": can't be read");
-    if (const FileFormat* format = formatStartingWith({start.data(), length}))
-        return format->open(path);
-    throw UsageError(path +
-                     ": not a PNG, TIFF, PGM or PFM image; a headerless recording needs --size WIDTHxHEIGHT");
+    if (const FileFormat* format = formatOfContent(path, start))
+        return format->open(path, hints);
+    const auto isRead = [](const FileFormat& format) { return format.open != nullptr; };
+    throw UsageError(path + ": " + looksOf(start) + "; expected " + endingsText(isRead) +
+                     ", or with --size WIDTHxHEIGHT a headerless recording");
 }
 
 }  // namespace vxapp

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "apps/vxkit/input/FrameFile.h"
 
@@ -19,17 +21,37 @@ std::ifstream openForReading(const std::string& path, std::uint64_t& size);
 /// @return false if the file ends before
 bool readBytes(std::ifstream& file, std::uint64_t place, char* bytes, std::size_t count);
 
-/// Raises a UsageError unless the type is one channel of 16-bit counts or 32-bit floats.
+/// Raises a UsageError unless an OpenCV type is one channel of a type of samples.
 void requireFrameType(const std::string& name, int type);
+/// Raises a UsageError unless both sides are above 0 and a frame of that size can be held.
+void requireFrameSize(const std::string& name, std::int64_t width, std::int64_t height);
+/// A count of frames as an int; raises a UsageError if it isn't from 1 on or more than can be counted.
+int checkedFrameCount(const std::string& name, std::uint64_t count);
 
-/// Number of pages of a TIFF file, from its chain of directories alone.
-int tiffPageCount(const std::string& path);
+/// Where the directories of a TIFF file's pages stand, from their chain alone.
+std::vector<std::uint64_t> tiffPages(const std::string& path);
+
+/// What bytes at the start of a file look like, for messages: "a GIF picture".
+std::string looksOf(std::string_view start);
 
 // What the table of formats opens.
-std::unique_ptr<FrameFile> openPfmFile(const std::string& path);  ///< also several images of one size
-std::unique_ptr<FrameFile> openTiffFile(const std::string& path);
-std::unique_ptr<FrameFile> openPictureFile(const std::string& path);  ///< one image of another format
-std::unique_ptr<FrameFile> openVideoFile(
-    const std::string& path);  ///< Matroska, MP4, AVI; grey of 9 to 16 bits
+using FormatOpener = std::unique_ptr<FrameFile>(const std::string& path, const FileHints& hints);
+FormatOpener openCsvFile;
+FormatOpener openJpegFile;    ///< the raw image inside a radiometric file
+FormatOpener openNetpbmFile;  ///< PGM, also several images of one size
+FormatOpener openNpyFile;
+FormatOpener openPfmFile;  ///< also several images of one size
+FormatOpener openPngFile;
+FormatOpener openTiffFile;
+FormatOpener openVideoFile;  ///< Matroska, MP4, AVI; grey of 9 to 16 bits
+#ifdef VXKIT_WITH_FITS
+FormatOpener openFitsFile;
+#endif
+#ifdef VXKIT_WITH_HDF5
+FormatOpener openHdf5File;
+#endif
+
+/// Whether the start of a file is that of a table of numbers.
+bool looksLikeCsv(std::string_view start);
 
 }  // namespace vxapp

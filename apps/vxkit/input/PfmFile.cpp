@@ -152,7 +152,7 @@ cv::Mat PfmFile::read(int index)
 
 }  // namespace
 
-std::unique_ptr<FrameFile> openPfmFile(const std::string& path)
+std::unique_ptr<FrameFile> openPfmFile(const std::string& path, const FileHints& /*hints*/)
 {
     return std::make_unique<PfmFile>(path);
 }

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <bit>
-#include <limits>
 #include <vector>
 
 #include "apps/vxkit/input/FrameFileParts.h"
@@ -10,9 +8,10 @@ namespace vxapp {
 
 namespace {
 
-std::uint64_t frameBytes(cv::Size size)
+std::uint64_t pixelBytes(const RawLayout& layout)
 {
-    return static_cast<std::uint64_t>(size.width) * static_cast<std::uint64_t>(size.height) * 2;
+    return static_cast<std::uint64_t>(layout.size.width) * static_cast<std::uint64_t>(layout.size.height) *
+           factsOf(layout.samples).bytes;
 }
 
 std::string sizeText(cv::Size size)
@@ -23,52 +22,57 @@ std::string sizeText(cv::Size size)
 class RawFile : public FrameFile
 {
 public:
-    RawFile(std::string path, cv::Size size);
+    RawFile(std::string path, const RawLayout& layout);
 
     int frameCount() const override { return frameCount_; }
-    std::optional<FrameShape> shapeOfAll() const override { return FrameShape{size_, CV_16UC1}; }
+    std::optional<FrameShape> shapeOfAll() const override
+    {
+        return FrameShape{layout_.size, factsOf(layout_.samples).storage, layout_.samples};
+    }
     cv::Mat read(int index) override;
 
 private:
     std::string path_;
-    cv::Size size_;
+    RawLayout layout_;
     int frameCount_ = 0;
 };
 
-RawFile::RawFile(std::string path, cv::Size size) : path_(std::move(path)), size_(size)
+RawFile::RawFile(std::string path, const RawLayout& layout) : path_(std::move(path)), layout_(layout)
 {
     std::uint64_t bytes = 0;
     openForReading(path_, bytes);
-    const std::uint64_t perFrame = frameBytes(size_);
+    if (bytes <= layout_.header)
+        throw UsageError(path_ + ": " + std::to_string(bytes) +
+                         " bytes; expected more than the --header of " + std::to_string(layout_.header));
+    bytes -= layout_.header;
+    const std::uint64_t perFrame = pixelBytes(layout_) + layout_.frameHeader;
     if (bytes % perFrame != 0)
-        throw UsageError(path_ + ": " + std::to_string(bytes) + " bytes are not a whole number of " +
-                         sizeText(size_) + " frames of 16 bits (" + std::to_string(perFrame) +
-                         " bytes each); expected another --size");
-    const std::uint64_t frames = bytes / perFrame;
-    if (frames > static_cast<std::uint64_t>(std::numeric_limits<int>::max()))
-        throw UsageError(path_ + ": holds more frames than can be counted; expected another --size");
-    frameCount_ = static_cast<int>(frames);
+        throw UsageError(path_ + ": " + std::to_string(bytes) + " bytes" +
+                         (layout_.header > 0 ? " behind the header" : "") + " are not a whole number of " +
+                         sizeText(layout_.size) + " frames of " +
+                         std::to_string(8 * factsOf(layout_.samples).bytes) + " bits (" +
+                         std::to_string(perFrame) +
+                         " bytes each); expected another --size, --dtype, --header or --frame-header");
+    frameCount_ = checkedFrameCount(path_, bytes / perFrame);
 }
 
 cv::Mat RawFile::read(int index)
 {
     std::uint64_t bytes = 0;
     std::ifstream file = openForReading(path_, bytes);
-    cv::Mat_<std::uint16_t> frame(size_);
-    const std::uint64_t perFrame = frameBytes(size_);
-    if (!readBytes(file, static_cast<std::uint64_t>(index) * perFrame, frame.ptr<char>(), perFrame))
+    std::vector<char> samples(pixelBytes(layout_));
+    const std::uint64_t place = layout_.header + layout_.frameHeader +
+                                static_cast<std::uint64_t>(index) * (samples.size() + layout_.frameHeader);
+    if (!readBytes(file, place, samples.data(), samples.size()))
         throw UsageError(path_ + ": frame " + std::to_string(index) + " can't be read");
-    if constexpr (std::endian::native == std::endian::big)
-        for (std::uint16_t& count : frame)
-            count = static_cast<std::uint16_t>((count >> 8) | (count << 8));
-    return frame;
+    return decodeSamples(samples, layout_.size, layout_.samples, layout_.order);
 }
 
 }  // namespace
 
-std::unique_ptr<FrameFile> openRawFile(const std::string& path, cv::Size size)
+std::unique_ptr<FrameFile> openRawFile(const std::string& path, const RawLayout& layout)
 {
-    return std::make_unique<RawFile>(path, size);
+    return std::make_unique<RawFile>(path, layout);
 }
 
 }  // namespace vxapp

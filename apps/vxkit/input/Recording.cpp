@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <filesystem>
 
 #include "apps/vxkit/formats/FileFormats.h"
@@ -17,20 +16,27 @@ namespace {
 constexpr std::size_t keptBytesLimit = std::size_t{256} << 20;
 constexpr int largestSide = 1 << 15;
 
-std::unique_ptr<FrameFile> openFile(const std::string& path, const std::optional<cv::Size>& rawSize)
+std::unique_ptr<FrameFile> openFile(const std::string& path, const RecordingOptions& options)
 {
-    if (!rawSize)
-        return openImageFile(path);
+    if (options.size.empty()) {
+        if (options.header > 0 || options.frameHeader > 0)
+            throw UsageError(path +
+                             ": --header and --frame-header are for headerless recordings; expected --size");
+        return openImageFile(path, options.hints);
+    }
     if (isImageName(path))
         throw UsageError(path +
                          ": an image file tells its own size; --size is for headerless recordings only");
-    return openRawFile(path, *rawSize);
+    const FileHints& hints = options.hints;
+    return openRawFile(path,
+                       {parseSize(options.size), hints.samples.value_or(SampleType::u16),
+                        hints.order.value_or(std::endian::little), options.header, options.frameHeader});
 }
 
 std::string shapeText(const FrameShape& shape)
 {
-    return std::to_string(shape.size.width) + "x" + std::to_string(shape.size.height) +
-           (shape.type == CV_32FC1 ? " floats" : " 16-bit counts");
+    return std::to_string(shape.size.width) + "x" + std::to_string(shape.size.height) + " " +
+           std::string(factsOf(shape.sample).text);
 }
 
 }  // namespace
@@ -61,16 +67,15 @@ cv::Size parseSize(const std::string& text)
 
 Recording::Recording(const RecordingOptions& options) : names_(options.inputs)
 {
-    std::optional<cv::Size> rawSize;
-    if (!options.size.empty())
-        rawSize = parseSize(options.size);
     for (std::size_t file = 0; file < names_.size(); ++file) {
-        files_.push_back(openFile(names_[file], rawSize));
+        files_.push_back(openFile(names_[file], options));
         for (int frame = 0; frame < files_.back()->frameCount(); ++frame)
             places_.push_back({file, frame});
     }
     select(options.frames);
     checkFrames();
+    if (!options.takesBytes)
+        requireMoreThanBytes(nameOf(0), shape_.sample);
 }
 
 void Recording::select(const std::string& frames)
@@ -101,7 +106,7 @@ void Recording::checkFrames()
             continue;
         }
         const cv::Mat decoded = frame(i);
-        requireShape({decoded.size(), decoded.type()}, nameOf(i));
+        requireShape({decoded.size(), decoded.type(), file.sampleOf(decoded)}, nameOf(i));
         keptBytes += decoded.total() * decoded.elemSize();
         if (keptBytes <= keptBytesLimit)
             kept_[static_cast<std::size_t>(i)] = decoded;
@@ -112,7 +117,7 @@ void Recording::requireShape(const FrameShape& shape, const std::string& name)
 {
     if (shape_.type < 0)
         shape_ = shape;
-    else if (shape.size != shape_.size || shape.type != shape_.type)
+    else if (shape.size != shape_.size || shape.sample != shape_.sample)
         throw UsageError(name + ": has " + shapeText(shape) + ", while " + nameOf(0) + " has " +
                          shapeText(shape_) + "; expected frames of one size and kind");
 }
@@ -143,7 +148,7 @@ cv::Mat Recording::frame(int index)
 cv::Mat_<float> Recording::values(int index)
 {
     cv::Mat read = frame(index);
-    if (holdsFloats())
+    if (read.type() == CV_32FC1)
         return read;
     cv::Mat_<float> values;
     read.convertTo(values, CV_32F);
@@ -153,16 +158,12 @@ cv::Mat_<float> Recording::values(int index)
 cv::Mat_<std::uint16_t> Recording::counts(int index)
 {
     cv::Mat read = frame(index);
-    if (!holdsFloats())
+    if (read.type() == CV_16UC1)
         return read;
-    cv::Mat_<std::uint16_t> counts(read.size());
-    for (int y = 0; y < read.rows; ++y)
-        for (int x = 0; x < read.cols; ++x) {
-            const float rounded = std::round(read.at<float>(y, x));
-            if (!(rounded >= 0.0F && rounded <= 65535.0F))
-                throw UsageError(nameOf(index) + ": holds values that are no counts; expected 0 to 65535");
-            counts(y, x) = static_cast<std::uint16_t>(rounded);
-        }
+    ConversionLosses losses;
+    cv::Mat_<std::uint16_t> counts = convertSamples(read, SampleType::u16, losses);
+    if (losses.clipped > 0 || losses.undefined > 0)
+        throw UsageError(nameOf(index) + ": holds values that are no counts; expected 0 to 65535");
     return counts;
 }
 

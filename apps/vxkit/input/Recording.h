@@ -27,13 +27,18 @@ struct RecordingOptions
     std::vector<std::string> inputs;
     std::string size;    ///< "WIDTHxHEIGHT" of headerless recordings; empty for image files
     std::string frames;  ///< "FIRST:COUNT" of all the frames; empty for all
+    FileHints hints{};
+    std::uint64_t header = 0;       ///< bytes before the first frame of a headerless recording
+    std::uint64_t frameHeader = 0;  ///< bytes before each of its frames
+    bool takesBytes = false;        ///< frames may hold 8-bit counts, as pictures for looking at do
 };
 
 /// Frames of one size and kind, from any number of files in the order given.
 ///
 /// Opening a recording checks all of its frames, so that nothing fails half-way: image files are decoded
 /// once, headerless recordings and PFM files are checked by their sizes. What was decoded is kept up to a
-/// limit; everything else is read when it is asked for. All failures are UsageErrors that name the input.
+/// limit; everything else is read when it is asked for. All failures are UsageErrors that name the input. What
+/// is read but looks wrong is told on the standard error stream.
 class Recording
 {
 public:
@@ -43,8 +48,10 @@ public:
     int frameCount() const { return static_cast<int>(places_.size()); }
     /// Number of frame 0 among all frames of the inputs: FIRST of "FIRST:COUNT".
     int firstNumber() const { return firstNumber_; }
-    /// Whether the frames hold 32-bit floats; else they hold 16-bit counts.
-    bool holdsFloats() const { return shape_.type == CV_32FC1; }
+    /// What a sample is in the files.
+    SampleType sampleType() const { return shape_.sample; }
+    /// Whether the frames hold floats; else they hold counts.
+    bool holdsFloats() const { return isFloatType(shape_.sample); }
 
     /// "FILE", or "FILE, frame N" if the file holds several, for messages.
     std::string nameOf(int index) const;
@@ -53,7 +60,10 @@ public:
 
     // Frames may share their memory with the recording: copy one before changing it.
 
-    /// A frame as floats; a recording of floats gives them bit by bit.
+    /// A frame as it stands in the file, in the storage of its samples (see SampleFacts).
+    cv::Mat frame(int index);
+    /// A frame as floats; a recording of 32-bit floats gives them bit by bit, samples of more digits are
+    /// rounded to single precision.
     cv::Mat_<float> values(int index);
     /// A frame as counts. Floats are rounded; one outside 0 to 65535, or not a number, is a UsageError.
     cv::Mat_<std::uint16_t> counts(int index);
@@ -68,13 +78,12 @@ private:
     void select(const std::string& frames);
     void checkFrames();
     void requireShape(const FrameShape& shape, const std::string& name);
-    cv::Mat frame(int index);
 
     std::vector<std::string> names_;
     std::vector<std::unique_ptr<FrameFile>> files_;
     std::vector<Place> places_;
     std::vector<cv::Mat> kept_;  // by frame; empty where a frame is read when asked for
-    FrameShape shape_{{}, -1};
+    FrameShape shape_{{}, -1, SampleType::u16};
     int firstNumber_ = 0;
 };
 

@@ -6,8 +6,8 @@
 #include "apps/vxkit/input/FrameFileParts.h"
 #include "apps/vxkit/terminal/Failure.h"
 
-// The image library ends silently at the first page that it can't find, so a file that was cut off would look
-// like a shorter recording. Following the chain of page directories shows the loss.
+// The TIFF library ends at the first page that it can't find, so a file that was cut off would look like a
+// shorter recording. Following the chain of page directories shows the loss, and where each page is.
 namespace vxapp {
 
 namespace {
@@ -32,22 +32,23 @@ public:
         layout_ = big ? TiffLayout{bigEndian, 8, 8, 20, 8} : TiffLayout{bigEndian, 4, 2, 12, 4};
     }
 
-    int pageCount()
+    std::vector<std::uint64_t> pages()
     {
-        int pages = 0;
+        std::vector<std::uint64_t> places;
         std::uint64_t place = link(layout_.firstLink);
         while (place != 0) {
+            places.push_back(place);
             // Fewer than one page in 8 bytes; more is a chain that bites its own tail.
-            if (static_cast<std::uint64_t>(++pages) > bytes_ / 8 || pages == std::numeric_limits<int>::max())
+            if (places.size() > bytes_ / 8 || places.size() > std::numeric_limits<int>::max())
                 throw UsageError(path_ + ": the TIFF pages form a loop; expected a sound file");
             const std::uint64_t entries = number(place, layout_.countBytes, layout_.bigEndian);
             if (entries > bytes_ / layout_.entryBytes)
                 throw cutOff();
             place = link(place + layout_.countBytes + entries * layout_.entryBytes);
         }
-        if (pages == 0)
+        if (places.empty())
             throw cutOff();
-        return pages;
+        return places;
     }
 
 private:
@@ -79,9 +80,9 @@ private:
 
 }  // namespace
 
-int tiffPageCount(const std::string& path)
+std::vector<std::uint64_t> tiffPages(const std::string& path)
 {
-    return TiffChain(path).pageCount();
+    return TiffChain(path).pages();
 }
 
 }  // namespace vxapp

@@ -197,7 +197,7 @@ private:
 
 }  // namespace
 
-std::unique_ptr<FrameFile> openVideoFile(const std::string& path)
+std::unique_ptr<FrameFile> openVideoFile(const std::string& path, const FileHints& /*hints*/)
 {
     return std::make_unique<VideoFile>(path);
 }

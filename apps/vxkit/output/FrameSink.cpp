@@ -18,9 +18,8 @@ namespace {
 constexpr std::string_view follow = "follow";
 
 std::vector<std::string> fileNames(const SequenceOptions& options, const FileFormat& format,
-                                   const Recording& input)
+                                   const Recording& input, int count)
 {
-    const int count = input.frameCount();
     if (!format.oneFilePerFrame || count == 1)
         return {options.path};
     std::vector<std::string> names;
@@ -28,6 +27,15 @@ std::vector<std::string> fileNames(const SequenceOptions& options, const FileFor
     for (int number = input.firstNumber(); number <= last; ++number)
         names.push_back(withNumber(options.path, number, last));
     return names;
+}
+
+const FileFormat& sinkFormat(const SequenceOptions& options)
+{
+    const auto isSink = [](const FileFormat& format) { return format.openSink != nullptr; };
+    const FileFormat* format = options.format.empty() ? formatOf(options.path) : formatNamed(options.format);
+    if (format == nullptr || !isSink(*format))
+        throw UsageError(options.path + ": expected an output name that ends in " + endingsText(isSink));
+    return *format;
 }
 
 std::optional<vxsupport::ValueRange> rangeOf(const SequenceOptions& options,
@@ -55,19 +63,28 @@ std::string framesText(const SequenceShape& shape)
 std::unique_ptr<FrameSink> openFrameSink(const SequenceOptions& options, const Recording& input,
                                          vxsupport::ValueRange videoRange)
 {
+    return openFrameSink(options, input, {input.frameSize(), input.frameCount()}, videoRange);
+}
+
+std::unique_ptr<FrameSink> openFrameSink(const SequenceOptions& options, const Recording& input,
+                                         const SequenceShape& shape, vxsupport::ValueRange videoRange)
+{
     const std::optional<vxsupport::ValueRange> range = rangeOf(options, videoRange);
-    const auto isSink = [](const FileFormat& format) { return format.openSink != nullptr; };
-    const FileFormat* format = formatOf(options.path);
-    if (format == nullptr || !isSink(*format))
-        throw UsageError(options.path + ": expected an output name that ends in " + endingsText(isSink));
-    const std::vector<std::string> names = fileNames(options, *format, input);
+    const FileFormat& format = sinkFormat(options);
+    if (!format.takes(shape.samples))
+        throw UsageError(options.path + ": " + std::string(format.name) + " files don't hold " +
+                         std::string(factsOf(shape.samples).text) +
+                         "; expected an output name that ends in " +
+                         endingsText([&](const FileFormat& other) {
+                             return other.openSink != nullptr && other.takes(shape.samples);
+                         }));
+    const std::vector<std::string> names = fileNames(options, format, input, shape.frames);
     for (const std::string& name : names) {
         if (input.readsFrom(name))
             throw UsageError(name + ": is an input; expected another output name");
         requireWritable(name, options.force);
     }
-    return format->openSink(
-        {options, names, {input.frameSize(), input.frameCount()}, range, options.range == follow});
+    return format.openSink({options, names, shape, range, options.range == follow});
 }
 
 }  // namespace vxapp

@@ -12,13 +12,6 @@
 // What the sources of FrameSink and the table of formats share; not for other files.
 namespace vxapp {
 
-/// What the frames of a sink have in common.
-struct SequenceShape
-{
-    cv::Size size;
-    int frames;
-};
-
 /// An output whose names have been checked.
 struct SinkRequest
 {
@@ -30,6 +23,7 @@ struct SinkRequest
 };
 
 // What the table of formats opens.
+std::unique_ptr<FrameSink> openNpySink(const SinkRequest& request);
 std::unique_ptr<FrameSink> openRawSink(const SinkRequest& request);
 std::unique_ptr<FrameSink> openTiffSink(const SinkRequest& request);
 std::unique_ptr<FrameSink> openPngSink(const SinkRequest& request);

@@ -19,7 +19,7 @@ public:
             files_.push_back(std::make_unique<SafeFile>(name, request.options.force));
     }
 
-    void add(const cv::Mat_<std::uint16_t>& frame) override
+    void add(const cv::Mat& frame) override
     {
         const SafeFile& file = *files_.at(added_++);
         bool isWritten = false;
@@ -38,7 +38,8 @@ public:
         std::string names = files_.front()->path().string();
         if (files_.size() > 1)
             names += " to " + files_.back()->path().filename().string();
-        return names + " (" + framesText(shape_) + ", 16 bits)";
+        return names + " (" + framesText(shape_) + ", " + std::to_string(8 * factsOf(shape_.samples).bytes) +
+               " bits)";
     }
 
 private:

@@ -2,7 +2,6 @@
 #include <fstream>
 
 #include "apps/vxkit/output/FrameSinkParts.h"
-#include "apps/vxkit/output/Output.h"
 #include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/terminal/Failure.h"
 
@@ -15,13 +14,15 @@ class RawSink : public FrameSink
 public:
     explicit RawSink(const SinkRequest& request)
         : shape_(request.shape),
+          order_(request.options.order),
           file_(request.options.path, request.options.force),
           stream_(file_.temporaryPath(), std::ios::binary)
     {}
 
-    void add(const cv::Mat_<std::uint16_t>& frame) override
+    void add(const cv::Mat& frame) override
     {
-        appendLittleEndian(stream_, frame);
+        const std::string bytes = encodeSamples(frame, shape_.samples, order_);
+        stream_.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
         requireWritten();
     }
 
@@ -30,7 +31,9 @@ public:
         stream_.close();
         requireWritten();
         file_.commit();
-        return file_.path().string() + " (" + framesText(shape_) + ", 16-bit little-endian)";
+        return file_.path().string() + " (" + framesText(shape_) + ", " +
+               std::to_string(8 * factsOf(shape_.samples).bytes) +
+               (order_ == std::endian::little ? "-bit little-endian)" : "-bit big-endian)");
     }
 
 private:
@@ -41,6 +44,7 @@ private:
     }
 
     SequenceShape shape_;
+    std::endian order_;
     SafeFile file_;
     std::ofstream stream_;
 };

@@ -18,7 +18,7 @@ bool needsBigTiff(const SequenceShape& shape)
 {
     constexpr std::uint64_t directoryBytes = 1024;
     const std::uint64_t pageBytes =
-        std::uint64_t{2} * static_cast<std::uint64_t>(shape.size.area()) + directoryBytes;
+        factsOf(shape.samples).bytes * static_cast<std::uint64_t>(shape.size.area()) + directoryBytes;
     return pageBytes * static_cast<std::uint64_t>(shape.frames) > UINT32_MAX;
 }
 
@@ -26,6 +26,20 @@ struct CloseTiff
 {
     void operator()(TIFF* tiff) const { TIFFClose(tiff); }
 };
+
+int formatOf(SampleType samples)
+{
+    switch (samples) {
+        case SampleType::s16:
+        case SampleType::s32:
+            return SAMPLEFORMAT_INT;
+        case SampleType::f32:
+        case SampleType::f64:
+            return SAMPLEFORMAT_IEEEFP;
+        default:
+            return SAMPLEFORMAT_UINT;
+    }
+}
 
 // The image library would hold all pages in memory until the last one is there.
 class TiffSink : public FrameSink
@@ -39,22 +53,22 @@ public:
         require(tiff_ != nullptr);
     }
 
-    void add(const cv::Mat_<std::uint16_t>& frame) override
+    void add(const cv::Mat& frame) override
     {
         const QuietStandardError quiet;
         TIFF* tiff = tiff_.get();
         const auto rows = static_cast<std::uint32_t>(frame.rows);
         TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(frame.cols));
         TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, rows);
-        TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 16);
+        TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, static_cast<int>(8 * factsOf(shape_.samples).bytes));
         TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 1);
-        TIFFSetField(tiff, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT);
+        TIFFSetField(tiff, TIFFTAG_SAMPLEFORMAT, formatOf(shape_.samples));
         TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
         TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
         TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, rows);
-        cv::Mat_<std::uint16_t> gapless = frame.isContinuous() ? frame : frame.clone();
-        const auto bytes = static_cast<tmsize_t>(gapless.total() * gapless.elemSize());
-        require(TIFFWriteEncodedStrip(tiff, 0, gapless.data, bytes) == bytes);
+        std::string samples = encodeSamples(frame, shape_.samples, std::endian::native);
+        const auto bytes = static_cast<tmsize_t>(samples.size());
+        require(TIFFWriteEncodedStrip(tiff, 0, samples.data(), bytes) == bytes);
         require(TIFFWriteDirectory(tiff) == 1);
     }
 
@@ -66,7 +80,9 @@ public:
             tiff_.reset();
         }
         file_.commit();
-        return file_.path().string() + " (" + framesText(shape_) + ", 16 bits)";
+        return file_.path().string() + " (" + framesText(shape_) + ", " +
+               std::to_string(8 * factsOf(shape_.samples).bytes) +
+               (isFloatType(shape_.samples) ? "-bit floats)" : " bits)");
     }
 
 private:

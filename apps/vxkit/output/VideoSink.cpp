@@ -30,7 +30,7 @@ public:
           video_(file_, VideoKind::lossless, shape_.size, request.options.framesPerSecond)
     {}
 
-    void add(const cv::Mat_<std::uint16_t>& frame) override { video_.add(frame); }
+    void add(const cv::Mat& frame) override { video_.add(frame); }
 
     std::string finish() override
     {
@@ -62,7 +62,7 @@ public:
             spool_.emplace(file_, shape_.size);
     }
 
-    void add(const cv::Mat_<std::uint16_t>& frame) override
+    void add(const cv::Mat& frame) override
     {
         if (!spool_) {
             show(frame, *range_);

@@ -69,6 +69,7 @@ cv::Mat_<float> readImage(const std::string& path, cv::Size expected)
     if (file->frameCount() != 1)
         throw UsageError(path + ": holds " + std::to_string(file->frameCount()) + " images; expected one");
     const cv::Mat image = file->read(0);
+    requireMoreThanBytes(path, file->sampleOf(image));
     requireSize(path, image.size(), expected);
     cv::Mat_<float> values;
     image.convertTo(values, CV_32F);
