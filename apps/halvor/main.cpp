@@ -3,9 +3,11 @@
 #include <exception>
 
 #include "apps/halvor/CommandLine.h"
+#include "support/Threads.h"
 
 int main(int argc, char** argv)
 {
+    vxsupport::shareMachine(argv);
     try {
         return halvorapp::runHalvor(argc, argv);
     } catch (const std::exception& error) {

@@ -28,6 +28,7 @@
 #include "core/diagnostics/DebugDeviceFile.h"
 #include "enhancement/superresolution/SuperResolutionCAdapter.h"
 #include "enhancement/superresolution/engine/EngineDefaults.h"
+#include "support/Threads.h"
 
 namespace vxapp {
 
@@ -204,6 +205,7 @@ void SuperresRun::finish()
 
 void SuperresRun::addFrame(int index)
 {
+    vxsupport::chooseThreads(static_cast<std::size_t>(recording_.frameSize().area()));
     const int number = recording_.firstNumber() + index;
     const BurstAnswer answer = engine_->addFrame(calibration_.toEngine(recording_.values(index)));
     std::string written;

@@ -8,6 +8,7 @@
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/terminal/Progress.h"
 #include "core/diagnostics/StopWatch.h"
+#include "support/Threads.h"
 
 namespace vxapp {
 
@@ -48,6 +49,7 @@ RunTimes forEachFrame(Recording& recording, SampleForm form,
     whole.start();
     for (int i = 0; i < recording.frameCount(); ++i) {
         progress.show(i + 1);
+        vxsupport::chooseThreads(static_cast<std::size_t>(recording.frameSize().area()));
         toSamples(recording.counts(i), form, samples);
         part.start();
         process(samples);
