@@ -22,6 +22,9 @@ ValueRange visibleRange(const cv::Mat_<float>& image, double leftOut = 0.005);
 /// 8-bit grey levels: 0 at the range's low end and below (and for what is no number), 255 at its high end.
 cv::Mat_<std::uint8_t> greyLevels(const cv::Mat_<float>& image, const ValueRange& range);
 
+/// The colour map with a middle: blue below, near white, red above.
+inline constexpr const char* divergingColourMap = "blue-red";
+
 /// Names that falseColours() takes; the first is meant as default.
 const std::vector<std::string>& colourMapNames();
 
@@ -36,9 +39,12 @@ struct Panel
     std::string caption;
 };
 
-/// Pictures in a row on white, each above its caption; smaller ones are centred. Captions shrink to the width
-/// of their picture.
+/// Pictures in a row on white, each above its caption; smaller ones are centred. Captions are broken into lines
+/// of their picture's width and stay readable: a picture narrower than a word gets more room.
 cv::Mat_<cv::Vec3b> sideBySide(const std::vector<Panel>& panels);
+
+/// Sheets one below the other, filled up with white at the right.
+cv::Mat_<cv::Vec3b> stacked(const std::vector<cv::Mat_<cv::Vec3b>>& sheets);
 
 /// The picture with every pixel repeated, so that the grid stays visible.
 cv::Mat_<cv::Vec3b> magnified(const cv::Mat_<cv::Vec3b>& picture, int times);

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 #include <stdexcept>
 #include <vector>
 
@@ -44,6 +46,14 @@ TEST(Pictures, EveryColourMapKeepsTheOrderOfBrightness)
         const cv::Mat_<cv::Vec3b> picture = falseColours(levels, name);
         EXPECT_LT(cv::sum(cv::Vec3d(picture(0, 0)))[0], cv::sum(cv::Vec3d(picture(0, 1)))[0]) << name;
     }
+    const auto diverging = [](int level) {
+        return cv::Vec3i(falseColours(cv::Mat_<std::uint8_t>(1, 1, static_cast<std::uint8_t>(level)),
+                                      divergingColourMap)(0, 0));
+    };
+    EXPECT_GT(diverging(40)[0], diverging(40)[2] + 100) << "blue below the middle";
+    EXPECT_GT(diverging(215)[2], diverging(215)[0] + 100) << "red above";
+    EXPECT_GT(std::min({diverging(128)[0], diverging(128)[1], diverging(128)[2]}), 235)
+        << "white in the middle";
     EXPECT_THROW(falseColours(levels, "mauve"), std::invalid_argument);
 }
 
@@ -52,7 +62,7 @@ TEST(Pictures, PanelsStandSideBySideAboveTheirCaptions)
     const cv::Mat_<cv::Vec3b> red(40, 60, cv::Vec3b(0, 0, 200));
     const cv::Mat_<cv::Vec3b> blue(20, 30, cv::Vec3b(200, 0, 0));
     const cv::Mat_<cv::Vec3b> sheet =
-        sideBySide({{red, "before"}, {blue, "a caption wider than its picture"}});
+        sideBySide({{red, "before"}, {blue, "a caption much wider than its picture"}});
     cv::Mat reds;
     cv::Mat blues;
     cv::inRange(sheet, cv::Scalar(0, 0, 200), cv::Scalar(0, 0, 200), reds);
@@ -61,7 +71,15 @@ TEST(Pictures, PanelsStandSideBySideAboveTheirCaptions)
     EXPECT_EQ(cv::countNonZero(blues), 20 * 30);
     cv::Mat grey;
     cv::inRange(sheet.rowRange(51, sheet.rows), cv::Scalar(0, 0, 0), cv::Scalar(120, 120, 120), grey);
-    EXPECT_GT(cv::countNonZero(grey), 20);
+    const cv::Rect letters = cv::boundingRect(grey);
+    EXPECT_GT(letters.height, 4 * 18) << "broken into lines";
+    EXPECT_LT(letters.br().x, sheet.cols) << "no word is cut";
+    const cv::Mat_<cv::Vec3b> wide(40, 1800, cv::Vec3b(0, 0, 200));
+    EXPECT_GT(sideBySide({{wide, "before"}}).rows - 40, 2 * (sideBySide({{red, "before"}}).rows - 40) - 20)
+        << "letters grow with the pictures";
+    const cv::Mat_<cv::Vec3b> both = stacked({red, blue});
+    EXPECT_EQ(both.size(), cv::Size(60, 60));
+    EXPECT_EQ(both(50, 59), cv::Vec3b(255, 255, 255));
 }
 
 TEST(Pictures, MagnifyingRepeatsPixels)

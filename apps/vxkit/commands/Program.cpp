@@ -18,6 +18,7 @@
 #include "apps/vxkit/commands/FilterCommand.h"
 #include "apps/vxkit/commands/HelpCommand.h"
 #include "apps/vxkit/commands/SelfcheckCommand.h"
+#include "apps/vxkit/commands/ShowCommand.h"
 #include "apps/vxkit/commands/SimulateCommand.h"
 #include "apps/vxkit/commands/SuperresCommand.h"
 #include "apps/vxkit/commands/VectorsCommand.h"
@@ -70,6 +71,7 @@ Program::Program()
     addEnhanceCommand(app_);
     addFilterCommand(app_);
     addSelfcheckCommand(app_);
+    addShowCommand(app_);
     addSimulateCommand(app_);
     addSuperresCommand(app_);
     addVectorsCommand(app_);

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 #include <span>
 #include <sstream>
 #include <utility>
@@ -27,6 +28,7 @@ using vxsupport::Panel;
 constexpr std::size_t mostFrames = 100;
 constexpr int wantedWidth = 320;
 constexpr int wantedHeight = 240;
+constexpr int mostWidth = 640;
 
 std::string rangeText(const ValueRange& range)
 {
@@ -69,6 +71,7 @@ ContactSheet::ContactSheet(ContactSheetOptions options, const Recording& input, 
       firstNumber_(input.firstNumber()),
       times_(std::max(
           1, std::min(wantedWidth / input.frameSize().width, wantedHeight / input.frameSize().height))),
+      reduction_((input.frameSize().width + mostWidth - 1) / mostWidth),
       countOfZero_(form == SampleForm::unsignedCounts ? 32768.0F : 0.0F)
 {
     if (!isPngName(options_.path))
@@ -107,21 +110,40 @@ void ContactSheet::add(int index, const MARLOImageEnhancer& chain)
 
 std::string ContactSheet::write() const
 {
-    cv::Mat sheet;
-    cv::vconcat(rows_, sheet);
+    constexpr int fastCompression = 1;
+    const cv::Mat sheet = vxsupport::stacked(rows_);
     writeSafely(options_.path, options_.force, [&](const std::filesystem::path& temporary) {
-        return cv::imwrite(temporary.string(), sheet, {cv::IMWRITE_PNG_COMPRESSION, 9});
+        return cv::imwrite(temporary.string(), sheet, {cv::IMWRITE_PNG_COMPRESSION, fastCompression});
     });
     return options_.path + " (the stages of " + std::to_string(rows_.size() / 2) +
            (rows_.size() == 2 ? " frame, " : " frames, ") + std::to_string(sheet.cols) + "x" +
-           std::to_string(sheet.rows) + ")";
+           std::to_string(sheet.rows) +
+           (reduction_ > 1
+                ? ", a pixel shows " + std::to_string(reduction_) + "x" + std::to_string(reduction_)
+                : "") +
+           ")";
+}
+
+Panel ContactSheet::panel(const std::string& caption, const cv::Mat_<float>& values, const ValueRange& range,
+                          const std::string& colourMap) const
+{
+    cv::Mat_<float> shown = values;
+    if (reduction_ > 1)
+        cv::resize(values, shown, panelSize(values.size()), 0.0, 0.0, cv::INTER_AREA);
+    const cv::Mat_<std::uint8_t> levels = vxsupport::greyLevels(shown, range);
+    return {vxsupport::magnified(vxsupport::falseColours(levels, colourMap), times_), caption};
 }
 
 Panel ContactSheet::panel(const std::string& caption, const cv::Mat_<float>& values,
                           const ValueRange& range) const
 {
-    const cv::Mat_<std::uint8_t> levels = vxsupport::greyLevels(values, range);
-    return {vxsupport::magnified(vxsupport::falseColours(levels, options_.colourMap), times_), caption};
+    return panel(caption, values, range, options_.colourMap);
+}
+
+// Before the enlargement.
+cv::Size ContactSheet::panelSize(cv::Size frame) const
+{
+    return {std::max(1, frame.width / reduction_), std::max(1, frame.height / reduction_)};
 }
 
 // Noise and pattern; where it shows the scene's shapes, detail was lost.
@@ -131,7 +153,8 @@ Panel ContactSheet::takenAway(const cv::Mat_<float>& input, const cv::Mat_<float
     cv::subtract(input, clean, difference);
     const ValueRange range = vxsupport::visibleRange(difference);
     const float most = std::max({1.0F, std::abs(range.low), std::abs(range.high)});
-    return panel("taken away: " + rangeText({-most, most}), difference, {-most, most});
+    return panel("taken away: " + rangeText({-most, most}), difference, {-most, most},
+                 vxsupport::divergingColourMap);
 }
 
 // The curve that the next frame meets, over the histogram of this one.
@@ -147,7 +170,7 @@ Panel ContactSheet::curve(const MARLOImageEnhancer& chain) const
                          std::max(1.0F, display.high - display.low));
     const cv::Mat_<int> image = chain.getSNRArray()->image();
     const ValueRange shown{measured.low + countOfZero_, measured.high + countOfZero_};
-    return {plotCurve(levels, histogramOf(image, measured), image.size() * times_),
+    return {plotCurve(levels, histogramOf(image, measured), panelSize(image.size()) * times_),
             "transfer curve, " + rangeText(shown)};
 }
 

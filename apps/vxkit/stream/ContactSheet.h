@@ -43,6 +43,9 @@ public:
 private:
     vxsupport::Panel panel(const std::string& caption, const cv::Mat_<float>& values,
                            const vxsupport::ValueRange& range) const;
+    vxsupport::Panel panel(const std::string& caption, const cv::Mat_<float>& values,
+                           const vxsupport::ValueRange& range, const std::string& colourMap) const;
+    cv::Size panelSize(cv::Size frame) const;
     vxsupport::Panel display(const std::string& caption, const halvor::vx::MARLOImageEnhancer& chain,
                              const halvor::vx::ChainMatrix& image, const vxsupport::ValueRange& range) const;
     vxsupport::Panel takenAway(const cv::Mat_<float>& input, const cv::Mat_<float>& clean) const;
@@ -52,6 +55,7 @@ private:
     ContactSheetOptions options_;
     int firstNumber_;
     int times_;          // enlargement of the frames
+    int reduction_;      // pixels of a large frame, in both directions, that one pixel shows
     float countOfZero_;  // of sample 0
     std::vector<cv::Mat_<cv::Vec3b>> rows_;
 };

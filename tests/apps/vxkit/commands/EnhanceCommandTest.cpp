@@ -187,7 +187,7 @@ TEST_F(EnhanceCommand, ContactSheetShowsEveryStage)
     EXPECT_THAT(result.out, HasSubstr("the stages of 2 frames"));
     const cv::Mat sheet = image("sheet.png");
     const cv::Size panel = frameSize * 2;
-    const cv::Size cell = panel + cv::Size(10, 40);
+    const cv::Size cell = panel + cv::Size(10, 38);
     ASSERT_EQ(sheet.size(), cv::Size(4 * cell.width + 10, 4 * cell.height));
     std::vector<cv::Mat> panels;
     for (int row = 0; row < 4; ++row)

@@ -99,7 +99,7 @@ TEST_F(Program, TakesFromASettingsFileWhatTheLineDoesNotGive)
 {
     writeText(
         at("s.ini"),
-        "# of the laboratory\n[compare]\nmargin=3\nalign=false\nregion=1,2,9,8\n[superres]\ncamera=\"k325 "
+        "# of the laboratory\n[compare]\nmargin=3\nalign=false\nregion=5,5,20,11\n[superres]\ncamera=\"k325 "
         "FOV25\"\n");
     const auto margin = [this](const std::string& line) {
         return json::parse(run("compare a.png b.png --json " + line).out)["images"][0]["margin"].get<int>();
@@ -108,7 +108,7 @@ TEST_F(Program, TakesFromASettingsFileWhatTheLineDoesNotGive)
     EXPECT_EQ(margin("--config s.ini"), 3);
     EXPECT_EQ(margin("--margin 5 --config s.ini"), 5);
     run("compare a.png b.png --picture p.png --config s.ini");
-    EXPECT_EQ(image("p.png").cols / image("p.png").rows, 2) << "of the region";
+    EXPECT_EQ(image("p.png").cols / image("p.png").rows, 3) << "of the region";
     for (const auto& [name, text] : {std::pair("a.ini", "[compare]\nmargn=3\n"),
                                      {"b.ini", "[comprae]\nmargin=3\n"},
                                      {"c.ini", "margin=3\n"},
