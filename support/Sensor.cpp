@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/base/Kernel.h"
+#include "core/base/ParallelExceptions.h"
 #include "support/PortableMath.h"
 
 namespace vxsupport {
@@ -106,6 +107,20 @@ cv::Mat_<float> sample(const cv::Mat_<float>& cells, cv::Size size, const CellWe
     return samples;
 }
 
+float weighedSum(const cv::Mat_<float>& cells, const CellWeights& across, const CellWeights& down)
+{
+    double sum = 0.0;
+    int row = down.first;
+    for (const double tap : down.taps) {
+        const float* from = cells[row++] + across.first;
+        double rowSum = 0.0;
+        for (const double weight : across.taps)
+            rowSum += weight * static_cast<double>(*from++);
+        sum += tap * rowSum;
+    }
+    return static_cast<float>(sum);
+}
+
 }  // namespace
 
 cv::Mat_<float> sampleTruth(const FineScene& scene, cv::Size frame, PointF shift)
@@ -120,6 +135,29 @@ cv::Mat_<float> sampleFrame(const FineScene& scene, cv::Size frame, PointF shift
         throw std::invalid_argument("the point spread's deviation is out of range");
     return sample(scene.cells, frame, frameWeights(static_cast<double>(shift.x), scene.margin, psfSigma),
                   frameWeights(static_cast<double>(shift.y), scene.margin, psfSigma));
+}
+
+cv::Mat_<float> sampleMovedFrame(const FineScene& scene, cv::Size frame,
+                                 const std::function<cv::Point2d(int, int)>& motion, double psfSigma)
+{
+    if (!isPsfSigma(psfSigma))
+        throw std::invalid_argument("the point spread's deviation is out of range");
+    cv::Mat_<float> samples(frame);
+    halvor::vx::ParallelExceptions exceptions;
+#pragma omp parallel for schedule(static)
+    for (int r = 0; r < frame.height; ++r)
+        exceptions.run(r, [&] {
+            for (int c = 0; c < frame.width; ++c) {
+                const cv::Point2d moved = motion(c, r);
+                const CellWeights across = frameWeights(moved.x - c, scene.margin, psfSigma);
+                const CellWeights down = frameWeights(moved.y - r, scene.margin, psfSigma);
+                requireInside(across, 1, scene.cells.cols);
+                requireInside(down, 1, scene.cells.rows);
+                samples(r, c) = weighedSum(scene.cells, across, down);
+            }
+        });
+    exceptions.rethrow();
+    return samples;
 }
 
 int requiredMargin(double largestShift, double psfSigma)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <opencv2/core/mat.hpp>
 
 #include "core/base/PointF.h"
@@ -28,6 +29,13 @@ cv::Mat_<float> sampleTruth(const FineScene& scene, cv::Size frame, PointF shift
 /// @throws std::invalid_argument if the scene's margin is too small (see requiredMargin) or sigma out of
 ///         range
 cv::Mat_<float> sampleFrame(const FineScene& scene, cv::Size frame, PointF shift, double psfSigma);
+
+/// The same for a motion that varies over the frame: sample q lies at q - d(q) of the scene. The point spread is
+/// integrated over the scene's cells around each sample's own place; it does not turn with the camera.
+///
+/// @param motion  d(q) in pixels of the small frame, for whole pixels of it; called by several threads
+cv::Mat_<float> sampleMovedFrame(const FineScene& scene, cv::Size frame,
+                                 const std::function<cv::Point2d(int, int)>& motion, double psfSigma);
 
 constexpr double maxPsfSigma = 4.0;
 

@@ -131,26 +131,11 @@ cv::Rect StreamSimulator::subjectArea(int index) const
     return cv::Rect(first, last) & cv::Rect({0, 0}, size);
 }
 
-// A person walks through outdoor scenes; at a work bench a hand passes. It comes back on the other side.
 SceneLayout StreamSimulator::subjectLayout(int index, const SceneArea& area, cv::Point2d origin) const
 {
     SceneLayout layout(area);
-    const SceneSettings& scene = settings_.scene;
-    const double width = scene.frame.width;
-    const double height = scene.frame.height;
-    const bool walks = scene.kind == SceneKind::facade || scene.kind == SceneKind::outdoor;
-    // In the street somebody is nearer than the house, and at its scale about three metres high.
-    const double size = scene.kind == SceneKind::facade ? 38.0 * scene.zoom : 0.5 * height;
-    const double path = width + size;
-    const double travelled = 0.35 * path + settings_.subjectSpeed * index;
-    const double x = travelled - std::floor(travelled / path) * path - 0.5 * size;
-    if (walks)
-        addPerson(layout, {.feet = cv::Point2d(x, 0.95 * height) - origin,
-                           .height = size,
-                           .stride = sineOfTurns(travelled / (0.8 * size)),
-                           .facing = settings_.subjectSpeed < 0.0 ? -1.0 : 1.0});
-    else
-        addHand(layout, {.wrist = cv::Point2d(x, 0.9 * height) - origin, .length = size});
+    const double travelled = 0.35 * subjectPath(settings_.scene) + settings_.subjectSpeed * index;
+    addPassingSubject(layout, settings_.scene, origin, travelled, settings_.subjectSpeed < 0.0);
     return layout;
 }
 

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/scenes/Subjects.h"
 
+#include <cmath>
+
+#include "support/PortableMath.h"
+
 namespace vxsupport {
 
 namespace {
@@ -55,6 +59,17 @@ void addArm(Figure& figure, double swing, const Person& person)
     figure.limb(hand, hand + cv::Point2d(0.01, -0.03), 0.018, 0.015, person.skin - 4.0);
 }
 
+bool isOutdoors(SceneKind kind)
+{
+    return kind == SceneKind::facade || kind == SceneKind::outdoor;
+}
+
+// In the street somebody is nearer than the house, and at its scale about three metres high.
+double subjectSize(const SceneSettings& scene)
+{
+    return scene.kind == SceneKind::facade ? 38.0 * scene.zoom : 0.5 * scene.frame.height;
+}
+
 }  // namespace
 
 void addPerson(SceneLayout& layout, const Person& person)
@@ -102,6 +117,27 @@ void addHand(SceneLayout& layout, const Hand& hand)
     }
     part(at(-0.12, 0.2), at(-0.3, 0.38), 0.07, 0.055, hand.skin - 0.6);
     part(at(-0.3, 0.38), at(-0.36, 0.52), 0.052, 0.042, hand.skin - 2.0);
+}
+
+double subjectPath(const SceneSettings& scene)
+{
+    return scene.frame.width + subjectSize(scene);
+}
+
+void addPassingSubject(SceneLayout& layout, const SceneSettings& scene, cv::Point2d origin, double travelled,
+                       bool isLeftward)
+{
+    const double height = scene.frame.height;
+    const double size = subjectSize(scene);
+    const double path = subjectPath(scene);
+    const double x = travelled - std::floor(travelled / path) * path - 0.5 * size;
+    if (isOutdoors(scene.kind))
+        addPerson(layout, {.feet = cv::Point2d(x, 0.95 * height) - origin,
+                           .height = size,
+                           .stride = sineOfTurns(travelled / (0.8 * size)),
+                           .facing = isLeftward ? -1.0 : 1.0});
+    else
+        addHand(layout, {.wrist = cv::Point2d(x, 0.9 * height) - origin, .length = size});
 }
 
 }  // namespace vxsupport

@@ -4,6 +4,7 @@
 #include <opencv2/core/types.hpp>
 
 #include "support/scenes/SceneLayout.h"
+#include "support/scenes/Scenes.h"
 
 namespace vxsupport {
 
@@ -29,5 +30,13 @@ struct Hand
 };
 
 void addHand(SceneLayout& layout, const Hand& hand);
+
+/// What passes through a scene: a person walks through outdoor ones, at a work bench it is a hand.
+///
+/// @param origin     of the layout in the frame
+/// @param travelled  pixels of the small frame; after subjectPath() of them it comes back on the other side
+void addPassingSubject(SceneLayout& layout, const SceneSettings& scene, cv::Point2d origin, double travelled,
+                       bool isLeftward);
+double subjectPath(const SceneSettings& scene);
 
 }  // namespace vxsupport

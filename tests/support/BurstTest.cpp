@@ -15,6 +15,7 @@
 #include "doubles/SameBits.h"
 #include "doubles/ThreadCount.h"
 #include "support/PortableMath.h"
+#include "support/Sensor.h"
 
 using namespace vxsupport;
 
@@ -175,4 +176,43 @@ TEST(Burst, RefusesSettingsOutOfRange)
     refuses([](BurstSettings& s) { s.psfSigma = 0.0; });
     refuses([](BurstSettings& s) { s.scene.frame = {0, 10}; });
     refuses([](BurstSettings& s) { s.scene.zoom = 0.0; });
+}
+
+// Each pixel of a turned frame is that of a frame displaced by the pixel's own motion.
+TEST(Burst, MovesEachPixelByTurnAndParallax)
+{
+    BurstSettings settings = quiet(SceneKind::board);
+    settings.turn = 0.03;
+    settings.parallax = 1.5;
+    const Burst burst = simulateBurst(settings);
+    ASSERT_EQ(burst.turns[1], 0.0);
+    const FineScene scene = makeScene(settings.scene, 12);
+    for (const std::size_t k : {std::size_t{0}, std::size_t{3}})
+        for (const cv::Point at : {cv::Point(0, 0), cv::Point(32, 5), cv::Point(63, 47)}) {
+            const cv::Point2d d = burstMotion(settings, burst.shifts[k], burst.turns[k], at.x, at.y);
+            const PointF shift{static_cast<float>(d.x), static_cast<float>(d.y)};
+            const cv::Mat_<float> moved = sampleFrame(scene, settings.scene.frame, shift, settings.psfSigma);
+            EXPECT_NEAR(burst.frames[k](at), moved(at), 1e-4F);
+        }
+    const cv::Point2d corner = burstMotion(settings, {1.0F, 0.0F}, 0.1, 63, 47);
+    EXPECT_NEAR(corner.x, 1.0 - 0.1 * 23.5, 0.01);
+    EXPECT_NEAR(corner.y, 0.1 * 31.5, 1e-9);
+    EXPECT_NEAR(burstMotion(settings, {1.0F, 0.0F}, 0.0, 32, 0).x, 2.5, 0.01);
+    settings.parallax = -1.0;
+    EXPECT_THROW(simulateBurst(settings), std::invalid_argument);
+}
+
+TEST(Burst, HasASubjectThatMovesWhileTheSceneStaysStill)
+{
+    BurstSettings settings = quiet(SceneKind::board);
+    settings.shifts.assign(5, {0.0F, 0.0F});
+    const Burst still = simulateBurst(settings);
+    settings.subject = true;
+    settings.subjectSpeed = 4.0;
+    const Burst burst = simulateBurst(settings);
+    EXPECT_GT(cv::norm(burst.frames[0], burst.frames[4], cv::NORM_INF), 5.0);
+    EXPECT_TRUE(vxtest::sameBits(burst.frames[0].rowRange(0, 8), still.frames[0].rowRange(0, 8)));
+    // The truth shows it where the reference does.
+    EXPECT_NEAR(filtered(burst.truth, 30, 32, settings.psfSigma), burst.frames[1](30, 32), 1e-3F);
+    EXPECT_GT(std::fabs(burst.frames[1](30, 32) - still.frames[1](30, 32)), 1.0F);
 }

@@ -6,6 +6,7 @@
 #include <iomanip>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -45,6 +46,9 @@ struct SimulateOptions
     double psfSigma = 0.683;
     double shake = 1.0;
     double drift = 0.0;
+    double turn = 0.0;
+    double parallax = 0.0;
+    std::optional<double> subjectSpeed;
     double columnOffset = 0.0;
     double pixelOffset = 0.0;
     int defects = 0;
@@ -95,6 +99,10 @@ BurstSettings burstOf(const SimulateOptions& options)
                          ": expected one of the frames 0 to " + std::to_string(burst.frameCount - 1));
     burst.seed = options.seed;
     burst.motion = motionOf(options);
+    burst.turn = options.turn;
+    burst.parallax = options.parallax;
+    burst.subject = options.subjectSpeed.has_value();
+    burst.subjectSpeed = options.subjectSpeed.value_or(burst.subjectSpeed);
     burst.psfSigma = options.psfSigma;
     burst.netd = options.netd;
     burst.columnOffset = options.columnOffset;
@@ -107,6 +115,8 @@ StreamSettings streamOf(const SimulateOptions& options)
 {
     if (options.reference >= 0)
         throw UsageError("--reference: a recording with --stream has no ground truth on a frame's grid");
+    if (options.turn != 0.0 || options.parallax != 0.0)
+        throw UsageError("--turn and --parallax: make bursts; expected neither with --stream");
     StreamSettings stream;
     stream.scene = sceneOf(options);
     stream.frameCount = options.frames == 0 ? stream.frameCount : options.frames;
@@ -118,10 +128,12 @@ StreamSettings streamOf(const SimulateOptions& options)
     stream.pixelOffset = options.pixelOffset;
     stream.defects = defectsOf(options);
     stream.motion = motionOf(options);
+    stream.subjectSpeed = options.subjectSpeed.value_or(stream.subjectSpeed);
     return stream;
 }
 
-std::string describe(const SimulateOptions& options, const std::vector<PointF>& shifts)
+std::string describe(const SimulateOptions& options, const std::vector<PointF>& shifts,
+                     const std::vector<double>& turns = {})
 {
     std::ostringstream text;
     text << "# Simulated by vxkit simulate; temperatures in degrees Celsius, lengths in pixels of the "
@@ -132,6 +144,10 @@ std::string describe(const SimulateOptions& options, const std::vector<PointF>& 
          << "netd " << options.netd << " psf-sigma " << options.psfSigma << " column-offset "
          << options.columnOffset << " pixel-offset " << options.pixelOffset << '\n'
          << "defects " << options.defects << ' ' << options.defectStyle << '\n';
+    if (options.turn != 0.0 || options.parallax != 0.0)
+        text << "turn " << options.turn << " parallax " << options.parallax << '\n';
+    if (options.subjectSpeed)
+        text << "subject-speed " << *options.subjectSpeed << '\n';
     if (formatNamed(options.format)->saveFloats != nullptr)
         text << "values degrees\n";
     else
@@ -141,6 +157,9 @@ std::string describe(const SimulateOptions& options, const std::vector<PointF>& 
          << std::setprecision(7);
     for (std::size_t i = 0; i < shifts.size(); ++i)
         text << i << ' ' << shifts[i].x << ' ' << shifts[i].y << '\n';
+    if (options.turn != 0.0)
+        for (std::size_t i = 0; i < turns.size(); ++i)
+            text << "turn " << i << ' ' << turns[i] << '\n';
     return text.str();
 }
 
@@ -154,7 +173,7 @@ void writeBurst(const SimulateOptions& options, const SimulatedFiles& files)
     files.writeSeries("frame", settings.frameCount,
                       [&](int i) { return burst.frames[static_cast<std::size_t>(i)]; });
     files.writeFloats("truth.tiff", burst.truth);
-    files.writeText(noteName, describe(options, burst.shifts));
+    files.writeText(noteName, describe(options, burst.shifts, burst.turns));
     std::cout << options.folder << ": " << settings.frameCount << " frames of " << options.size
               << ", ground truth of frame " << settings.reference << " in truth.tiff, shifts in " << noteName
               << '\n';
@@ -218,6 +237,21 @@ void addCameraOptions(CLI::App& command, SimulateOptions& options)
     command.add_option("--drift", options.drift, "Whole pixels that the view drifts per frame, deviation")
         ->check(numberWithin(0.0, 20.0))
         ->capture_default_str();
+    command
+        .add_option("--turn", options.turn, "Deviation of a frame's angle about its middle, radians (bursts)")
+        ->check(numberWithin(0.0, 0.2))
+        ->capture_default_str();
+    command
+        .add_option("--parallax", options.parallax,
+                    "How much more the near scene in the middle moves than the far one at the left\n"
+                    "and right edges, as a share of the shift (bursts)")
+        ->check(numberWithin(0.0, 10.0))
+        ->capture_default_str();
+    command
+        .add_option("--subject-speed", options.subjectSpeed,
+                    "Somebody walks through the scene, or a hand passes; pixels per frame (without this\n"
+                    "option a burst has none, and that of a --stream moves 0.7)")
+        ->check(numberWithin(-100.0, 100.0));
     command.add_option("--netd", options.netd, "Deviation of the temporal noise in kelvin")
         ->check(zeroOrMore())
         ->capture_default_str();

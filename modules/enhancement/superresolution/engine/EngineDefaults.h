@@ -8,6 +8,8 @@ struct EngineDefaults
 {
     /// Standard deviation of the sensor's point spread in pixels of the large image: an unknown camera's.
     static constexpr float psfSigma = 0.683F;
+    /// The same where motion is local: too small a value costs little, too large a one decibels.
+    static constexpr float motionPsfSigma = 0.4F;
     /// Inverse strength of the total-variation term.
     static constexpr float weightTV = 400.0F;
     /// Difference of neighbours, in standard deviations of the reference frame, below which the
