@@ -12,6 +12,9 @@ void addResultOptions(CLI::App& command, ResultOptions& options)
 {
     command.add_option("-o,--output", options.path, "Result file, by its ending\n" + imageHelp())
         ->type_name("OUT");
+    command.add_flag("--stack", options.stack,
+                     "All results in one file, OUT: " + endingsText(ResultStack::isKind) +
+                         "\n(videos are anyway; 9 frames per second)");
     command
         .add_option("--preview", options.preview,
                     "Also (or, without -o, only) write an 8-bit PNG in colours for looking at")

@@ -181,6 +181,8 @@ void SuperresRun::run()
         addFrame(i);
     }
     progress_.clear();
+    if (const std::string written = files_.finish(recording_); !written.empty())
+        std::cout << written << std::endl;
     finish();
     finishTrace();
     if (failures_ == 0)

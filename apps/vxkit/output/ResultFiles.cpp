@@ -21,6 +21,12 @@ bool isImageResult(const FileFormat& format)
     return format.saveFloats != nullptr || format.saveCounts != nullptr;
 }
 
+bool isStack(const ResultOptions& options)
+{
+    const FileFormat* format = formatOf(options.path);
+    return format != nullptr && ResultStack::isKind(*format) && (options.stack || !isImageResult(*format));
+}
+
 void requireImageResult(const std::string& path, const std::string& meaning)
 {
     const FileFormat* format = formatOf(path);
@@ -34,7 +40,9 @@ void ResultFiles::checkNames(const ResultOptions& options)
 {
     if (options.path.empty() && options.preview.empty())
         throw UsageError("nowhere to write to; expected -o OUT or --preview FILE.png");
-    if (!options.path.empty())
+    if (options.stack && !isStack(options))
+        throw UsageError("--stack: expected an output name that ends in " + endingsText(ResultStack::isKind));
+    if (!options.path.empty() && !isStack(options))
         requireImageResult(options.path, "an output");
     if (!options.preview.empty() && !isPngName(options.preview))
         throw UsageError(options.preview + ": expected a preview name that ends in .png");
@@ -56,6 +64,8 @@ ResultFiles::ResultFiles(ResultOptions options, int firstNumber, int count, Unit
       unit_(unit)
 {
     checkNames(options_);
+    if (isStack(options_))
+        stack_.emplace(options_.path, options_.colourMap, options_.force, unit_);
     for (const std::string& name : names()) {
         if (input.readsFrom(name))
             throw UsageError(name + ": is an input; expected another output name");
@@ -66,7 +76,9 @@ ResultFiles::ResultFiles(ResultOptions options, int firstNumber, int count, Unit
 std::vector<std::string> ResultFiles::names() const
 {
     std::vector<std::string> all;
-    for (const std::string& path : {options_.path, options_.preview, options_.qualityMap})
+    if (stack_)
+        all.push_back(options_.path);
+    for (const std::string& path : {stack_ ? "" : options_.path, options_.preview, options_.qualityMap})
         for (int number = firstNumber_; !path.empty() && number <= lastNumber_; ++number)
             all.push_back(nameFor(path, number));
     return all;
@@ -90,11 +102,20 @@ std::string ResultFiles::nameFor(const std::string& path, int number) const
 std::string ResultFiles::write(int number, const cv::Mat_<float>& image)
 {
     std::string written;
-    if (!options_.path.empty())
+    if (stack_) {
+        stack_->add(image);
+        written = options_.path;
+    } else if (!options_.path.empty()) {
         written = writeValues(number, image);
+    }
     if (!options_.preview.empty())
         written += (written.empty() ? "" : ", ") + writePreview(number, image);
     return written;
+}
+
+std::string ResultFiles::finish(const Recording& input)
+{
+    return stack_ ? stack_->finish(lastNumber_ - firstNumber_ + 1, input) : "";
 }
 
 std::string ResultFiles::writeQuality(int number, const cv::Mat_<float>& map) const

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "apps/vxkit/output/Output.h"
+#include "apps/vxkit/output/ResultStack.h"
 
 namespace vxapp {
 
@@ -15,11 +16,12 @@ class Recording;
 /// Where results go.
 struct ResultOptions
 {
-    std::string path;        ///< a file of floats or counts by its ending; may be empty
-    std::string preview;     ///< 8-bit .png; may be empty, but not both
-    std::string qualityMap;  ///< 3 x 3 shares, such a file too; may be empty
+    std::string path;          ///< a file of floats or counts by its ending; may be empty
+    std::string preview{};     ///< 8-bit .png; may be empty, but not both
+    std::string qualityMap{};  ///< 3 x 3 shares, such a file too; may be empty
     std::string colourMap = vxsupport::colourMapNames().front();
     bool force = false;
+    bool stack = false;  ///< all results in one file, which videos are without being asked
 };
 
 /// The result files of one run: one under its own name, or several with the numbers of their newest frames.
@@ -36,11 +38,15 @@ public:
     /// Checks what needs no recording: endings, and that there is something to write.
     static void checkNames(const ResultOptions& options);
 
-    /// Writes one result.
+    /// Writes one result, or sets it aside for finish().
     /// @return what was written, for people: names, and the scale of counts or the range of a preview
     std::string write(int number, const cv::Mat_<float>& image);
     /// Writes the quality map of one result, if there is one and it is wanted.
     std::string writeQuality(int number, const cv::Mat_<float>& map) const;
+
+    /// Writes what takes all results.
+    /// @return what was written, for people; empty if nothing was
+    std::string finish(const Recording& input);
 
     /// Whether a path names one of the files.
     bool writesTo(const std::string& path) const;
@@ -56,6 +62,7 @@ private:
     int lastNumber_;
     bool numbered_;
     Unit unit_;
+    std::optional<ResultStack> stack_;
     std::optional<ValueRange> previewRange_;  // that of the first result, so that all are coloured alike
 };
 

@@ -59,7 +59,7 @@ public:
           video_(file_, kind, shape_.size * times_, options_.framesPerSecond)
     {
         if (!range_)
-            spool_.emplace(file_, shape_.size);
+            spool_.emplace(file_.path(), shape_.size, CV_16UC1);
     }
 
     void add(const cv::Mat& frame) override

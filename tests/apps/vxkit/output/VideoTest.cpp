@@ -12,6 +12,7 @@
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/output/ColourLimits.h"
 #include "apps/vxkit/output/FrameSink.h"
+#include "apps/vxkit/output/ResultFiles.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 using namespace vxapp;
@@ -209,6 +210,40 @@ TEST_F(Videos, DamagedOrOfAnotherKindAreRefusedByName)
         write({.path = at(name)}, frames);
         EXPECT_THAT(refusal(name), HasSubstr(name + ": video of yuv")) << "pixels of colours";
     }
+}
+
+TEST_F(Videos, AndStacksTakeAllResultsOfARun)
+{
+    std::vector<cv::Mat_<float>> results;
+    for (int i = 0; i < 3; ++i) {
+        noisyFrames({20, 10}, 1, 3000, 0)[0].convertTo(results.emplace_back(), CV_32F, 0.01,
+                                                       10.0 * i + 0.004);
+    }
+    appendRaw(at("in.raw"), sampleCounts({20, 10}));
+    const Recording input({{at("in.raw")}, "20x10", ""});
+    const auto written = [&](const ResultOptions& options, std::size_t count) {
+        ResultFiles files(options, 4, 3, Unit::degrees, input);
+        for (std::size_t i = 0; i < count; ++i)
+            files.write(4 + static_cast<int>(i), results[i]);
+        return files.finish(input);
+    };
+    EXPECT_EQ(written({.path = at("none.mkv")}, 0), "");
+    EXPECT_EQ(fileCount(), 1U);
+    EXPECT_THAT(written({.path = at("all.tif"), .stack = true}, 3), HasSubstr("all.tif (3 frames of 20x10"));
+    EXPECT_THAT(written({.path = at("two.mkv")}, 2),
+                testing::AllOf(HasSubstr("count * 0.01 - 273.15"), HasSubstr("without 1 of the results")));
+    Recording floats({{at("all.tif")}, "", ""});
+    Recording counts({{at("two.mkv")}, "", ""});
+    ASSERT_EQ(floats.frameCount(), 3);
+    ASSERT_EQ(counts.frameCount(), 2);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(sameBits(floats.values(i), results[static_cast<std::size_t>(i)])) << i;
+    cv::Mat_<float> degrees;
+    counts.values(1).convertTo(degrees, CV_32F, 0.01, -273.15);
+    EXPECT_LT(cv::norm(degrees, results[1], cv::NORM_INF), 0.0051);
+    EXPECT_THROW(written({.path = at("x.pfm"), .stack = true}, 1), UsageError);
+    EXPECT_THROW(written({.path = at("x.raw")}, 1), UsageError) << "does not tell its size";
+    EXPECT_THROW(written({.path = at("all.tif"), .stack = true}, 1), UsageError) << "is there";
 }
 
 TEST_F(Videos, LeaveNothingOnAFullDisk)
