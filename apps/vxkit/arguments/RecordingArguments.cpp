@@ -22,12 +22,21 @@ void addRecordingOptions(CLI::App& command, RecordingOptions& options)
         ->type_name("FIRST:COUNT");
 }
 
-void addSampleOption(CLI::App& command, SampleForm& form)
+void addScaleOptions(CLI::App& command, ScaleOptions& options)
 {
     command.add_flag_callback(
-        "--signed", [&form] { form = SampleForm::signedSamples; },
+        "--signed", [&options] { options.form = SampleForm::signedSamples; },
         "The frames hold two's complement samples, as the stream processor takes them,\n"
         "not counts from 0 to 65535");
+    command
+        .add_option(
+            "--scale", options.scale,
+            "What a count means: value = count * SCALE + OFFSET, for degrees for example. Frames of\n"
+            "counts are taken as they are, and results become values; frames of values, floats for\n"
+            "example, become counts for the work and values again (default for these: chosen from the\n"
+            "recording so that nothing is lost)")
+        ->type_name("SCALE");
+    command.add_option("--offset", options.offset, "Value of count 0")->type_name("OFFSET");
 }
 
 }  // namespace vxapp

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "apps/vxkit/input/Recording.h"
-#include "apps/vxkit/stream/FrameRun.h"
+#include "apps/vxkit/stream/SampleScale.h"
 
 namespace CLI {
 class App;
@@ -13,7 +13,7 @@ namespace vxapp {
 /// Adds INPUT..., --size and --frames to a command.
 void addRecordingOptions(CLI::App& command, RecordingOptions& options);
 
-/// Adds --signed to a command.
-void addSampleOption(CLI::App& command, SampleForm& form);
+/// Adds --signed, --scale and --offset to a command.
+void addScaleOptions(CLI::App& command, ScaleOptions& options);
 
 }  // namespace vxapp

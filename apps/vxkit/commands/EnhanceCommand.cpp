@@ -31,7 +31,7 @@ using halvor::vx::MARLOImageEnhancer;
 struct EnhanceOptions
 {
     RecordingOptions recording;
-    SampleForm form = SampleForm::unsignedCounts;
+    ScaleOptions scale;
     ChainOptions chain;
     SequenceOptions results;
     ContactSheetOptions sheet;
@@ -54,16 +54,17 @@ private:
     void deliver(int index, const MARLOImageEnhancer& chain);
 
     EnhanceOptions options_;
-    SampleForm form_;
     Recording recording_;
+    SampleScale scale_;
     ChainSettings settings_;
+    SampleType resultType_;
     std::optional<ToneSettings> tone_;
     std::unique_ptr<FrameSink> sink_;
     std::optional<ContactSheet> sheet_;
     std::optional<LookMeasures> measures_;
     BadPixelMender mender_;
     cv::Mat_<short> mended_, enhanced_;
-    cv::Mat_<std::uint16_t> counts_;
+    cv::Mat_<std::uint16_t> input_, counts_;
 };
 
 void checkNames(const EnhanceOptions& options)
@@ -86,9 +87,10 @@ Recording openRecording(const EnhanceOptions& options)
 
 EnhanceRun::EnhanceRun(const EnhanceOptions& options)
     : options_(options),
-      form_(options.form),
       recording_(openRecording(options)),
+      scale_(recording_, options.scale),
       settings_(chainSettings(options.chain, recording_.frameSize(), 0.0)),
+      resultType_(settings_.histMode != 0 ? SampleType::u16 : scale_.typeFor(options.results)),
       tone_(toneSettings(options.chain))
 {
     checkBadPixelNames(options.badPixels, recording_, options.results.force);
@@ -96,20 +98,22 @@ EnhanceRun::EnhanceRun(const EnhanceOptions& options)
         throw UsageError("--measure: expected frames that are equalised, not --no-hist");
     if (!options.results.path.empty())
         sink_ = openFrameSink(options.results, recording_,
+                              {recording_.frameSize(), recording_.frameCount(), resultType_},
                               isEqualised() ? equalisedRange : vxsupport::ValueRange{0.0F, 0.0F});
     if (options.sheet.path.empty())
         return;
     ContactSheetOptions sheet = options.sheet;
     sheet.colourMap = options.results.colourMap;
     sheet.force = options.results.force;
-    sheet_.emplace(sheet, recording_, form_);
+    sheet_.emplace(sheet, recording_, scale_.form());
 }
 
 void EnhanceRun::run()
 {
     const cv::Size size = recording_.frameSize();
-    const Survey found = survey(recording_, form_, options_.badPixels);
-    std::cout << tellBadPixels(found, options_.badPixels, options_.results.force) << '\n';
+    const Survey found = survey(recording_, scale_, options_.badPixels);
+    std::cout << scale_.description() << '\n'
+              << tellBadPixels(found, options_.badPixels, options_.results.force) << '\n';
     mender_ = BadPixelMender(found.badPixels);
     settings_ = chainSettings(options_.chain, size, found.noise);
     std::cout << settingsText(settings_, tone_) << std::flush;
@@ -123,6 +127,7 @@ void EnhanceRun::run()
         std::cout << sheet_->write() << std::endl;
     if (sink_)
         std::cout << sink_->finish() << std::endl;
+    std::cout << scale_.remarks() << std::flush;
 }
 
 RunTimes EnhanceRun::enhanceAll()
@@ -133,14 +138,16 @@ RunTimes EnhanceRun::enhanceAll()
         stage.emplace(*tone_, options_.reach);
         MARLOImageEnhancer chain = openChain(settings_, recording_.frameSize());
         forEachFrame(
-            recording_, form_, [&](const cv::Mat_<short>& frame) { enhance(frame, chain); },
+            recording_, scale_, [&](const cv::Mat_<short>& frame) { enhance(frame, chain); },
             [&](int) { stage->measure(chain); });
     }
     MARLOImageEnhancer chain = openChain(settings_, recording_.frameSize());
     int index = 0;
     return forEachFrame(
-        recording_, form_,
+        recording_, scale_,
         [&](const cv::Mat_<short>& frame) {
+            if (measures_)
+                toCounts(frame, SampleForm::unsignedCounts, input_);
             enhance(frame, chain);
             if (stage)
                 stage->apply(index++, chain, enhanced_);
@@ -163,10 +170,15 @@ void EnhanceRun::deliver(int index, const MARLOImageEnhancer& chain)
 {
     if (sheet_)
         sheet_->add(index, chain);
+    if (!isEqualised()) {
+        if (sink_)
+            sink_->add(scale_.toFile(enhanced_, resultType_));
+        return;
+    }
     // What is equalised counts from 0 on, whatever the input did.
-    toCounts(enhanced_, isEqualised() ? SampleForm::signedSamples : form_, counts_);
+    toCounts(enhanced_, SampleForm::signedSamples, counts_);
     if (measures_)
-        measures_->add(recording_.counts(index), counts_, topLevel);
+        measures_->add(input_, counts_, topLevel);
     if (sink_)
         sink_->add(counts_);
 }
@@ -179,7 +191,8 @@ const char* const footer = R"(Looks:
   chain's equaliser, one of another block wins over the look's value. "device" is the chain with its own defaults.
 
 Results:
-  Equalised frames are 0 to 32766. With --no-hist frames stay in the units of the input.
+  Equalised frames are 0 to 32766. With --no-hist frames stay in the units of the input: .tif and .npy
+  hold them as floats where the input or --scale has degrees; other files hold counts, whose scale is told.
   Every block but peaking and spatial noise reduction learns from frame to frame, so that the first frames of a
   recording are enhanced less well. The equaliser builds the curve of a frame from those before it; the first
   gets a straight one.
@@ -205,7 +218,7 @@ void addEnhanceCommand(CLI::App& program)
         "Runs the camera's enhancer chain over a recording: noise, pattern, equalisation, peaking");
     auto options = std::make_shared<EnhanceOptions>();
     addRecordingOptions(command, options->recording);
-    addSampleOption(command, options->form);
+    addScaleOptions(command, options->scale);
     addSequenceOptions(command, options->results);
     addContactSheetOptions(command, options->sheet);
     addChainOptions(command, options->chain);

@@ -43,7 +43,7 @@ struct FilterOption
 struct FilterOptions
 {
     RecordingOptions recording;
-    SampleForm form = SampleForm::unsignedCounts;
+    ScaleOptions scale;
     SequenceOptions output;
     BadPixelOptions badPixels;
     std::vector<std::string> chosen;  // "--temporal", ...
@@ -87,7 +87,8 @@ UnsharpSettings unsharpSettings(const FilterOptions& options)
     return settings;
 }
 
-std::unique_ptr<FrameFilter> makeFilter(const FilterOptions& options, Recording& recording)
+std::unique_ptr<FrameFilter> makeFilter(const FilterOptions& options, Recording& recording,
+                                        const SampleScale& scale)
 {
     const std::string filter = chosenFilter(options);
     if (filter == "--temporal")
@@ -98,8 +99,7 @@ std::unique_ptr<FrameFilter> makeFilter(const FilterOptions& options, Recording&
         return makePatternFilter(patternSettings(options));
     if (filter == "--unsharp")
         return makeUnsharpFilter(unsharpSettings(options));
-    return makeClusterFilter(options.cluster, recording, options.recording.size, options.form,
-                             options.output.force);
+    return makeClusterFilter(options.cluster, recording, options.recording.size, scale, options.output.force);
 }
 
 // The frames of the recording are told apart from the result by the sink.
@@ -137,29 +137,31 @@ void runFilter(const FilterOptions& options)
     const BadPixelOptions badPixels = badPixelOptions(options);
     requireDistinctFiles(options);
     Recording recording(options.recording);
-    const std::unique_ptr<FrameSink> sink = openFrameSink(options.output, recording);
+    SampleScale scale(recording, options.scale);
+    const SampleType type = scale.typeFor(options.output);
+    const std::unique_ptr<FrameSink> sink =
+        openFrameSink(options.output, recording, {recording.frameSize(), recording.frameCount(), type});
     checkBadPixelNames(badPixels, recording, options.output.force);
-    const std::unique_ptr<FrameFilter> filter = makeFilter(options, recording);
-    const Survey found = survey(recording, options.form, badPixels);
+    const std::unique_ptr<FrameFilter> filter = makeFilter(options, recording, scale);
+    const Survey found = survey(recording, scale, badPixels);
     const BadPixelMender mender(found.badPixels);
     const cv::Size size = recording.frameSize();
     std::cout << recording.frameCount() << " frames of " << size.width << "x" << size.height << "; "
               << filter->description() << '\n'
+              << scale.description() << '\n'
               << tellBadPixels(found, badPixels, options.output.force) << std::endl;
     cv::Mat_<short> mended, result;
-    cv::Mat_<std::uint16_t> counts;
     const RunTimes times = forEachFrame(
-        recording, options.form,
+        recording, scale,
         [&](const cv::Mat_<short>& samples) {
             samples.copyTo(mended);
             mender.mend(mended);
             filter->process(mended, result);
         },
-        [&](int) {
-            toCounts(result, options.form, counts);
-            sink->add(counts);
-        });
-    std::cout << sink->finish() << '\n' << speedText(times, size, "the filter") << std::endl;
+        [&](int) { sink->add(scale.toFile(result, type)); });
+    std::cout << sink->finish() << '\n'
+              << speedText(times, size, "the filter") << '\n'
+              << scale.remarks() << std::flush;
 }
 
 /// Adds the options of one filter to the command's help as a group of their own.
@@ -294,7 +296,10 @@ void addClusterFilter(CLI::App& command, FilterOptions& options)
 }
 
 const char* const footer =
-    R"(Examples:
+    R"(Results are in the units of the input: .tif and .npy hold them as floats where the input or --scale has
+degrees; other files hold counts, whose scale is told. Limits and thresholds are in counts.
+
+Examples:
   vxkit filter --temporal --feedback-factor 80 --size 160x120 night.raw -o calm.raw
   vxkit filter --cluster --uniform lid.raw --size 160x120 night.raw -o even.tiff)";
 
@@ -307,7 +312,7 @@ void addFilterCommand(CLI::App& program)
     addNoiseFilters(command, *options);
     addClusterFilter(command, *options);
     addRecordingOptions(command, options->recording);
-    addSampleOption(command, options->form);
+    addScaleOptions(command, options->scale);
     addBadPixelOptions(command, options->badPixels);
     addSequenceOptions(command, options->output);
     command.get_option("--output")->required();

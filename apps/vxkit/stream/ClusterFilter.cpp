@@ -46,7 +46,7 @@ void requireSize(const std::string& name, cv::Size size, cv::Size expected)
                          ", the size of the frames to filter");
 }
 
-Statistics gather(Recording& recording, SampleForm form)
+Statistics gather(Recording& recording, SampleScale scale)
 {
     if (recording.frameCount() < 2)
         throw UsageError(recording.nameOf(0) +
@@ -56,8 +56,8 @@ Statistics gather(Recording& recording, SampleForm form)
     cv::Mat_<short> samples;
     cv::Mat_<float> values;
     for (int i = 0; i < recording.frameCount(); ++i) {
-        toSamples(recording.counts(i), form, samples);
-        samples.convertTo(values, CV_32F, 1.0, valueOfSampleZero(form));
+        scale.toSamples(recording, i, samples);
+        samples.convertTo(values, CV_32F, 1.0, valueOfSampleZero(scale.form()));
         statistics.add(values);
     }
     return {statistics.mean(), statistics.stdDev(), std::to_string(recording.frameCount()) + " frames"};
@@ -79,7 +79,7 @@ cv::Mat_<float> readImage(const std::string& path, cv::Size expected)
 }
 
 Statistics statisticsFor(const ClusterSettings& settings, Recording& recording, const std::string& size,
-                         SampleForm form)
+                         const SampleScale& scale)
 {
     if (settings.mean.empty() != settings.stdDev.empty())
         throw UsageError("--mean and --std-dev: expected both or none");
@@ -89,10 +89,10 @@ Statistics statisticsFor(const ClusterSettings& settings, Recording& recording, 
         return {readImage(settings.mean, recording.frameSize()),
                 readImage(settings.stdDev, recording.frameSize()), settings.mean};
     if (settings.uniform.empty())
-        return gather(recording, form);
+        return gather(recording, scale);
     Recording uniform({settings.uniform, size, ""});
     requireSize(settings.uniform.front(), uniform.frameSize(), recording.frameSize());
-    return gather(uniform, form);
+    return gather(uniform, scale);
 }
 
 class ClusterFilter : public FrameFilter
@@ -150,15 +150,20 @@ void ClusterFilter::describe(const ClusterSettings& settings, const Statistics& 
 }  // namespace
 
 std::unique_ptr<FrameFilter> makeClusterFilter(const ClusterSettings& settings, Recording& recording,
-                                               const std::string& size, SampleForm form, bool force)
+                                               const std::string& size, const SampleScale& scale, bool force)
 {
+    if (scale.isChosen())
+        throw UsageError(
+            recording.nameOf(0) +
+            ": holds no counts; the cluster pattern is that of a detector's counts: expected --scale and "
+            "--offset");
     if (!settings.damping.empty()) {
         if (!isFloatFile(settings.damping))
             throw UsageError(settings.damping + ": expected a name that ends in .tif, .tiff or .pfm");
         requireWritable(settings.damping, force);
     }
-    auto filter =
-        std::make_unique<ClusterFilter>(settings, statisticsFor(settings, recording, size, form), form);
+    auto filter = std::make_unique<ClusterFilter>(settings, statisticsFor(settings, recording, size, scale),
+                                                  scale.form());
     if (!settings.damping.empty())
         saveFloats(settings.damping, filter->damping(), force);
     return filter;

@@ -7,7 +7,7 @@
 
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/stream/FrameFilter.h"
-#include "apps/vxkit/stream/FrameRun.h"
+#include "apps/vxkit/stream/SampleScale.h"
 
 namespace vxapp {
 
@@ -36,6 +36,6 @@ struct ClusterSettings
 /// @throws UsageError for statistics that are missing, of another size or not finite, and for a file that
 ///         can't be written
 std::unique_ptr<FrameFilter> makeClusterFilter(const ClusterSettings& settings, Recording& recording,
-                                               const std::string& size, SampleForm form, bool force);
+                                               const std::string& size, const SampleScale& scale, bool force);
 
 }  // namespace vxapp

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/stream/SampleScale.h"
 #include "apps/vxkit/terminal/Progress.h"
 #include "core/diagnostics/StopWatch.h"
 #include "support/Threads.h"
@@ -37,7 +38,7 @@ void toCounts(const cv::Mat_<short>& samples, SampleForm form, cv::Mat_<std::uin
         [flipped = flippedBits(form)](short sample) { return static_cast<std::uint16_t>(sample ^ flipped); });
 }
 
-RunTimes forEachFrame(Recording& recording, SampleForm form,
+RunTimes forEachFrame(Recording& recording, SampleScale& scale,
                       const std::function<void(const cv::Mat_<short>& samples)>& process,
                       const std::function<void(int index)>& deliver)
 {
@@ -50,7 +51,7 @@ RunTimes forEachFrame(Recording& recording, SampleForm form,
     for (int i = 0; i < recording.frameCount(); ++i) {
         progress.show(i + 1);
         vxsupport::chooseThreads(static_cast<std::size_t>(recording.frameSize().area()));
-        toSamples(recording.counts(i), form, samples);
+        scale.toSamples(recording, i, samples);
         part.start();
         process(samples);
         part.stop();

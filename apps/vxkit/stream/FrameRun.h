@@ -9,6 +9,7 @@
 namespace vxapp {
 
 class Recording;
+class SampleScale;
 
 /// How the 16-bit words of a recording are the two's complement samples of the chain and its filters.
 enum class SampleForm
@@ -36,8 +37,8 @@ struct RunTimes
 ///
 /// @param process  takes the samples of a frame; its time is measured
 /// @param deliver  takes the frame's index once it is processed
-/// @throws UsageError if a frame can't be read or holds no counts
-RunTimes forEachFrame(Recording& recording, SampleForm form,
+/// @throws UsageError if a frame can't be read or has no samples by the scale
+RunTimes forEachFrame(Recording& recording, SampleScale& scale,
                       const std::function<void(const cv::Mat_<short>& samples)>& process,
                       const std::function<void(int index)>& deliver);
 

@@ -10,6 +10,7 @@
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/stream/SampleQuantiles.h"
+#include "apps/vxkit/stream/SampleScale.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
@@ -82,7 +83,7 @@ void checkBadPixelNames(const BadPixelOptions& options, const Recording& recordi
     requireWritable(options.output, force);
 }
 
-Survey survey(Recording& recording, SampleForm form, const BadPixelOptions& options)
+Survey survey(Recording& recording, SampleScale& scale, const BadPixelOptions& options)
 {
     Survey found;
     const std::vector<int> places = pairPlaces(recording.frameCount());
@@ -91,7 +92,7 @@ Survey survey(Recording& recording, SampleForm form, const BadPixelOptions& opti
     std::vector<double> noises;
     const auto look = [&](int index) {
         cv::Mat_<short> samples;
-        toSamples(recording.counts(index), form, samples);
+        scale.toSamples(recording, index, samples);
         if (options.learns())
             learner.add(samples);
         ++found.frames;

@@ -6,11 +6,11 @@
 #include <string>
 
 #include "apps/vxkit/stream/BadPixels.h"
-#include "apps/vxkit/stream/FrameRun.h"
 
 namespace vxapp {
 
 class Recording;
+class SampleScale;
 
 /// What is done about bad pixels.
 struct BadPixelOptions
@@ -36,7 +36,7 @@ void checkBadPixelNames(const BadPixelOptions& options, const Recording& recordi
 /// Looks at a recording, at up to a hundred frames in pairs spread over it. The noise is what the pixels of
 /// consecutive frames differ by, or from their neighbours in one frame if that is less; medians keep motion and
 /// edges out.
-Survey survey(Recording& recording, SampleForm form, const BadPixelOptions& options);
+Survey survey(Recording& recording, SampleScale& scale, const BadPixelOptions& options);
 
 /// Writes the map if it is wanted.
 /// @return "bad pixels: 1 hot, 0 cold ..."; for people
