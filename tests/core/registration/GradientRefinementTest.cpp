@@ -81,6 +81,23 @@ TEST(GradientRefinement, LeavesTheMaskAloneOutsideTheWindow)
     EXPECT_EQ(cv::countNonZero(mask(window) == 7), 0);
 }
 
+// Where noise lets most pixels disagree, those beside the strip that the frame doesn't see hardly agree more often.
+TEST(GradientRefinement, CountsTheErrorLimitOutsideTheOverlap)
+{
+    constexpr int strip = 6;
+    cv::Mat_<float> frame = displacedTexture(strip, 0.0);
+    cv::Mat_<float> noise(frame.size());
+    cv::RNG random(5);
+    random.fill(noise, cv::RNG::NORMAL, 0.0, 0.2);
+    frame += noise;
+    const cv::Mat_<char> mask = refine(displacedTexture(0.0, 0.0), frame, {strip, 0}).mask;
+    const auto agreeing = [&](int column, int columns) {
+        return cv::countNonZero(mask.colRange(column, column + columns)) /
+               static_cast<double>(columns * height);
+    };
+    EXPECT_LT(agreeing(width - strip - 2, 2), agreeing(10, 30) + 0.2);
+}
+
 TEST(GradientRefinement, WithoutAnOverlapIsNotANumberAndMarksNothing)
 {
     const cv::Mat_<float> texture = displacedTexture(0.0, 0.0);
