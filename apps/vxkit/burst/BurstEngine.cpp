@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <sstream>
+#include <utility>
 
 #include "apps/vxkit/burst/BurstEngineParts.h"
 #include "apps/vxkit/terminal/Failure.h"
@@ -41,80 +42,18 @@ std::string meaningOf(int code)
     }
 }
 
-std::string storedMessage()
-{
-    std::array<char, 1024> text{};
-    SuperResolution_getErrorMessage(text.data(), static_cast<int>(text.size()) - 1);
-    const std::string message(text.data());
-    const std::size_t start = message.find_first_not_of(' ');
-    return start == std::string::npos ? "" : message.substr(start);
-}
-
-class FlatEngine : public BurstEngine
-{
-public:
-    FlatEngine(cv::Size frameSize, const SuperresSettings& settings);
-    ~FlatEngine() override { SuperResolution_release(context_); }
-    FlatEngine(const FlatEngine&) = delete;
-    FlatEngine& operator=(const FlatEngine&) = delete;
-
-    BurstAnswer addFrame(const cv::Mat_<float>& frame) override;
-    cv::Mat_<float> image() override;
-
-private:
-    int context_;
-    int frameCount_ = 0;
-};
-
-FlatEngine::FlatEngine(cv::Size frameSize, const SuperresSettings& settings)
-    : context_(SuperResolution_init(frameSize.width, frameSize.height))
-{
-    if (context_ < 0)
-        throw EngineError(storedMessage());
-    SuperResolution_setCameraAndLensType(context_, settings.camera.c_str());
-    try {
-        applySetting("--reference", referenceRange(settings), settings.referenceIndex(),
-                     [this](int index) { SuperResolution_setReferenceFrame(context_, index); });
-    } catch (...) {
-        SuperResolution_release(context_);
-        throw;
-    }
-}
-
-BurstAnswer FlatEngine::addFrame(const cv::Mat_<float>& frame)
-{
-    BurstAnswer answer;
-    answer.code = SuperResolution_addImage(context_, frame.ptr<float>());
-    if (answer.code == SuperResolution_failure || answer.code == SuperResolution_noStructure)
-        answer.message = storedMessage();
-    ++frameCount_;
-    answer.hasImage = frameCount_ >= EngineDefaults::flatWindow && !isFailure(answer.code);
-    return answer;
-}
-
-cv::Mat_<float> FlatEngine::image()
-{
-    int width = 0;
-    int height = 0;
-    if (SuperResolution_queryOutputImageSize(context_, &width, &height) != SuperResolution_success)
-        throw EngineError(storedMessage());
-    cv::Mat_<float> image(height, width);
-    if (SuperResolution_getSuperresolutionImage(context_, image.ptr<float>()) != SuperResolution_success)
-        throw EngineError(storedMessage());
-    return image;
-}
+constexpr std::array<std::pair<const char*, BurstMotion>, 4> motions{{
+    {"global", BurstMotion::global},
+    {"local", BurstMotion::local},
+    {"single", BurstMotion::single},
+    {"auto", BurstMotion::best},
+}};
 
 }  // namespace
 
 EngineKind SuperresSettings::kind() const
 {
     return engine.value_or(radiance || quality ? EngineKind::reference : EngineKind::production);
-}
-
-bool SuperresSettings::needsEngineClass() const
-{
-    return kind() != EngineKind::production || report || trace || window || relativeResidue || iterations ||
-           weight || registrationError || psfSigma;
 }
 
 int SuperresSettings::windowSize() const
@@ -127,6 +66,22 @@ int SuperresSettings::referenceIndex() const
     if (vxsupport::isFixedPoint(kind()))
         return reference.value_or(EngineDefaults::referenceIndex);
     return reference.value_or(std::min(EngineDefaults::flatReferenceIndex, windowSize() - 1));
+}
+
+std::vector<std::string> motionNames()
+{
+    std::vector<std::string> names;
+    for (const auto& [name, motion] : motions)
+        names.emplace_back(name);
+    return names;
+}
+
+BurstMotion motionFrom(const std::string& name)
+{
+    for (const auto& [known, motion] : motions)
+        if (name == known)
+            return motion;
+    throw UsageError("--motion " + name + ": expected global, local, single or auto");
 }
 
 std::vector<std::string> engineNames()
@@ -159,8 +114,11 @@ std::string referenceRange(const SuperresSettings& settings)
     return "0 (the newest frame) to " + std::to_string(settings.windowSize() - 1) + " (the oldest)";
 }
 
-std::string cameraText(const std::string& camera)
+std::string cameraText(const SuperresSettings& settings)
 {
+    const std::string& camera = settings.camera;
+    const float unknown =
+        settings.motion == BurstMotion::global ? EngineDefaults::psfSigma : EngineDefaults::motionPsfSigma;
     const std::optional<float> sigma = psfSigmaFor(camera);
     std::ostringstream text;
     if (sigma)
@@ -168,7 +126,7 @@ std::string cameraText(const std::string& camera)
     else
         text << (camera.empty() ? "no --camera" : "camera \"" + camera + "\" is not known")
              << "; an unknown camera is assumed: ";
-    text << "point spread " << sigma.value_or(EngineDefaults::psfSigma) << " pixels of the result";
+    text << "point spread " << sigma.value_or(unknown) << " pixels of the result";
     return text.str();
 }
 
@@ -193,9 +151,8 @@ std::string textOf(const BurstAnswer& answer)
 
 std::unique_ptr<BurstEngine> openBurstEngine(cv::Size frameSize, const SuperresSettings& settings)
 {
-    if (settings.needsEngineClass())
-        return openEngineClass(frameSize, settings);
-    return std::make_unique<FlatEngine>(frameSize, settings);
+    return settings.motion == BurstMotion::global ? openEngineClass(frameSize, settings)
+                                                  : openMotionEngine(frameSize, settings);
 }
 
 }  // namespace vxapp

@@ -10,11 +10,21 @@
 #include "apps/vxkit/burst/RadianceCalibration.h"
 #include "core/base/PointF.h"
 #include "core/diagnostics/DebugDeviceBase.h"
+#include "enhancement/superresolution/LocalMotionReport.h"
 #include "support/EngineRuns.h"
 
 namespace vxapp {
 
 using vxsupport::EngineKind;
+
+/// How a burst's frames are taken to move.
+enum class BurstMotion
+{
+    global,  ///< one shift for each frame
+    local,   ///< differently from place to place
+    single,  ///< not at all: the reference frame alone is used
+    best,    ///< as local if that promises a gain over the reference frame alone, else that
+};
 
 /// Settings of a super-resolution run. What is left empty keeps the default of the flat interface.
 struct SuperresSettings
@@ -22,9 +32,9 @@ struct SuperresSettings
     std::string camera;  ///< camera and lens text; empty: unknown camera
     std::optional<int> reference;
 
+    BurstMotion motion = BurstMotion::global;
     std::optional<EngineKind> engine;  ///< empty: the first one that knows all options
 
-    // Only the engine classes take these.
     std::optional<int> window;
     std::optional<float> relativeResidue;
     std::optional<int> iterations;
@@ -42,10 +52,14 @@ struct SuperresSettings
 
     /// The engine that these settings ask for.
     EngineKind kind() const;
-    bool needsEngineClass() const;
     int windowSize() const;
     int referenceIndex() const;
 };
+
+/// Names of the motions, for people.
+std::vector<std::string> motionNames();
+/// @param name  one of motionNames()
+BurstMotion motionFrom(const std::string& name);
 
 /// Names of the engines, for people.
 std::vector<std::string> engineNames();
@@ -53,26 +67,29 @@ std::vector<std::string> engineNames();
 EngineKind engineKindFrom(const std::string& name);
 
 /// What the engines make of a camera and lens text, for people.
-std::string cameraText(const std::string& camera);
+std::string cameraText(const SuperresSettings& settings);
 
 /// What the last result tells of one frame of the window.
 struct FrameReport
 {
     PointF shift;   ///< displacement against the reference, in frame pixels; positive: scene further right or
                     ///< lower
-    double usable;  ///< share of the pixels that were used, 0 to 1
+    double usable;  ///< share of the pixels that were used, or their mean weight, 0 to 1
 };
 
 /// Answer to one frame.
 struct BurstAnswer
 {
-    int code = 0;                     ///< a SuperResolution_Code
-    std::string message;              ///< the stored message of -4 and -999
-    bool hasImage = false;            ///< a new image was computed
-    std::optional<float> factor;      ///< achieved enlargement, where it is told
-    std::optional<int> iterations;    ///< solver steps, where they are told
-    std::vector<FrameReport> frames;  ///< oldest first; empty where not told
-    cv::Mat_<float> quality;          ///< of the reference engine, where asked for; else empty
+    int code = 0;                                         ///< a SuperResolution_Code
+    std::string message;                                  ///< the stored message of -4 and -999
+    bool hasImage = false;                                ///< a new image was computed
+    std::optional<float> factor;                          ///< achieved enlargement, where it is told
+    std::optional<int> iterations;                        ///< solver steps, where they are told
+    std::vector<FrameReport> frames;                      ///< oldest first; empty where not told
+    std::optional<halvor::vx::LocalMotionReport> motion;  ///< of the engine of local motion
+    bool choseSingle = false;    ///< the report promised no gain, so that the reference frame alone was used
+    cv::Mat_<float> confidence;  ///< of that engine: how many frames count at each pixel of the reference
+    cv::Mat_<float> quality;     ///< of the reference engine, where asked for; else empty
 };
 
 /// Whether a code means that no image came of the frame.
@@ -93,7 +110,7 @@ public:
     virtual cv::Mat_<float> image() = 0;
 };
 
-/// Opens a context of the flat interface or, where the settings need it, an engine class.
+/// Opens the engine that the settings ask for.
 /// @throws UsageError if a setting is out of its range
 /// @throws EngineError if no engine can be opened for the size
 std::unique_ptr<BurstEngine> openBurstEngine(cv::Size frameSize, const SuperresSettings& settings);

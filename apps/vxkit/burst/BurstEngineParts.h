@@ -74,6 +74,10 @@ inline void tellFrame(PointF shift, const cv::Mat_<unsigned char>& mask, BurstAn
 /// @throws UsageError  for settings with which 16 bits do not hold a result, and sizes that the engine cannot take
 std::unique_ptr<BurstEngine> openFixedEngine(cv::Size frameSize, const SuperresSettings& settings);
 
+/// The engines for motions other than the global one.
+/// @throws UsageError  for settings that they do not know, and sizes that they cannot take
+std::unique_ptr<BurstEngine> openMotionEngine(cv::Size frameSize, const SuperresSettings& settings);
+
 /// The engine class that the settings ask for.
 std::unique_ptr<BurstEngine> openEngineClass(cv::Size frameSize, const SuperresSettings& settings);
 

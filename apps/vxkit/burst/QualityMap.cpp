@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/vxkit/burst/QualityMap.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <iomanip>
@@ -67,6 +68,16 @@ void saveQualityMap(const std::filesystem::path& path, const cv::Mat_<float>& ma
     writeSafely(path, force, [&](const std::filesystem::path& temporary) {
         return cv::imwrite(temporary.string(), pictureOf(map));
     });
+}
+
+void saveConfidence(const std::filesystem::path& path, const cv::Mat_<float>& frames, bool force)
+{
+    if (isFloatFile(path))
+        return saveFloats(path, frames, force);
+    double most = 0.0;
+    cv::minMaxLoc(frames, nullptr, &most);
+    const ValueRange range{1.0F, std::max(2.0F, static_cast<float>(most))};
+    savePreview(path, frames, range, vxsupport::colourMapNames().front(), force);
 }
 
 }  // namespace vxapp

@@ -17,4 +17,8 @@ std::string qualityTable(const cv::Mat_<float>& map);
 /// with the other writers.
 void saveQualityMap(const std::filesystem::path& path, const cv::Mat_<float>& map, bool force);
 
+/// Writes how many frames count at each pixel in the same ways; the picture goes from one frame to the most that
+/// count anywhere.
+void saveConfidence(const std::filesystem::path& path, const cv::Mat_<float>& frames, bool force);
+
 }  // namespace vxapp

@@ -2,12 +2,7 @@
 #include "apps/vxkit/commands/SuperresCommand.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <iomanip>
-#include <iostream>
 #include <memory>
-#include <opencv2/core.hpp>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -15,284 +10,16 @@
 #include "apps/vxkit/arguments/RecordingArguments.h"
 #include "apps/vxkit/arguments/ResultArguments.h"
 #include "apps/vxkit/arguments/ResultsOption.h"
-#include "apps/vxkit/burst/BurstEngine.h"
-#include "apps/vxkit/burst/Calibration.h"
-#include "apps/vxkit/burst/QualityMap.h"
 #include "apps/vxkit/burst/RadianceCalibration.h"
-#include "apps/vxkit/input/Recording.h"
-#include "apps/vxkit/output/ResultFiles.h"
-#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/commands/SuperresRun.h"
 #include "apps/vxkit/terminal/Failure.h"
-#include "apps/vxkit/terminal/Progress.h"
-#include "core/diagnostics/DebugDeviceConsole.h"
-#include "core/diagnostics/DebugDeviceFile.h"
-#include "enhancement/superresolution/SuperResolutionCAdapter.h"
 #include "enhancement/superresolution/engine/EngineDefaults.h"
-#include "support/Threads.h"
 
 namespace vxapp {
 
 namespace {
 
 using halvor::vx::EngineDefaults;
-
-struct SuperresOptions
-{
-    RecordingOptions recording;
-    std::optional<double> scale;
-    std::optional<double> offset;
-    bool lastOnly = false;
-    SuperresSettings engine;
-    std::string engineName;
-    std::string radiance;  // calibration file
-    std::string trace;     // file, or "-" for the standard error stream
-    ResultOptions results;
-};
-
-/// One run of the command: feeds the frames in their order and writes what the engine answers.
-class SuperresRun
-{
-public:
-    SuperresRun(const SuperresOptions& options, Results& results);
-    void run();
-
-private:
-    void addFrame(int index);
-    void tell(int number, const BurstAnswer& answer, const std::string& written) const;
-    void tellFrames(int number, const BurstAnswer& answer) const;
-    void note(int number, const BurstAnswer& answer, const std::string& written);
-    void finish();
-    void openTrace(const SuperresOptions& options);
-    void finishTrace() const;
-    void noteFailure(int index, const BurstAnswer& answer);
-
-    Results& printer_;
-    Recording recording_;
-    SuperresSettings settings_;
-    std::shared_ptr<halvor::vx::DebugDeviceFile> traceFile_;
-    Calibration calibration_;
-    int window_;
-    int first_;  // index of the first frame that is fed
-    ResultFiles files_;
-    std::unique_ptr<BurstEngine> engine_;
-    Progress progress_;
-    int results_ = 0;
-    int failures_ = 0;
-    std::string firstFailure_;
-};
-
-constexpr int largestWindow = 64;
-
-int checkedWindow(const Recording& recording, const SuperresOptions& options)
-{
-    const int window = options.engine.windowSize();
-    if (window < 2 || window > largestWindow)
-        throw UsageError("--window " + std::to_string(window) + ": expected 2 to " +
-                         std::to_string(largestWindow) + " frames");
-    if (recording.frameCount() < window)
-        throw UsageError(options.recording.inputs.front() + ": " + std::to_string(recording.frameCount()) +
-                         (recording.frameCount() == 1 ? " frame" : " frames") +
-                         " in all; expected at least " + std::to_string(window));
-    return window;
-}
-
-// The engine's settings with the calibration, whose size is that of the frames.
-SuperresSettings settingsFor(const SuperresOptions& options, const Recording& recording)
-{
-    SuperresSettings settings = options.engine;
-    if (!options.radiance.empty())
-        settings.radiance =
-            readRadianceCalibration(options.radiance, recording.frameSize(), options.recording.size);
-    return settings;
-}
-
-Calibration calibrationFor(const SuperresOptions& options, const SuperresSettings& settings,
-                           Recording& recording)
-{
-    if (settings.radiance)
-        return Calibration::byEngine();
-    if (!vxsupport::isFixedPoint(settings.kind()))
-        return {options.scale, options.offset, recording.holdsFloats()};
-    if (recording.holdsFloats())
-        throw UsageError(recording.nameOf(0) + ": holds floats; expected 16-bit counts for --engine " +
-                         options.engineName);
-    double largest = 0.0;
-    for (int i = 0; i < recording.frameCount(); ++i)
-        largest = std::max(largest, cv::norm(recording.values(i), cv::NORM_INF));
-    return Calibration::signedCounts(options.scale, options.offset, largest);
-}
-
-SuperresRun::SuperresRun(const SuperresOptions& options, Results& results)
-    : printer_(results),
-      recording_(options.recording),
-      settings_(settingsFor(options, recording_)),
-      calibration_(calibrationFor(options, settings_, recording_)),
-      window_(checkedWindow(recording_, options)),
-      first_(options.lastOnly ? recording_.frameCount() - window_ : 0),
-      files_(options.results, recording_.firstNumber() + first_ + window_ - 1,
-             recording_.frameCount() - first_ - window_ + 1, calibration_.unit(), recording_),
-      engine_(openBurstEngine(recording_.frameSize(), settings_)),
-      progress_(recording_.frameCount() - first_)
-{
-    // Raw counts have limits of their own, which no frame may exceed half-way.
-    const int checked = settings_.radiance ? recording_.frameCount() : first_ + 1;
-    for (int i = first_; i < checked; ++i)
-        calibration_.requirePlausible(calibration_.toEngine(recording_.values(i)), recording_.nameOf(i));
-    openTrace(options);
-}
-
-// Last, so that bad input leaves no file behind; the engine is made anew, to be heard from its beginning.
-void SuperresRun::openTrace(const SuperresOptions& options)
-{
-    const std::string& path = options.trace;
-    if (path.empty())
-        return;
-    if (path == "-") {
-        settings_.trace = std::make_shared<halvor::vx::DebugDeviceConsole>();
-    } else {
-        if (recording_.readsFrom(path))
-            throw UsageError(path + ": is an input; expected another name for --trace");
-        if (files_.writesTo(path))
-            throw UsageError(path + ": is a result; expected another name for --trace");
-        requireWritable(path, options.results.force);
-        traceFile_ = std::make_shared<halvor::vx::DebugDeviceFile>(path);
-        settings_.trace = traceFile_;
-    }
-    engine_ = openBurstEngine(recording_.frameSize(), settings_);
-}
-
-void SuperresRun::finishTrace() const
-{
-    if (traceFile_ && !traceFile_->isComplete())
-        throw UsageError("--trace: the file could not be written to its end");
-}
-
-void SuperresRun::run()
-{
-    const cv::Size size = recording_.frameSize();
-    std::cout << recording_.frameCount() - first_ << " frames of " << size.width << "x" << size.height << "; "
-              << calibration_.description() << std::endl;
-    if (settings_.kind() != EngineKind::production)
-        std::cout << vxsupport::nameOf(settings_.kind()) << " engine" << std::endl;
-    if (!settings_.psfSigma)
-        std::cout << cameraText(settings_.camera) << std::endl;
-    for (int i = first_; i < recording_.frameCount(); ++i) {
-        progress_.show(i - first_ + 1);
-        addFrame(i);
-    }
-    progress_.clear();
-    if (const std::string written = files_.finish(recording_); !written.empty())
-        std::cout << written << std::endl;
-    finish();
-    finishTrace();
-    if (failures_ == 0)
-        return;
-    std::string message = firstFailure_;
-    if (failures_ > 1)
-        message += "; " + std::to_string(failures_) + " frames failed in all";
-    if (results_ > 0)
-        message +=
-            "; " + std::to_string(results_) + (results_ == 1 ? " result was" : " results were") + " written";
-    throw EngineError(message);
-}
-
-void SuperresRun::finish()
-{
-    printer_.list("results");
-    printer_.set("frames", recording_.frameCount() - first_)
-        .set("written", results_)
-        .set("failures", failures_);
-    printer_.print();
-}
-
-void SuperresRun::addFrame(int index)
-{
-    vxsupport::chooseThreads(static_cast<std::size_t>(recording_.frameSize().area()));
-    const int number = recording_.firstNumber() + index;
-    const BurstAnswer answer = engine_->addFrame(calibration_.toEngine(recording_.values(index)));
-    std::string written;
-    if (answer.hasImage) {
-        written = files_.write(number, calibration_.fromEngine(engine_->image())) +
-                  files_.writeQuality(number, answer.quality);
-        ++results_;
-    }
-    progress_.clear();
-    if (answer.hasImage || answer.code != 0)
-        tell(number, answer, written);
-    note(number, answer, written);
-    if (isFailure(answer.code))
-        noteFailure(index, answer);
-}
-
-void SuperresRun::tell(int number, const BurstAnswer& answer, const std::string& written) const
-{
-    std::ostringstream line;
-    line << "frame " << number << ": code " << answer.code << ", " << textOf(answer);
-    if (answer.factor)
-        line << ", achieved factor " << std::fixed << std::setprecision(2) << *answer.factor;
-    if (answer.iterations)
-        line << ", " << *answer.iterations << (*answer.iterations == 1 ? " solver step" : " solver steps");
-    if (!written.empty())
-        line << " -> " << written;
-    if (answer.code == SuperResolution_failure)
-        line << "; starting anew with the next frame";
-    std::cout << line.str() << std::endl;
-    tellFrames(number, answer);
-}
-
-// What tell() and tellFrames() say, for programs.
-void SuperresRun::note(int number, const BurstAnswer& answer, const std::string& written)
-{
-    if (!answer.hasImage && answer.code == 0)
-        return;
-    ResultRecord& result = printer_.add("results");
-    result.set("frame", number).set("code", answer.code).set("meaning", textOf(answer));
-    if (answer.factor)
-        result.set("factor", static_cast<double>(*answer.factor));
-    if (answer.iterations)
-        result.set("steps", *answer.iterations);
-    if (!written.empty())
-        result.set("written", written);
-    const int count = static_cast<int>(answer.frames.size());
-    for (int i = 0; i < count; ++i) {
-        const FrameReport& frame = answer.frames[static_cast<std::size_t>(i)];
-        result.add("window")
-            .set("frame", number - count + 1 + i)
-            .set("shiftX", static_cast<double>(frame.shift.x))
-            .set("shiftY", static_cast<double>(frame.shift.y))
-            .set("usable", frame.usable)
-            .set("reference", i == count - 1 - settings_.referenceIndex());
-    }
-}
-
-void SuperresRun::tellFrames(int number, const BurstAnswer& answer) const
-{
-    if (answer.frames.empty())
-        return;
-    const int count = static_cast<int>(answer.frames.size());
-    std::ostringstream table;
-    table << "      frame   shift x   shift y    usable\n" << std::fixed;
-    for (int i = 0; i < count; ++i) {
-        const FrameReport& frame = answer.frames[static_cast<std::size_t>(i)];
-        table << std::setw(11) << number - count + 1 + i << std::setprecision(3) << std::setw(10)
-              << frame.shift.x << std::setw(10) << frame.shift.y << std::setprecision(1) << std::setw(8)
-              << frame.usable * 100.0 << " %"
-              << (i == count - 1 - settings_.referenceIndex() ? "  reference" : "") << '\n';
-    }
-    if (!answer.quality.empty())
-        table << qualityTable(answer.quality);
-    std::cout << table.str() << std::flush;
-}
-
-void SuperresRun::noteFailure(int index, const BurstAnswer& answer)
-{
-    if (failures_++ == 0)
-        firstFailure_ =
-            recording_.nameOf(index) + ": " + textOf(answer) + " (code " + std::to_string(answer.code) + ")";
-    // After an exception the engine's windows may be out of step with each other: later frames begin anew.
-    if (answer.code == SuperResolution_failure)
-        engine_ = openBurstEngine(recording_.frameSize(), settings_);
-}
 
 template <typename Value>
 std::string byDefault(Value value)
@@ -304,11 +31,12 @@ std::string byDefault(Value value)
 
 void addSolverOptions(CLI::App& command, SuperresSettings& settings)
 {
-    const std::string group = "Solver (these options use the engine classes in place of the flat interface)";
+    const std::string group = "Solver";
     command
         .add_flag("--report", settings.report,
                   "Print each frame's shift in pixels and its share of usable pixels, the solver's\n"
-                  "steps and, with the reference engine, the quality map")
+                  "steps and, with the reference engine, the quality map; with --motion local how far\n"
+                  "the motion departs from the shift, and the frame's mean weight")
         ->group(group);
     command
         .add_option("--window", settings.window,
@@ -338,9 +66,13 @@ void addSolverOptions(CLI::App& command, SuperresSettings& settings)
         ->type_name("X")
         ->group(group);
     command
-        .add_option("--psf-sigma", settings.psfSigma,
-                    "Deviation of the point spread in pixels of the result, in place of the camera's\n" +
-                        byDefault(EngineDefaults::psfSigma))
+        .add_option(
+            "--psf-sigma", settings.psfSigma,
+            "Deviation of the point spread in pixels of the result, in place of the camera's\n" +
+                byDefault(EngineDefaults::psfSigma) + ". With --motion local, single and auto " +
+                byDefault(EngineDefaults::motionPsfSigma) +
+                ": on\nthe small side, since too small a value leaves the result a little soft, while\n"
+                "one too large rings at edges and costs decibels")
         ->type_name("X")
         ->group(group);
 }
@@ -359,6 +91,50 @@ void addEngineOptions(CLI::App& command, SuperresSettings& settings)
         ->type_name("0..4");
 
     addSolverOptions(command, settings);
+}
+
+void addMotionOptions(CLI::App& command, SuperresOptions& options)
+{
+    command
+        .add_option("--motion", options.motionName,
+                    "global: one shift for each frame, by the engines of --engine. local: follows a\n"
+                    "hand that turns, depth and moving things, and weighs each pixel. single: the\n"
+                    "reference frame alone. auto: local if its report expects 0.3 dB or more over the\n"
+                    "single frame, else single (see below)")
+        ->check(CLI::IsMember(motionNames()))
+        ->capture_default_str();
+    command
+        .add_option("--confidence", options.results.confidence,
+                    "Write how many frames the result rests on at each pixel of the reference frame\n"
+                    "(--motion local, auto). .tif, .tiff or .pfm: floats. .png: a picture")
+        ->type_name("FILE");
+    command.add_flag("--fill-gaps", options.fillGaps,
+                     "Where no result can be made, write the reference frame in plain (bicubic)\n"
+                     "enlargement; the summary tells which");
+}
+
+// The engines that follow motion have settings of their own.
+void settleMotion(SuperresOptions& options)
+{
+    SuperresSettings& engine = options.engine;
+    engine.motion = motionFrom(options.motionName);
+    const bool usesMap = engine.motion == BurstMotion::local || engine.motion == BurstMotion::best;
+    if (!options.results.confidence.empty() && !usesMap)
+        throw UsageError("--confidence: expected --motion local or auto with it");
+    if (engine.motion == BurstMotion::global)
+        return;
+    const auto refuse = [&](bool isGiven, const std::string& name) {
+        if (isGiven)
+            throw UsageError(name + ": has no meaning with --motion " + options.motionName);
+    };
+    refuse(!options.engineName.empty(), "--engine");
+    refuse(!options.radiance.empty(), "--radiance");
+    refuse(!options.results.qualityMap.empty(), "--quality-map");
+    refuse(!options.trace.empty(), "--trace");
+    refuse(engine.relativeResidue.has_value(), "--relative-residue");
+    refuse(engine.iterations.has_value(), "--iterations");
+    refuse(engine.weight.has_value(), "--weight");
+    refuse(engine.registrationError.has_value(), "--registration-error");
 }
 
 void addDiagnosticOptions(CLI::App& command, SuperresOptions& options)
@@ -424,6 +200,14 @@ Units:
   --scale 0.01 --offset -273.15. Without these options the calibration is taken as unknown: the result is in
   counts, too.
 
+Motion:
+  Simulated bursts of plain shifts gain with each of the modes; real hand-held ones often lose with the global
+  one, and what helps them most is the right point spread (--psf-sigma): --motion single has that alone. Several
+  frames add where they bring new positions and agree with each other. --motion local tells after each result how
+  many frames count, how many different positions they give, and what gain it expects; where they add nothing, it
+  writes the single frame's result and says so. The expectation errs by about 2 dB. Of a --window of frames the
+  result lies on the grid of the --reference, also with --motion single, which takes one frame, too.
+
 Engines in fixed point (fixed, fpga):
   They take 16-bit recordings, work on the counts and give counts; with --scale and --offset the result is turned
   into degrees. The result lies on the grid of the newest frame, and --reference (default: 0) only tells whose
@@ -436,7 +220,7 @@ Codes:
    -2  a bad pixel had too few good neighbours and took a fallback value; the result is written
    -3  a frame has half or more of its pixels unregistered; the result is written
    -4  a frame spans less than 2 degrees (32 counts; 2 with --radiance); it is used all the same
-   -6  a frame is displaced by more than a tenth of its height (told by the engine classes only)
+   -6  a frame is displaced by more than a tenth of its height
    -8  a frame's values leave the range of the frames before; no result, and the window starts anew with it
        (engines in fixed point only)
    -9  no corner of the reference frame could be tracked; no result
@@ -448,6 +232,8 @@ Codes:
 Examples:
   vxkit superres burst.pfm -o result.tif --preview result.png
   vxkit superres shot-*.png --scale 0.01 --offset -273.15 --camera "k325 FOV25" -o result.pfm --report
+  vxkit superres shot-*.png --motion auto --psf-sigma 0.4 --confidence frames.png -o result.tif --report
+  vxkit superres shot-1.png --motion single -o result.tif
   vxkit superres recording.raw --size 160x120 --frames 10:5 -o result.png
   vxkit superres burst.pfm --engine reference --report --trace trace.txt --quality-map map.png -o result.tif
   vxkit superres recording.raw --size 160x120 --engine fpga --report -o result.png
@@ -468,10 +254,12 @@ void addSuperresCommand(CLI::App& program)
     command.add_option("--offset", options->offset, "Degrees Celsius at count 0")->type_name("OFFSET");
     command.add_flag("--last", options->lastOnly, "Make only the result of the newest frames");
     addEngineOptions(command, options->engine);
+    addMotionOptions(command, *options);
     addDiagnosticOptions(command, *options);
     command.footer(footer + std::string("\n\n") + radianceFileHelp);
     const auto results = addResultsOption(command);
     command.callback([options, results] {
+        settleMotion(*options);
         settleEngine(*options);
         ResultFiles::checkNames(options->results);
         SuperresRun(*options, *results).run();

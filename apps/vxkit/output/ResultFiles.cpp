@@ -48,6 +48,12 @@ void ResultFiles::checkNames(const ResultOptions& options)
         throw UsageError(options.preview + ": expected a preview name that ends in .png");
     if (!options.qualityMap.empty())
         requireImageResult(options.qualityMap, "a quality map");
+    if (!options.confidence.empty()) {
+        requireImageResult(options.confidence, "a confidence map");
+        for (const std::string& other : {options.path, options.preview, options.qualityMap})
+            if (options.confidence == other)
+                throw UsageError(options.confidence + ": expected a name of its own for the confidence map");
+    }
     if (options.path == options.preview)
         throw UsageError(options.path + ": expected different names for the result and its preview");
     if (!options.qualityMap.empty() &&
@@ -78,7 +84,8 @@ std::vector<std::string> ResultFiles::names() const
     std::vector<std::string> all;
     if (stack_)
         all.push_back(options_.path);
-    for (const std::string& path : {stack_ ? "" : options_.path, options_.preview, options_.qualityMap})
+    for (const std::string& path :
+         {stack_ ? "" : options_.path, options_.preview, options_.qualityMap, options_.confidence})
         for (int number = firstNumber_; !path.empty() && number <= lastNumber_; ++number)
             all.push_back(nameFor(path, number));
     return all;
@@ -124,6 +131,15 @@ std::string ResultFiles::writeQuality(int number, const cv::Mat_<float>& map) co
         return "";
     const std::string name = nameFor(options_.qualityMap, number);
     saveQualityMap(name, map, options_.force);
+    return ", " + name;
+}
+
+std::string ResultFiles::writeConfidence(int number, const cv::Mat_<float>& frames) const
+{
+    if (frames.empty() || options_.confidence.empty())
+        return "";
+    const std::string name = nameFor(options_.confidence, number);
+    saveConfidence(name, frames, options_.force);
     return ", " + name;
 }
 

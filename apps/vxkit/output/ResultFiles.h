@@ -19,6 +19,7 @@ struct ResultOptions
     std::string path;          ///< a file of floats or counts by its ending; may be empty
     std::string preview{};     ///< 8-bit .png; may be empty, but not both
     std::string qualityMap{};  ///< 3 x 3 shares, such a file too; may be empty
+    std::string confidence{};  ///< how many frames count at each pixel, such a file too; may be empty
     std::string colourMap = vxsupport::colourMapNames().front();
     bool force = false;
     bool stack = false;  ///< all results in one file, which videos are without being asked
@@ -47,6 +48,9 @@ public:
     /// Writes what takes all results.
     /// @return what was written, for people; empty if nothing was
     std::string finish(const Recording& input);
+
+    /// Writes how many frames count at each pixel of a result, if that is known and wanted.
+    std::string writeConfidence(int number, const cv::Mat_<float>& frames) const;
 
     /// Whether a path names one of the files.
     bool writesTo(const std::string& path) const;

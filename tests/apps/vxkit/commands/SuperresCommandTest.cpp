@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <filesystem>
 #include <limits>
 #include <random>
 #include <regex>
 
 #include "apps/FrameSamples.h"
 #include "apps/ProgramRun.h"
+#include "enhancement/superresolution/SrLocalMotion.h"
 #include "enhancement/superresolution/SuperResolutionCAdapter.h"
 #include "support/Burst.h"
 
@@ -273,4 +275,74 @@ TEST_F(SuperresCommand, HelpTellsUnitsCodesAndExamples)
     EXPECT_EQ(help.status, 0);
     EXPECT_THAT(help.out, AllOf(HasSubstr("Examples:"), HasSubstr("-273.15"), HasSubstr("-999")));
     EXPECT_EQ(help.error, "");
+}
+
+TEST_F(SuperresCommand, FollowsMotionAndTellsWhatTheResultRestsOn)
+{
+    vxsupport::BurstSettings settings;
+    settings.scene.kind = vxsupport::SceneKind::board;
+    settings.scene.frame = frameSize;
+    settings.seed = 4;
+    const vxsupport::Burst burst = vxsupport::simulateBurst(settings);
+    writePfmStream(at("burst.pfm"), burst.frames);
+    writePfmStream(at("one.pfm"), {burst.frames[1]});
+    writePfmStream(at("still.pfm"), std::vector<cv::Mat_<float>>(5, burst.frames[1]));
+    const std::string spread = " --psf-sigma 0.683 -o ";
+    const ProgramRun local =
+        run("superres burst.pfm --motion local --report --confidence map.pfm" + spread + "local.pfm");
+    ASSERT_EQ(local.status, 0) << local.error;
+    EXPECT_THAT(local.out, AllOf(HasSubstr(" K, effective frames 4."), HasSubstr("1 result; codes: 1 x 0"),
+                                 HasSubstr("local    weight"), HasSubstr(at("map.pfm"))));
+    EXPECT_EQ(image("map.pfm").size(), frameSize);
+    halvor::vx::SrLocalMotion engine(frameSize.width, frameSize.height, 5);
+    engine.setReferenceIndex(3);
+    engine.setPsfSigma(0.683F);
+    for (const cv::Mat_<float>& frame : burst.frames)
+        engine.addFrame(frame);
+    cv::Mat_<float> expected;
+    engine.computeSR(expected);
+    EXPECT_TRUE(sameBits(image("local.pfm"), expected));
+
+    ASSERT_EQ(run("superres burst.pfm --motion auto" + spread + "auto.pfm").status, 0);
+    EXPECT_TRUE(sameBits(image("auto.pfm"), expected));
+    ASSERT_EQ(run("superres burst.pfm --motion single" + spread + "single.pfm").status, 0);
+    ASSERT_EQ(run("superres one.pfm --motion single" + spread + "alone.pfm").status, 0);
+    EXPECT_TRUE(sameBits(image("alone.pfm"), image("single.pfm")));
+    const ProgramRun still = run("superres still.pfm --motion auto" + spread + "same.pfm");
+    EXPECT_THAT(still.out, HasSubstr("made of the reference frame alone"));
+    EXPECT_TRUE(sameBits(image("same.pfm"), image("single.pfm")));
+
+    for (const std::string wrong :
+         {"--motion local --engine phase", "--motion single --confidence x.png", "--motion auto --weight 3",
+          "--motion auto --reference 5", "--motion local --psf-sigma -1", "--confidence x.png",
+          "--motion local --confidence no.pfm"}) {
+        EXPECT_EQ(run("superres burst.pfm -o no.pfm " + wrong).status, 2) << wrong;
+        EXPECT_FALSE(std::filesystem::exists(at("no.pfm")));
+    }
+}
+
+TEST_F(SuperresCommand, SumsUpWhichFramesHadNoPartAndFillsGaps)
+{
+    std::vector<cv::Mat_<float>> frames = burstOf(6).frames;
+    vxsupport::BurstSettings elsewhere;
+    elsewhere.scene.kind = vxsupport::SceneKind::board;
+    elsewhere.scene.frame = frameSize;
+    frames[4] = vxsupport::simulateBurst(elsewhere).frames[0];
+    writePfmStream(at("six.pfm"), frames);
+    for (const std::string motion : {"global", "local"}) {
+        const ProgramRun done = run("superres six.pfm --motion " + motion + " -o " + motion + ".pfm");
+        EXPECT_EQ(done.status, 0) << done.error;
+        EXPECT_THAT(done.out, AllOf(HasSubstr("2 results; codes: "),
+                                    HasSubstr("frame 4 had little or no part in 2 windows: "),
+                                    Not(HasSubstr("frame 3 had"))));
+    }
+    frames[2].row(30).setTo(std::numeric_limits<float>::quiet_NaN());
+    writePfmStream(at("gap.pfm"), frames);
+    const ProgramRun filled = run("superres gap.pfm -o filled.pfm --fill-gaps");
+    EXPECT_EQ(filled.status, 1);
+    EXPECT_THAT(filled.error, Not(HasSubstr("exception raised")));
+    EXPECT_THAT(run("superres gap.pfm -o spoken.pfm --verbose").error, HasSubstr("exception raised"));
+    EXPECT_THAT(filled.out, AllOf(HasSubstr("frame 4: gap, filled by plain enlargement of frame 1"),
+                                  HasSubstr("2 gaps filled by plain enlargement")));
+    EXPECT_EQ(image("filled-0005.pfm").size(), resultSize);
 }
