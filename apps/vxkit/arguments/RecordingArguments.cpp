@@ -2,20 +2,61 @@
 #include "apps/vxkit/arguments/RecordingArguments.h"
 
 #include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+#include "apps/vxkit/formats/FileFormats.h"
 
 namespace vxapp {
+
+namespace {
+
+void addRawOptions(CLI::App& command, RecordingOptions& options)
+{
+    std::vector<std::string> types;
+    for (const SampleFacts& facts : sampleTypes())
+        types.emplace_back(facts.name);
+    command
+        .add_option_function<std::string>(
+            "--dtype", [&options](const std::string& name) { options.hints.samples = sampleTypeNamed(name); },
+            "Type of the samples of a headerless INPUT (default: u16); also of CSV\n"
+            "(default: f32, or f64 for numbers of more than 9 digits)")
+        ->check(CLI::IsMember(types));
+    command
+        .add_option_function<std::string>(
+            "--endian",
+            [&options](const std::string& order) {
+                options.hints.order = order == "big" ? std::endian::big : std::endian::little;
+            },
+            "Byte order of a headerless INPUT (default: little); also of the raw image inside\n"
+            "a JPEG file, where little swaps what its PNG format prescribes")
+        ->check(CLI::IsMember(std::vector<std::string>{"little", "big"}));
+    command.add_option("--header", options.header, "Bytes before the first frame of a headerless INPUT")
+        ->type_name("BYTES");
+    command
+        .add_option("--frame-header", options.frameHeader, "Bytes before each frame of a headerless INPUT")
+        ->type_name("BYTES");
+}
+
+}  // namespace
 
 void addRecordingOptions(CLI::App& command, RecordingOptions& options)
 {
     command
         .add_option("INPUT", options.inputs,
-                    "Frames in their order: PNG, PGM or TIFF (also of several pages) with 16 bits,\n"
-                    "TIFF or PFM with 32-bit floats, or with --size a headerless recording")
+                    "Frames in their order: files of the formats\n" + inputHelp() +
+                        "\nor with --size headerless recordings; - is the standard input")
         ->required();
     command
         .add_option("--size", options.size,
-                    "INPUT is headerless: unsigned 16-bit little-endian frames of this size")
+                    "INPUT is headerless: frames of this size, row by row, of unsigned 16-bit\n"
+                    "little-endian counts unless the next options say otherwise")
         ->type_name("WIDTHxHEIGHT");
+    addRawOptions(command, options);
+    command
+        .add_option("--dataset", options.hints.dataset,
+                    "Path of the frames in an HDF5 file with several data sets")
+        ->type_name("PATH");
     command
         .add_option("--frames", options.frames,
                     "Take COUNT frames from frame FIRST on, counted from 0 over all inputs (default: all)")

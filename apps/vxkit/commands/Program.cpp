@@ -14,9 +14,12 @@
 #include "apps/vxkit/arguments/CommonOptions.h"
 #include "apps/vxkit/arguments/KnownWords.h"
 #include "apps/vxkit/commands/CompareCommand.h"
+#include "apps/vxkit/commands/ConvertCommand.h"
+#include "apps/vxkit/commands/DiffCommand.h"
 #include "apps/vxkit/commands/EnhanceCommand.h"
 #include "apps/vxkit/commands/FilterCommand.h"
 #include "apps/vxkit/commands/HelpCommand.h"
+#include "apps/vxkit/commands/InfoCommand.h"
 #include "apps/vxkit/commands/SelfcheckCommand.h"
 #include "apps/vxkit/commands/ShowCommand.h"
 #include "apps/vxkit/commands/SimulateCommand.h"
@@ -68,8 +71,11 @@ Exit status:
 Program::Program()
 {
     addCompareCommand(app_);
+    addConvertCommand(app_);
+    addDiffCommand(app_);
     addEnhanceCommand(app_);
     addFilterCommand(app_);
+    addInfoCommand(app_);
     addSelfcheckCommand(app_);
     addShowCommand(app_);
     addSimulateCommand(app_);

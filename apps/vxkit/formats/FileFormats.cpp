@@ -45,7 +45,7 @@ const std::vector<FileFormat>& fileFormats()
     static const std::vector<FileFormat> formats{
         {.name = "raw",
          .endings = {".raw"},
-         .sequenceText = "headerless little-endian frames, 16-bit if they came so",
+         .sequenceText = "headerless frames, row by row, little-endian",
          .openSink = openRawSink,
          .samples = everyType},
         {.name = "tiff",
@@ -69,7 +69,11 @@ const std::vector<FileFormat>& fileFormats()
          .starts = {"Pf", "PF"},
          .open = openPfmFile,
          .imageText = "32-bit floats, every bit kept",
-         .saveFloats = savePfm},
+         .sequenceText = "numbered images of 32-bit floats",
+         .saveFloats = savePfm,
+         .openSink = openPfmSink,
+         .oneFilePerFrame = true,
+         .samples = {SampleType::f32}},
         {.name = "png",
          .endings = {".png"},
          .starts = {"\x89PNG"},
@@ -80,7 +84,39 @@ const std::vector<FileFormat>& fileFormats()
          .openSink = openPngSink,
          .oneFilePerFrame = true,
          .samples = {SampleType::u8, SampleType::u16}},
-        {.name = "pgm", .endings = {".pgm"}, .starts = {"P5", "P2"}, .open = openNetpbmFile},
+        {.name = "pgm",
+         .endings = {".pgm"},
+         .starts = {"P5", "P2"},
+         .open = openNetpbmFile,
+         .sequenceText = "numbered 16-bit images",
+         .openSink = openPgmSink,
+         .oneFilePerFrame = true,
+         .samples = {SampleType::u8, SampleType::u16}},
+        {.name = "csv",
+         .endings = {".csv"},
+         .open = openCsvFile,
+         .sequenceText = "numbers as text, an empty line between frames",
+         .openSink = openCsvSink,
+         .samples = everyType},
+        {.name = "jpeg", .endings = {".jpg", ".jpeg"}, .starts = {"\xFF\xD8\xFF"}, .open = openJpegFile},
+#ifdef VXKIT_FITS
+        {.name = "fits",
+         .endings = {".fits", ".fit", ".fts"},
+         .starts = {"SIMPLE  ="},
+         .open = openFitsFile,
+         .sequenceText = "one image of two or three dimensions",
+         .openSink = openFitsSink,
+         .samples = everyType},
+#endif
+#ifdef VXKIT_HDF5
+        {.name = "hdf5",
+         .endings = {".h5", ".hdf5", ".hdf"},
+         .starts = {"\x89HDF\r\n\x1a\n"},
+         .open = openHdf5File,
+         .sequenceText = "one data set named frames",
+         .openSink = openHdf5Sink,
+         .samples = everyType},
+#endif
 #ifdef VXKIT_VIDEO
         {.name = "mkv",
          .endings = {".mkv"},
@@ -163,6 +199,11 @@ std::string imageHelp()
 std::string sequenceHelp()
 {
     return helpOf(&FileFormat::sequenceText);
+}
+
+std::string inputHelp()
+{
+    return endingsText([](const FileFormat& format) { return format.open != nullptr; });
 }
 
 std::vector<std::string> frameFormatNames()

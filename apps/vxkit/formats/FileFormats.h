@@ -70,6 +70,9 @@ std::string endingsText(Predicate isWanted);
 std::string imageHelp();
 std::string sequenceHelp();
 
+/// ".tiff, .tif, .npy or .csv": what files are read from.
+std::string inputHelp();
+
 /// Names of the formats that frames can be written to, floats or counts.
 std::vector<std::string> frameFormatNames();
 

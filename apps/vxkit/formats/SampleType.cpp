@@ -2,6 +2,8 @@
 #include "apps/vxkit/formats/SampleType.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -137,6 +139,15 @@ std::string encodeSamples(const cv::Mat& frame, SampleType type, std::endian ord
     if (order != std::endian::native)
         swapEach(bytes.data(), gapless.total(), facts.bytes);
     return bytes;
+}
+
+std::string valueText(double value, SampleType type)
+{
+    std::array<char, 64> text{};
+    char* const end = text.data() + text.size();
+    const auto written = type == SampleType::f32 ? std::to_chars(text.data(), end, static_cast<float>(value))
+                                                 : std::to_chars(text.data(), end, value);
+    return {text.data(), written.ptr};
 }
 
 cv::Mat convertSamples(const cv::Mat& frame, SampleType to, ConversionLosses& losses)

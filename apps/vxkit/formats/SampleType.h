@@ -57,6 +57,10 @@ cv::Mat decodeSamples(std::span<const char> bytes, cv::Size size, SampleType typ
 /// @param frame  of the type's storage
 std::string encodeSamples(const cv::Mat& frame, SampleType type, std::endian order);
 
+/// A value with the fewest digits from which it can be read again.
+/// @param type  of the samples that it comes from
+std::string valueText(double value, SampleType type);
+
 /// What became of values in another type.
 struct ConversionLosses
 {

@@ -21,7 +21,6 @@ struct Look
 
 // What people have on their disks beside the formats of the table.
 constexpr std::array looks{
-    Look{0, "\xFF\xD8\xFF"sv, "a JPEG picture"},
     Look{0, "GIF8"sv, "a GIF picture"},
     Look{0, "BM"sv, "a BMP picture"},
     Look{8, "WEBP"sv, "a WebP picture"},

@@ -12,6 +12,7 @@
 
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/FrameFileParts.h"
+#include "apps/vxkit/input/Spool.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
@@ -37,6 +38,8 @@ const FileFormat* formatOfContent(const std::string& path, std::string_view star
 {
     if (const FileFormat* format = formatStartingWith(start))
         return format;
+    if (looksLikeCsv(start))
+        return formatNamed("csv");
     const FileFormat* format = formatOf(path);
     const bool tellsNothing = format != nullptr && format->open != nullptr && format->starts.empty();
     return tellsNothing ? format : nullptr;
@@ -109,6 +112,8 @@ void requireMoreThanBytes(const std::string& name, SampleType samples)
 
 std::unique_ptr<FrameFile> openImageFile(const std::string& path, const FileHints& hints)
 {
+    if (isReadOnce(path))
+        return openReadOnce(path, [&hints](const std::string& name) { return openImageFile(name, hints); });
     std::uint64_t bytes = 0;
     std::ifstream file = openForReading(path, bytes);
     std::array<char, startBytes> buffer{};

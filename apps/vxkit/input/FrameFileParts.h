@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -34,6 +35,17 @@ std::vector<std::uint64_t> tiffPages(const std::string& path);
 /// What bytes at the start of a file look like, for messages: "a GIF picture".
 std::string looksOf(std::string_view start);
 
+class Spool;
+
+using FileOpener = std::function<std::unique_ptr<FrameFile>(const std::string& path)>;
+
+/// Opens what lies in a spool, and keeps it.
+/// @param name  takes the place of the spool's path in messages
+std::unique_ptr<FrameFile> openSpooled(const std::string& name, std::unique_ptr<Spool> spool,
+                                       const FileOpener& open);
+/// The same for what a name delivers that can be read but once.
+std::unique_ptr<FrameFile> openReadOnce(const std::string& path, const FileOpener& open);
+
 // What the table of formats opens.
 using FormatOpener = std::unique_ptr<FrameFile>(const std::string& path, const FileHints& hints);
 FormatOpener openCsvFile;
@@ -44,10 +56,10 @@ FormatOpener openPfmFile;  ///< also several images of one size
 FormatOpener openPngFile;
 FormatOpener openTiffFile;
 FormatOpener openVideoFile;  ///< Matroska, MP4, AVI; grey of 9 to 16 bits
-#ifdef VXKIT_WITH_FITS
+#ifdef VXKIT_FITS
 FormatOpener openFitsFile;
 #endif
-#ifdef VXKIT_WITH_HDF5
+#ifdef VXKIT_HDF5
 FormatOpener openHdf5File;
 #endif
 

@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "apps/vxkit/input/FrameFileParts.h"
+#include "apps/vxkit/input/Spool.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
@@ -72,6 +73,8 @@ cv::Mat RawFile::read(int index)
 
 std::unique_ptr<FrameFile> openRawFile(const std::string& path, const RawLayout& layout)
 {
+    if (isReadOnce(path))
+        return openReadOnce(path, [&layout](const std::string& name) { return openRawFile(name, layout); });
     return std::make_unique<RawFile>(path, layout);
 }
 

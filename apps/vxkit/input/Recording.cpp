@@ -5,8 +5,10 @@
 #include <charconv>
 #include <filesystem>
 
+#include "apps/vxkit/formats/ByteOrder.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/Verbosity.h"
 
 namespace vxapp {
 
@@ -65,6 +67,17 @@ cv::Size parseSize(const std::string& text)
     return {size->first, size->second};
 }
 
+RecordingOptions forFile(RecordingOptions options, const std::string& name)
+{
+    options.inputs = {name};
+    if (isImageName(name)) {
+        options.size.clear();
+        options.header = 0;
+        options.frameHeader = 0;
+    }
+    return options;
+}
+
 Recording::Recording(const RecordingOptions& options) : names_(options.inputs)
 {
     for (std::size_t file = 0; file < names_.size(); ++file) {
@@ -76,6 +89,7 @@ Recording::Recording(const RecordingOptions& options) : names_(options.inputs)
     checkFrames();
     if (!options.takesBytes)
         requireMoreThanBytes(nameOf(0), shape_.sample);
+    warnOfByteOrder();
 }
 
 void Recording::select(const std::string& frames)
@@ -113,6 +127,15 @@ void Recording::checkFrames()
     }
 }
 
+void Recording::warnOfByteOrder()
+{
+    if (guessByteOrder(frame(0)) != OrderGuess::swapped)
+        return;
+    warn(nameOf(0) +
+         ": the bytes of the samples look swapped (noise stands in the high byte's place); --endian little "
+         "or big names the order of headerless recordings and of images inside JPEG files");
+}
+
 void Recording::requireShape(const FrameShape& shape, const std::string& name)
 {
     if (shape_.type < 0)
@@ -125,7 +148,7 @@ void Recording::requireShape(const FrameShape& shape, const std::string& name)
 std::string Recording::nameOf(int index) const
 {
     const Place& place = places_.at(static_cast<std::size_t>(index));
-    const std::string& name = names_[place.file];
+    const std::string name = names_[place.file] == "-" ? "standard input" : names_[place.file];
     return files_[place.file]->frameCount() == 1 ? name : name + ", frame " + std::to_string(place.frame);
 }
 

@@ -33,6 +33,9 @@ struct RecordingOptions
     bool takesBytes = false;        ///< frames may hold 8-bit counts, as pictures for looking at do
 };
 
+/// The options for one file alone. What is said of headerless recordings does not count if it is none by its name.
+RecordingOptions forFile(RecordingOptions options, const std::string& name);
+
 /// Frames of one size and kind, from any number of files in the order given.
 ///
 /// Opening a recording checks all of its frames, so that nothing fails half-way: image files are decoded
@@ -77,6 +80,7 @@ private:
 
     void select(const std::string& frames);
     void checkFrames();
+    void warnOfByteOrder();
     void requireShape(const FrameShape& shape, const std::string& name);
 
     std::vector<std::string> names_;

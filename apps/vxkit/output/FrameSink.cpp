@@ -20,7 +20,7 @@ constexpr std::string_view follow = "follow";
 std::vector<std::string> fileNames(const SequenceOptions& options, const FileFormat& format,
                                    const Recording& input, int count)
 {
-    if (!format.oneFilePerFrame || count == 1)
+    if (!format.oneFilePerFrame || count == 1 || isWrittenThrough(options.path))
         return {options.path};
     std::vector<std::string> names;
     const int last = input.firstNumber() + count - 1;

@@ -23,6 +23,15 @@ struct SinkRequest
 };
 
 // What the table of formats opens.
+std::unique_ptr<FrameSink> openCsvSink(const SinkRequest& request);
+#ifdef VXKIT_FITS
+std::unique_ptr<FrameSink> openFitsSink(const SinkRequest& request);
+#endif
+#ifdef VXKIT_HDF5
+std::unique_ptr<FrameSink> openHdf5Sink(const SinkRequest& request);
+#endif
+std::unique_ptr<FrameSink> openPgmSink(const SinkRequest& request);
+std::unique_ptr<FrameSink> openPfmSink(const SinkRequest& request);
 std::unique_ptr<FrameSink> openNpySink(const SinkRequest& request);
 std::unique_ptr<FrameSink> openRawSink(const SinkRequest& request);
 std::unique_ptr<FrameSink> openTiffSink(const SinkRequest& request);

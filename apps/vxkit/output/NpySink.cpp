@@ -1,9 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <fstream>
-
-#include "apps/vxkit/output/FrameSinkParts.h"
-#include "apps/vxkit/output/SafeWrite.h"
-#include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/output/StreamSink.h"
 
 namespace vxapp {
 
@@ -20,11 +16,11 @@ std::string kindOf(SampleType samples)
 std::string headerOf(const SequenceShape& shape)
 {
     constexpr std::size_t alignment = 64;
+    constexpr std::size_t start = 10;
     const std::string frames = shape.frames > 1 ? std::to_string(shape.frames) + ", " : "";
     std::string text = "{'descr': '" + std::string(shape.samples == SampleType::u8 ? "|" : "<") +
                        kindOf(shape.samples) + "', 'fortran_order': False, 'shape': (" + frames +
                        std::to_string(shape.size.height) + ", " + std::to_string(shape.size.width) + "), }";
-    const std::size_t start = 10;
     const std::size_t unaligned = (start + text.size() + 1) % alignment;
     text.append(unaligned == 0 ? 0 : alignment - unaligned, ' ');
     text.push_back('\n');
@@ -33,47 +29,17 @@ std::string headerOf(const SequenceShape& shape)
     return std::string("\x93NUMPY\x01\0", 8) + lengthBytes + text;
 }
 
-class NpySink : public FrameSink
+class NpySink : public StreamSink
 {
 public:
-    explicit NpySink(const SinkRequest& request)
-        : shape_(request.shape),
-          file_(request.options.path, request.options.force),
-          stream_(file_.temporaryPath(), std::ios::binary)
-    {
-        write(headerOf(shape_));
-    }
-
-    void add(const cv::Mat& frame) override
-    {
-        write(encodeSamples(frame, shape_.samples, std::endian::little));
-    }
-
-    std::string finish() override
-    {
-        stream_.close();
-        requireWritten();
-        file_.commit();
-        return file_.path().string() + " (" + framesText(shape_) + ", " +
-               std::string(factsOf(shape_.samples).text) + ")";
-    }
+    using StreamSink::StreamSink;
 
 private:
-    void write(const std::string& bytes)
+    std::string encode(const cv::Mat& frame, int index) const override
     {
-        stream_.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        requireWritten();
+        return (index == 0 ? headerOf(shape()) : "") +
+               encodeSamples(frame, shape().samples, std::endian::little);
     }
-
-    void requireWritten() const
-    {
-        if (!stream_.good())
-            throw UsageError(file_.path().string() + " can't be written");
-    }
-
-    SequenceShape shape_;
-    SafeFile file_;
-    std::ofstream stream_;
 };
 
 }  // namespace

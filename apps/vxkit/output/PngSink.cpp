@@ -2,50 +2,41 @@
 #include <opencv2/imgcodecs.hpp>
 #include <vector>
 
-#include "apps/vxkit/output/FrameSinkParts.h"
-#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/output/StreamSink.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 
 namespace {
 
-class PngSink : public FrameSink
+class PngSink : public StreamSink
 {
 public:
-    explicit PngSink(const SinkRequest& request) : shape_(request.shape)
+    explicit PngSink(const SinkRequest& request) : StreamSink(request), path_(request.options.path)
     {
-        for (const std::string& name : request.names)
-            files_.push_back(std::make_unique<SafeFile>(name, request.options.force));
-    }
-
-    void add(const cv::Mat& frame) override
-    {
-        const SafeFile& file = *files_.at(added_++);
-        bool isWritten = false;
-        try {
-            isWritten = cv::imwrite(file.temporaryPath().string(), frame);
-        } catch (const cv::Exception&) {  // told below
-        }
-        if (!isWritten)
-            throw UsageError(file.path().string() + " can't be written");
-    }
-
-    std::string finish() override
-    {
-        for (const std::unique_ptr<SafeFile>& file : files_)
-            file->commit();
-        std::string names = files_.front()->path().string();
-        if (files_.size() > 1)
-            names += " to " + files_.back()->path().filename().string();
-        return names + " (" + framesText(shape_) + ", " + std::to_string(8 * factsOf(shape_.samples).bytes) +
-               " bits)";
+        if (request.names.size() == 1 && shape().frames > 1)
+            throw UsageError(path_ + ": a PNG file holds one frame; expected a format for several");
     }
 
 private:
-    SequenceShape shape_;
-    std::vector<std::unique_ptr<SafeFile>> files_;
-    std::size_t added_ = 0;
+    std::string encode(const cv::Mat& frame, int /*index*/) const override
+    {
+        std::vector<unsigned char> bytes;
+        try {
+            cv::imencode(".png", frame, bytes);
+        } catch (const cv::Exception&) {  // told below
+        }
+        if (bytes.empty())
+            throw UsageError(path_ + " can't be written: the image could not be encoded");
+        return {bytes.begin(), bytes.end()};
+    }
+
+    std::string kindText() const override
+    {
+        return std::to_string(8 * factsOf(shape().samples).bytes) + " bits";
+    }
+
+    std::string path_;
 };
 
 }  // namespace

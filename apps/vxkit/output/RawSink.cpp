@@ -1,52 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <fstream>
-
-#include "apps/vxkit/output/FrameSinkParts.h"
-#include "apps/vxkit/output/SafeWrite.h"
-#include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/output/StreamSink.h"
 
 namespace vxapp {
 
 namespace {
 
-class RawSink : public FrameSink
+class RawSink : public StreamSink
 {
 public:
-    explicit RawSink(const SinkRequest& request)
-        : shape_(request.shape),
-          order_(request.options.order),
-          file_(request.options.path, request.options.force),
-          stream_(file_.temporaryPath(), std::ios::binary)
-    {}
-
-    void add(const cv::Mat& frame) override
-    {
-        const std::string bytes = encodeSamples(frame, shape_.samples, order_);
-        stream_.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        requireWritten();
-    }
-
-    std::string finish() override
-    {
-        stream_.close();
-        requireWritten();
-        file_.commit();
-        return file_.path().string() + " (" + framesText(shape_) + ", " +
-               std::to_string(8 * factsOf(shape_.samples).bytes) +
-               (order_ == std::endian::little ? "-bit little-endian)" : "-bit big-endian)");
-    }
+    explicit RawSink(const SinkRequest& request) : StreamSink(request), order_(request.options.order) {}
 
 private:
-    void requireWritten() const
+    std::string encode(const cv::Mat& frame, int /*index*/) const override
     {
-        if (!stream_.good())
-            throw UsageError(file_.path().string() + " can't be written");
+        return encodeSamples(frame, shape().samples, order_);
     }
 
-    SequenceShape shape_;
+    std::string kindText() const override
+    {
+        return std::to_string(8 * factsOf(shape().samples).bytes) +
+               (order_ == std::endian::little ? "-bit little-endian" : "-bit big-endian");
+    }
+
     std::endian order_;
-    SafeFile file_;
-    std::ofstream stream_;
 };
 
 }  // namespace

@@ -3,11 +3,15 @@
 
 #include <unistd.h>
 
+#include <atomic>
+#include <fstream>
+#include <ostream>
 #include <string>
 #include <system_error>
 #include <utility>
 
 #include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/Verbosity.h"
 
 namespace vxapp {
 
@@ -18,6 +22,25 @@ namespace {
 fs::path folderOf(const fs::path& path)
 {
     return path.has_parent_path() ? path.parent_path() : fs::path(".");
+}
+
+fs::path temporaryElsewhere(const fs::path& path)
+{
+    static std::atomic<int> serial = 0;
+    const std::string name = "vxkit-" + std::to_string(::getpid()) + "-" + std::to_string(++serial);
+    return fs::temp_directory_path() / (name + ".partial" + path.extension().string());
+}
+
+void copyThrough(const fs::path& from, const fs::path& to)
+{
+    std::ifstream whole(from, std::ios::binary);
+    std::ofstream file;
+    if (to != "-")
+        file.open(to, std::ios::binary);
+    std::ostream& out = to == "-" ? resultStream() : file;
+    out << whole.rdbuf() << std::flush;
+    if (!whole.good() || !out.good())
+        throw UsageError(to.string() + " can't be written");
 }
 
 // Same folder, so that the move is a rename; same extension, so that writers choose the same format.
@@ -42,8 +65,17 @@ void requireFree(const fs::path& path, bool force)
 
 }  // namespace
 
+bool isWrittenThrough(const fs::path& path)
+{
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    return path == "-" || fs::is_fifo(status) || fs::is_character_file(status);
+}
+
 void requireWritable(const fs::path& path, bool force)
 {
+    if (isWrittenThrough(path))
+        return;
     if (!path.has_filename())
         throw UsageError("'" + path.string() + "' does not name a file to write");
     requireFree(path, force);
@@ -58,7 +90,9 @@ void requireWritable(const fs::path& path, bool force)
 }
 
 SafeFile::SafeFile(fs::path path, bool force)
-    : path_(std::move(path)), temporaryPath_(temporaryBeside(path_)), force_(force)
+    : path_(std::move(path)),
+      temporaryPath_(isWrittenThrough(path_) ? temporaryElsewhere(path_) : temporaryBeside(path_)),
+      force_(force)
 {
     requireWritable(path_, force_);
 }
@@ -73,6 +107,8 @@ SafeFile::~SafeFile()
 
 void SafeFile::commit()
 {
+    if (isWrittenThrough(path_))
+        return copyThrough(temporaryPath_, path_);
     requireFree(path_, force_);
     std::error_code error;
     fs::rename(temporaryPath_, path_, error);

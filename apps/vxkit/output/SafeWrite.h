@@ -8,7 +8,8 @@ namespace vxapp {
 
 /// A file that appears under its name only when it is complete.
 ///
-/// The writer fills temporaryPath(), which lies in the same folder and carries the same extension, and calls
+/// The writer fills temporaryPath(), which carries the same extension and lies in the same folder (in that for
+/// temporary files if the path is written through, see isWrittenThrough()), and calls
 /// commit(). Without commit() the temporary file is removed and nothing else has been touched.
 class SafeFile
 {
@@ -25,7 +26,7 @@ public:
     const std::filesystem::path& path() const { return path_; }
     const std::filesystem::path& temporaryPath() const { return temporaryPath_; }
 
-    /// Moves the temporary file to its place.
+    /// Moves the temporary file to its place, or what it holds to what is written through.
     /// @throws UsageError if the path has been taken meanwhile and `force` is off, or the move fails
     void commit();
 
@@ -35,6 +36,10 @@ private:
     bool force_;
     bool committed_ = false;
 };
+
+/// Whether a name is that of the standard output ("-"), of a pipe or of a device: these are written to, not replaced,
+/// and get the whole result at once.
+bool isWrittenThrough(const std::filesystem::path& path);
 
 /// Checks without writing anything that a result may be written to `path`; throws as SafeFile does.
 void requireWritable(const std::filesystem::path& path, bool force);

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "apps/vxkit/output/FrameSinkParts.h"
+#include "apps/vxkit/output/SafeWrite.h"
+
+namespace vxapp {
+
+/// A sink of frames that are written one behind the other: into one file, or each into its own.
+class StreamSink : public FrameSink
+{
+public:
+    explicit StreamSink(const SinkRequest& request);
+
+    void add(const cv::Mat& frame) final;
+    std::string finish() final;
+
+protected:
+    const SequenceShape& shape() const { return shape_; }
+    /// The bytes of a frame.
+    /// @param index  of the frame
+    virtual std::string encode(const cv::Mat& frame, int index) const = 0;
+    /// What the bytes are, for people: "16-bit little-endian".
+    virtual std::string kindText() const { return std::string(factsOf(shape_.samples).text); }
+
+private:
+    void close();
+
+    SequenceShape shape_;
+    std::vector<std::unique_ptr<SafeFile>> files_;
+    std::ofstream stream_;
+    int added_ = 0;
+};
+
+}  // namespace vxapp
