@@ -10,6 +10,7 @@
 #include <cmath>
 #include <future>
 #include <limits>
+#include <random>
 
 #include "apps/FrameSamples.h"
 #include "apps/TemporaryFolder.h"
@@ -282,7 +283,7 @@ TEST_F(FileFormatsTest, PipesAreReadAndWritten)
 {
     const std::string pipe = at("pipe");
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-    const auto fed = std::async(std::launch::async, [&] {
+    auto fed = std::async(std::launch::async, [&] {
         const Recording source({{at("in.raw")}, "5x3", ""});
         const auto sink =
             openFrameSink({.path = pipe, .format = "pgm"}, source, {frameSize, 2, SampleType::u16});
@@ -291,7 +292,7 @@ TEST_F(FileFormatsTest, PipesAreReadAndWritten)
         sink->finish();
     });
     Recording recording({{pipe}, "", ""});
-    fed.wait();
+    fed.get();
     ASSERT_EQ(recording.frameCount(), 2);
     EXPECT_TRUE(sameBits(recording.counts(1), sampleCounts(frameSize, 2)));
     EXPECT_TRUE(std::filesystem::is_fifo(pipe));
@@ -307,6 +308,28 @@ TEST_F(FileFormatsTest, UnknownFilesAreToldByWhatTheyLookLike)
         writeText(folder_ / "a.bin", start);
         EXPECT_THAT(refusal({{at("a.bin")}, "", ""}),
                     testing::AllOf(HasSubstr(told), HasSubstr(".npy"), HasSubstr("--size WIDTHxHEIGHT")));
+    }
+}
+
+TEST_F(FileFormatsTest, SurviveDamage)
+{
+    std::mt19937 random(11);  // NOLINT(cert-msc51-cpp): the same bytes in every run
+    const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random()) % limit; };
+    for (const char* name : {"npy", "csv", "tiff", "fits"}) {
+        const FileFormat* format = formatNamed(name);
+        if (format == nullptr)
+            continue;
+        const std::string sound = textOf(write(*format, SampleType::s16).front());
+        for (int round = 0; round < 150; ++round) {
+            std::string damaged = sound;
+            for (std::size_t hit = 0; hit < 1 + below(4); ++hit)
+                damaged[below(round % 2 == 0 ? std::min<std::size_t>(160, sound.size()) : sound.size())] =
+                    static_cast<char>(below(256));
+            damaged.resize(round % 5 == 0 ? 1 + below(damaged.size()) : damaged.size());
+            writeText(folder_ / (std::string("damaged.") + name), damaged);
+            const std::string told = refusal({{at(std::string("damaged.") + name)}, "", ""});
+            EXPECT_TRUE(told == "accepted" || told.find("damaged.") != std::string::npos) << told;
+        }
     }
 }
 
