@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/Threads.h"
 
+#include <dlfcn.h>
 #include <omp.h>
 #include <unistd.h>
 
@@ -15,9 +16,6 @@
 #include <sstream>
 #include <thread>
 
-// Of LLVM's OpenMP library: milliseconds that threads wait awake.
-extern "C" void kmp_set_blocktime(int milliseconds) __attribute__((weak));
-
 namespace vxsupport {
 
 namespace {
@@ -29,6 +27,13 @@ constexpr std::chrono::milliseconds glanceInterval(50);
 // A neighbour that runs for a moment only is none.
 constexpr int glances = 3;
 constexpr std::chrono::microseconds glancePause(500);
+
+// Of LLVM's OpenMP library: sets the milliseconds that threads wait awake. Null with another library.
+using SetBlocktime = void (*)(int milliseconds);
+SetBlocktime setBlocktime()
+{
+    return reinterpret_cast<SetBlocktime>(dlsym(RTLD_DEFAULT, "kmp_set_blocktime"));
+}
 
 bool isWaitToldByUser()
 {
@@ -58,8 +63,8 @@ void shareMachine(char** argv)
     chooseThreads();
     if (isWaitToldByUser() || omp_get_max_threads() < 2)
         return;
-    if (kmp_set_blocktime != nullptr)
-        kmp_set_blocktime(0);
+    if (const SetBlocktime set = setBlocktime())
+        set(0);
     else if (setenv(waitPolicy, "passive", 0) == 0)
         execv("/proc/self/exe", argv);  // comes back only if it fails
 }
@@ -77,7 +82,7 @@ void chooseThreads(std::size_t pixels)
         lastGlance = Clock::now();
     }
     // Threads that wait awake are no more than at the start.
-    static const bool sleep = kmp_set_blocktime != nullptr || isWaitToldByUser();
+    static const bool sleep = setBlocktime() != nullptr || isWaitToldByUser();
     static int most = omp_get_num_procs();
     const int free = threadsFor(SIZE_MAX, most, static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN)), running);
     if (!sleep)
