@@ -53,6 +53,9 @@ void LookStage::show(const ToneCurve& curve, MARLOImageEnhancer& chain) const
     const int entries = 1 << chain.histGetWidth();
     const int low = histogram.getMin();
     const int high = histogram.getMax();
+    // Samples at the ends of the 16 bits are none to the chain's histogram: it may hold no range.
+    if (high <= low)
+        return;
     const std::vector<int> levels = curve.levels(low, high - low + 1, tone_.tail);
     for (int i = 0; i < entries; ++i)
         histogram.getTransferCurve()[i] = levels[static_cast<std::size_t>(

@@ -234,6 +234,18 @@ TEST_F(EnhanceCommand, LooksFillTheDisplayAndSeeAheadAsFarAsAsked)
     EXPECT_FALSE(begins("3", "") == begins("3", " --frames 0:4"));
 }
 
+TEST_F(EnhanceCommand, TakesFramesWithoutContrast)
+{
+    for (const int count : {0, 65535, 3000}) {
+        std::filesystem::remove(at("even.raw"));
+        for (int frame = 0; frame < 2; ++frame)
+            appendRaw(at("even.raw"), cv::Mat_<std::uint16_t>(frameSize, static_cast<std::uint16_t>(count)));
+        const ProgramRun result =
+            run("enhance even.raw --size 132x40 -o out.raw --force --contact-sheet even.png");
+        EXPECT_EQ(result.status, 0) << count << ": " << result.error;
+    }
+}
+
 TEST_F(EnhanceCommand, MendsBadPixelsByWhatItLearnsOrByAMap)
 {
     std::filesystem::remove(at("in.raw"));
