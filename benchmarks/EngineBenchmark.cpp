@@ -15,10 +15,10 @@
 #include <memory>
 #include <numeric>
 #include <opencv2/core.hpp>
-#include <opencv2/superres.hpp>
 #include <string_view>
 #include <vector>
 
+#include "benchmarks/BurstPeer.h"
 #include "benchmarks/LiveEngine.h"
 #include "benchmarks/Timing.h"
 #include "core/diagnostics/DebugSingleton.h"
@@ -27,7 +27,6 @@
 
 using namespace halvor::vx;
 using vxbench::fastestSeconds;
-using vxbench::framesOf;
 using vxbench::useThreads;
 using vxbench::windowSize;
 
@@ -143,39 +142,10 @@ double processorSeconds(Work work)
     return static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
 }
 
-/// The frames as the peer wants them, in 8 bits, over and over.
-class FrameLoop : public cv::superres::FrameSource
-{
-public:
-    explicit FrameLoop(const std::vector<cv::Mat_<float>>& frames)
-    {
-        for (const cv::Mat_<float>& frame : frames) {
-            cv::Mat gray;
-            cv::normalize(frame, gray, 0.0, 255.0, cv::NORM_MINMAX, CV_8U);
-            frames_.push_back(gray);
-        }
-    }
-    void nextFrame(cv::OutputArray frame) override
-    {
-        frames_[next_].copyTo(frame);
-        next_ = (next_ + 1) % frames_.size();
-    }
-    void reset() override { next_ = 0; }
-
-private:
-    std::vector<cv::Mat> frames_;
-    std::size_t next_ = 0;
-};
-
-// The peer as it is shipped, but for the enlargement and the window of five frames; like the engine it takes
-// one new frame and gives one image.
 void bilateralTotalVariation(benchmark::State& state)
 {
     useThreads(1);
-    const auto peer = cv::superres::createSuperResolution_BTVL1();
-    peer->setScale(2);
-    peer->setTemporalAreaRadius(windowSize / 2);
-    peer->setInput(cv::makePtr<FrameLoop>(framesOf(sizeOf(state))));
+    const auto peer = vxbench::burstPeer(sizeOf(state));
     cv::Mat image;
     peer->nextFrame(image);
     double seconds = std::numeric_limits<double>::max();

@@ -43,7 +43,7 @@ public:
             nextImage();
     }
 
-    float nextImage()
+    auto nextImage()
     {
         engine_.addFrame(frames_[next_].template ptr<float>());
         next_ = (next_ + 1) % frames_.size();

@@ -50,6 +50,12 @@ VX_KERNEL void denormaliseRow(const float* VX_RESTRICT in, float factor, float c
         out[i] = in[i] * factor + centre;
 }
 
+// Threads for work of which each needs memory of its own.
+int teamSize(std::size_t workers)
+{
+    return std::min(omp_get_max_threads(), static_cast<int>(workers));
+}
+
 int samplesOf(const cv::Size& size)
 {
     const auto along = [](int length) { return (length + 7) / 8; };
@@ -91,8 +97,7 @@ MotionBurst::MotionBurst(const cv::Size& size, int capacity)
 
 void MotionBurst::normalise(const std::vector<MotionFrame>& frames, int count, int reference)
 {
-    const int threads = std::min(omp_get_max_threads(), static_cast<int>(sorted_.size()));
-#pragma omp parallel for schedule(static, 1) num_threads(threads)
+#pragma omp parallel for schedule(static, 1) num_threads(teamSize(sorted_.size()))
     for (int k = 0; k < count; ++k)
         noises_[static_cast<std::size_t>(k)] =
             frameNoise(frames[static_cast<std::size_t>(k)].values,
@@ -154,8 +159,7 @@ void MotionBurst::run(const std::vector<MotionFrame>& frames, int count, int ref
 void MotionBurst::compareOthers(const std::vector<MotionFrame>& frames, int count, int reference)
 {
     reference_.set(normalised_[static_cast<std::size_t>(reference)]);
-    const int threads = std::min(omp_get_max_threads(), static_cast<int>(comparisons_.size()));
-#pragma omp parallel for schedule(static, 1) num_threads(threads)
+#pragma omp parallel for schedule(static, 1) num_threads(teamSize(comparisons_.size()))
     for (int other = 0; other < count - 1; ++other) {
         const auto k = static_cast<std::size_t>(other < reference ? other : other + 1);
         comparisons_[static_cast<std::size_t>(omp_get_thread_num())].run(
