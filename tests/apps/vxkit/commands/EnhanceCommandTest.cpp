@@ -213,6 +213,7 @@ TEST_F(EnhanceCommand, LooksGiveWayToOptionsOfABlock)
     EXPECT_TRUE(enhanced("--look natural --tnr-alpha 60") == enhanced("--look natural"));
     EXPECT_FALSE(enhanced("--look natural") == enhanced("--look natural --tnr-alpha 10"));
     EXPECT_FALSE(enhanced("--look natural") == enhanced("--look flat"));
+    EXPECT_FALSE(enhanced("--look strong") == enhanced("--look strong --no-peak"));
 }
 
 TEST_F(EnhanceCommand, LooksFillTheDisplayAndSeeAheadAsFarAsAsked)

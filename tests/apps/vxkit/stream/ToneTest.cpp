@@ -68,6 +68,8 @@ TEST(ToneCurve, TakesAFrameWithoutContrast)
     const std::vector<int> levels = curve.levels(32760, 8, 0.002);
     EXPECT_TRUE(std::is_sorted(levels.begin(), levels.end()));
     EXPECT_NEAR(levels.back(), topLevel / 2, 0.1 * topLevel);
+    const std::vector<int> two = ToneCurve(cv::Mat_<int>({1, 2}, {7, 8}), straight).levels(7, 2, 0.002);
+    EXPECT_LT(two[1] - two[0], topLevel / 3) << "hardly any contrast is not blown up to all of the display";
 }
 
 TEST(ToneTrack, FollowsTheLevelAtOnceAndTheShapeSlowly)
