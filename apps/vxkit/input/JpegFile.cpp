@@ -130,7 +130,7 @@ public:
     SampleType sampleOf(const cv::Mat& frame) const override { return image_->sampleOf(frame); }
     cv::Mat read(int index) override
     {
-        const cv::Mat frame = image_->read(index);
+        cv::Mat frame = image_->read(index);
         if (!isSwapped_)
             return frame;
         const SampleType samples = image_->sampleOf(frame);

@@ -176,7 +176,7 @@ void NpyFile::checkShape(std::uint64_t fileBytes)
                                  : shape.size() == 2               ? 1
                                                                    : 0);
     const std::uint64_t perFrame = static_cast<std::uint64_t>(size_.area()) * factsOf(header_.samples).bytes;
-    if ((fileBytes - header_.bytes) / perFrame < static_cast<std::uint64_t>(frames_))
+    if (fileBytes - header_.bytes < static_cast<std::uint64_t>(frames_) * perFrame)
         throw cutOff();
 }
 

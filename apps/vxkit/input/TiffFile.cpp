@@ -139,13 +139,14 @@ bool readStrips(TIFF* tiff, char* bytes, std::size_t size)
     return done == size;
 }
 
-bool readTiles(TIFF* tiff, char* bytes, const Page& page)
+bool readTiles(TIFF* tiff, char* bytes, const Page& page, std::uint64_t fileBytes)
 {
     const auto tileWidth = static_cast<int>(fieldOf<std::uint32_t>(tiff, TIFFTAG_TILEWIDTH, 0));
     const auto tileHeight = static_cast<int>(fieldOf<std::uint32_t>(tiff, TIFFTAG_TILELENGTH, 0));
     const std::size_t pixel = factsOf(page.samples).bytes;
     const tmsize_t tileBytes = TIFFTileSize(tiff);
-    if (tileWidth <= 0 || tileHeight <= 0 ||
+    if (tileWidth <= 0 || tileHeight <= 0 || tileBytes <= 0 ||
+        static_cast<std::uint64_t>(tileBytes) / largestCompression > fileBytes ||
         static_cast<std::uint64_t>(tileBytes) !=
             std::uint64_t{pixel} * static_cast<unsigned>(tileWidth) * static_cast<unsigned>(tileHeight))
         return false;
@@ -158,7 +159,7 @@ bool readTiles(TIFF* tiff, char* bytes, const Page& page)
                 return false;
             const std::size_t columns = static_cast<std::size_t>(std::min(tileWidth, page.size.width - left));
             for (int y = 0; y < std::min(tileHeight, page.size.height - top); ++y) {
-                const auto row = static_cast<std::size_t>(top + y);
+                const auto row = static_cast<std::size_t>(top) + static_cast<std::size_t>(y);
                 const auto width = static_cast<std::size_t>(page.size.width);
                 const auto tileRow = static_cast<std::size_t>(y) * static_cast<std::size_t>(tileWidth);
                 std::copy_n(tile.data() + tileRow * pixel, columns * pixel,
@@ -177,7 +178,7 @@ cv::Mat TiffFile::read(int index)
     if (TIFFSetSubDirectory(tiff.get(), pages_.at(static_cast<std::size_t>(index))) == 1) {
         const Page page = pageOf(tiff.get(), name);
         bytes.resize(static_cast<std::size_t>(page.size.area()) * factsOf(page.samples).bytes);
-        if (TIFFIsTiled(tiff.get()) != 0 ? readTiles(tiff.get(), bytes.data(), page)
+        if (TIFFIsTiled(tiff.get()) != 0 ? readTiles(tiff.get(), bytes.data(), page, fileBytes_)
                                          : readStrips(tiff.get(), bytes.data(), bytes.size())) {
             lastRead_ = page.samples;
             return decodeSamples(bytes, page.size, page.samples, std::endian::native);
