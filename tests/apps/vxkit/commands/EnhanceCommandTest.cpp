@@ -275,6 +275,8 @@ TEST_F(EnhanceCommand, MendsBadPixelsByWhatItLearnsOrByAMap)
                     {"--measure --no-hist", "--measure: expected"}});
     const ProgramRun filtered = run("filter --spatial --size 132x40 in.raw -o even.raw");
     EXPECT_THAT(filtered.out, HasSubstr("1 hot and 0 cold"));
+    EXPECT_EQ(run("filter --spatial --bad-pixels off --size 132x40 in.raw -o rough.raw").status, 0);
+    EXPECT_FALSE(textOf(at("even.raw")) == textOf(at("rough.raw")));
     EXPECT_EQ(run("filter --cluster --bad-pixels auto --size 132x40 in.raw -o c.raw").status, 2);
 }
 
