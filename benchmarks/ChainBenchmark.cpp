@@ -32,10 +32,10 @@ constexpr int streamLength = 4;
 constexpr int chainImages = 6;
 
 /// The same few frames over and over, as each kind of subject takes them.
-class Stream
+class FrameStream
 {
 public:
-    explicit Stream(Size size)
+    explicit FrameStream(Size size)
     {
         for (int number = 0; number < streamLength; ++number) {
             pixels_.push_back(blocktest::makeFrame(blocktest::Scene::calm, size, number));
@@ -70,7 +70,7 @@ private:
 void equalisation(benchmark::State& state)
 {
     const Size size = sizeOf(state);
-    Stream stream(size);
+    FrameStream stream(size);
     Histogram own(size.cols, size.rows);
     Histogram plainForm(size.cols, size.rows);
     std::vector<int> binData(static_cast<std::size_t>(own.BinDataRoom()));
@@ -99,7 +99,7 @@ void equalisation(benchmark::State& state)
 void peaking(benchmark::State& state)
 {
     const Size size = sizeOf(state);
-    Stream stream(size);
+    FrameStream stream(size);
     const int* const pixels = stream.pixels();
     std::vector<int> frame(pixels, pixels + stream.result.size());
     for (int& pixel : frame)
@@ -122,7 +122,7 @@ void peaking(benchmark::State& state)
 void wholeChain(benchmark::State& state)
 {
     const Size size = sizeOf(state);
-    Stream stream(size);
+    FrameStream stream(size);
     cv::Mat_<short> result;
     MARLOImageEnhancer own(size.cols, size.rows);
     plain::Chain plainForm(size.cols, size.rows, CamInternalSettings{});
@@ -148,7 +148,9 @@ int main(int argc, char** argv)
 {
     const int console = dup(STDOUT_FILENO);
     std::ofstream report("/dev/fd/" + std::to_string(console));
-    if (console < 0 || !report || std::freopen("/dev/null", "w", stdout) == nullptr)
+    // The stream that is reopened is the C library's own.
+    if (console < 0 || !report ||
+        std::freopen("/dev/null", "w", stdout) == nullptr)  // NOLINT(cppcoreguidelines-owning-memory)
         return 1;
     std::streambuf* const standard = std::cout.rdbuf(report.rdbuf());
     cv::setNumThreads(omp_get_max_threads());  // the peers get as many as we do
