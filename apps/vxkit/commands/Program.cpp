@@ -20,6 +20,7 @@
 #include "apps/vxkit/commands/FilterCommand.h"
 #include "apps/vxkit/commands/HelpCommand.h"
 #include "apps/vxkit/commands/InfoCommand.h"
+#include "apps/vxkit/commands/PsfCommand.h"
 #include "apps/vxkit/commands/SelfcheckCommand.h"
 #include "apps/vxkit/commands/ShowCommand.h"
 #include "apps/vxkit/commands/SimulateCommand.h"
@@ -76,6 +77,7 @@ Program::Program()
     addEnhanceCommand(app_);
     addFilterCommand(app_);
     addInfoCommand(app_);
+    addPsfCommand(app_);
     addSelfcheckCommand(app_);
     addShowCommand(app_);
     addSimulateCommand(app_);

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "apps/vxkit/arguments/CameraCheck.h"
 #include "apps/vxkit/arguments/RecordingArguments.h"
 #include "apps/vxkit/arguments/ResultArguments.h"
 #include "apps/vxkit/arguments/ResultsOption.h"
@@ -82,7 +83,9 @@ void addEngineOptions(CLI::App& command, SuperresSettings& settings)
     command
         .add_option("--camera", settings.camera,
                     "Camera and lens, which set the width of the point spread: the three digits of\n"
-                    "a model (310 315 316 320 321 322 325 330) and FOV with the field of view")
+                    "a model (" +
+                        cameraModels() + ") and FOV with the field of view")
+        ->check(knownCamera())
         ->type_name("\"k325 FOV25\"");
     command
         .add_option("--reference", settings.reference,

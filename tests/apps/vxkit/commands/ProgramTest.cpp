@@ -5,6 +5,7 @@
 
 #include "apps/FrameSamples.h"
 #include "apps/ProgramRun.h"
+#include "apps/vxkit/arguments/CameraCheck.h"
 #include "apps/vxkit/arguments/KnownWords.h"
 
 using nlohmann::json;
@@ -120,4 +121,18 @@ TEST_F(Program, TakesFromASettingsFileWhatTheLineDoesNotGive)
                     {"c.ini", "c.ini: margin: no such option"},
                     {"d.ini", "many"},
                     {"missing.ini", "missing.ini"}});
+}
+
+TEST_F(Program, KnowsTheCamerasThatItLists)
+{
+    std::istringstream models(vxapp::cameraModels());
+    int count = 0;
+    for (std::string digits; models >> digits; ++count)
+        EXPECT_THAT(runVxkit({"superres", at("a.png"), "--camera", "k" + digits + " FOV25"}).error,
+                    HasSubstr("nowhere to write to"))
+            << "the next fault of the line";
+    EXPECT_EQ(count, 8);
+    expectRefusals(
+        "superres a.png -o x.tif --camera",
+        {{"k999", "k999: no known camera and lens; expected one of the models 310 "}, {"k325", "FOV"}});
 }
