@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "apps/halvor/Help.h"
 #include "apps/halvor/StreamProcessor.h"
 #include "apps/halvor/Version.h"
 
@@ -21,7 +22,7 @@ void printGreeting()
 
 void printUsage()
 {
-    std::printf("halvor [-h] [-s setting] [stream]\n");
+    std::printf("%s", usageLine);
 }
 
 }  // namespace
@@ -37,6 +38,14 @@ std::string defaultSettingsPath(const std::string& program)
 
 int runHalvor(int argc, const char* const* argv)
 {
+    const std::string first = argc > 1 ? argv[1] : "";
+    if (first == "--help" || first == "--version") {
+        if (first == "--help")
+            std::printf("%s\n%s", usageLine, helpText().c_str());
+        else
+            std::printf("halvor %s\n", versionText);
+        return 0;
+    }
     printGreeting();
     std::string settingsPath = defaultSettingsPath(argc > 0 ? argv[0] : "");
     auto processor = std::make_unique<StreamProcessor>(settingsPath.c_str());

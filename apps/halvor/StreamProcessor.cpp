@@ -72,9 +72,12 @@ bool StreamProcessor::process(const char* settingsPath, const char* stream)
     if (stream != nullptr)
         settings_.fileName = stream;
     frameIndex_ = 0;
+    census_ = {};
     if (pixelCount_ == 0) {
         // Nothing is opened, so that an earlier result stays as it is.
-        std::fprintf(stderr, "halvor: the settings name no usable sensor size: %s is not processed\n",
+        std::fprintf(stderr,
+                     "halvor: the settings name no usable sensor size: %s is not processed (-s FILE names "
+                     "settings; share/vxkit/halvor.ini is an example)\n",
                      settings_.fileName.empty() ? "the stream" : settings_.fileName.c_str());
         return false;
     }
@@ -88,6 +91,8 @@ bool StreamProcessor::process(const char* settingsPath, const char* stream)
         isWhole = writeFrame();
     }
     std::printf("%d processed\n\n", frameIndex_);
+    std::fflush(stdout);
+    tellHint();
     return closeFiles() && isWhole;
 }
 
@@ -102,6 +107,10 @@ bool StreamProcessor::openFiles()
     inFile_ = openFile(in, "rb");
     if (!isReadable(inFile_.get())) {
         std::printf("open: Cannot load %s\n", in.c_str());
+        if (in.empty() || in[0] == '-')
+            std::fprintf(stderr, "halvor: %s; halvor --help tells about options and settings\n",
+                         in.empty() ? "neither the command line nor the settings name a stream"
+                                    : (in + " is taken for a stream").c_str());
         return false;
     }
     std::printf("open: %s\n", in.c_str());
@@ -143,12 +152,35 @@ std::string StreamProcessor::outputName() const
     return name + versionText + ").proc";
 }
 
+bool StreamProcessor::readCapture(std::vector<unsigned char>& buffer)
+{
+    const std::size_t bytes = std::fread(buffer.data(), 1, buffer.size(), inFile_.get());
+    if (bytes == buffer.size()) {
+        ++census_.captures;
+        return true;
+    }
+    census_.isAtEnd = true;
+    census_.rest = bytes;
+    return false;
+}
+
+// On the standard error stream: what stands on the standard output is read by programs.
+void StreamProcessor::tellHint() const
+{
+    StreamCensus census = census_;
+    census.frameBytes = frameBufferA_.size();
+    census.frames = frameIndex_;
+    const std::string hint = hintFor(settings_.fileName, census);
+    if (!hint.empty())
+        std::fprintf(stderr, "halvor: %s: %s\n", settings_.fileName.c_str(), hint.c_str());
+}
+
 bool StreamProcessor::readFrame()
 {
     bool isRepeated = false;
     while (!isRepeated) {
         std::vector<unsigned char>& buffer = readToggle == 0 ? frameBufferA_ : frameBufferB_;
-        if (std::fread(buffer.data(), 1, buffer.size(), inFile_.get()) != buffer.size())
+        if (!readCapture(buffer))
             return false;
         readToggle = readToggle == 0 ? 1 : 0;
         isRepeated = hasPredecessor_ && frameBufferA_ == frameBufferB_;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "apps/halvor/Settings.h"
+#include "apps/halvor/StreamHints.h"
 #include "enhancement/EnhancerChain.h"
 
 namespace halvorapp {
@@ -51,12 +52,15 @@ private:
     bool closeFiles();
     std::string outputName() const;
     bool readFrame();
+    bool readCapture(std::vector<unsigned char>& buffer);
+    void tellHint() const;
     bool writeFrame();
     bool writeWords(const int* words, int count);
 
     Settings settings_;
     int pixelCount_;
     int frameIndex_ = 0;
+    StreamCensus census_;
     std::vector<unsigned char> frameBufferA_;
     std::vector<unsigned char> frameBufferB_;
     std::vector<unsigned char> outputBuffer_;

@@ -16,6 +16,7 @@
 #include "apps/vxkit/commands/CompareCommand.h"
 #include "apps/vxkit/commands/ConvertCommand.h"
 #include "apps/vxkit/commands/DiffCommand.h"
+#include "apps/vxkit/commands/DocumentsCommand.h"
 #include "apps/vxkit/commands/EnhanceCommand.h"
 #include "apps/vxkit/commands/FilterCommand.h"
 #include "apps/vxkit/commands/HelpCommand.h"
@@ -84,6 +85,7 @@ Program::Program()
     addSuperresCommand(app_);
     addVectorsCommand(app_);
     addHelpCommand(app_);
+    addDocumentsCommand(app_);
     addCommonOptions(app_, options_);
     app_.require_subcommand(1);
     app_.set_version_flag("--version", versionText, "Tell the versions of the program and its libraries");

@@ -17,6 +17,7 @@
 #include "apps/vxkit/output/Output.h"
 #include "apps/vxkit/output/SimulatedFiles.h"
 #include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/Progress.h"
 #include "support/Burst.h"
 #include "support/Sensor.h"
 #include "support/Stream.h"
@@ -184,8 +185,16 @@ void writeStream(const SimulateOptions& options, const SimulatedFiles& files)
     const StreamSettings settings = streamOf(options);
     files.reserve({"frame", "ideal"}, settings.frameCount, {noteName});
     const StreamSimulator stream(settings);
-    files.writeSeries("frame", settings.frameCount, [&](int i) { return stream.frame(i); });
-    files.writeSeries("ideal", settings.frameCount, [&](int i) { return stream.ideal(i); });
+    Progress progress(2 * settings.frameCount);
+    files.writeSeries("frame", settings.frameCount, [&](int i) {
+        progress.show(i + 1);
+        return stream.frame(i);
+    });
+    files.writeSeries("ideal", settings.frameCount, [&](int i) {
+        progress.show(settings.frameCount + i + 1);
+        return stream.ideal(i);
+    });
+    progress.clear();
     std::vector<PointF> shifts;
     shifts.reserve(static_cast<std::size_t>(settings.frameCount));
     for (int i = 0; i < settings.frameCount; ++i)

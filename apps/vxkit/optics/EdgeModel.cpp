@@ -42,7 +42,11 @@ public:
     }
 
 private:
-    double sumAt(int border) const { return sums_[static_cast<std::size_t>(border + reach_)]; }
+    double sumAt(int border) const
+    {
+        const int index = border + reach_;
+        return sums_[static_cast<std::size_t>(index)];
+    }
 
     int reach_;
     std::vector<double> sums_;

@@ -3,17 +3,35 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <iostream>
+
+#include "apps/vxkit/terminal/Verbosity.h"
 
 namespace vxapp {
 
-Progress::Progress(int total) : total_(total), onTerminal_(::isatty(STDERR_FILENO) == 1) {}
+Progress::Progress(int total, Clock::duration patience)
+    : total_(total),
+      isWanted_(::isatty(STDERR_FILENO) == 1 && verbosity() != Verbosity::quiet),
+      start_(Clock::now()),
+      next_(start_ + patience)
+{}
 
-void Progress::show(int done)
+void Progress::show(int begun)
 {
-    if (!onTerminal_)
+    constexpr auto pause = std::chrono::milliseconds(100);
+    if (!isWanted_)
         return;
-    std::cerr << "\rframe " << done << " of " << total_ << std::flush;
+    const Clock::time_point now = Clock::now();
+    if (now < next_)
+        return;
+    next_ = now + pause;
+    std::cerr << "\r\033[Kframe " << begun << " of " << total_;
+    if (begun > 1) {
+        const double seconds = std::chrono::duration<double>(now - start_).count();
+        std::cerr << ", " << std::ceil(seconds / (begun - 1) * (total_ - begun + 1)) << " s left";
+    }
+    std::cerr << std::flush;
     shown_ = true;
 }
 

@@ -11,9 +11,13 @@
 
 #include "apps/TemporaryFolder.h"
 #include "apps/halvor/CommandLine.h"
+#include "apps/halvor/Help.h"
 #include "apps/halvor/Settings.h"
+#include "apps/halvor/SettingsTable.h"
 #include "doubles/BlockFrames.h"
 #include "doubles/PlainChain.h"
+#include "enhancement/histogram.h"
+#include "enhancement/peaking.h"
 
 using blocktest::makeFrame;
 using blocktest::Scene;
@@ -86,7 +90,9 @@ protected:
         std::transform(arguments.begin(), arguments.end(), argv.begin(),
                        [](const std::string& argument) { return argument.c_str(); });
         testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
         status_ = halvorapp::runHalvor(static_cast<int>(argv.size()), argv.data());
+        hint_ = testing::internal::GetCapturedStderr();
         return testing::internal::GetCapturedStdout();
     }
 
@@ -97,6 +103,7 @@ protected:
     }
 
     int status_ = -1;
+    std::string hint_;  // what stands on the standard error stream
 };
 
 using HalvorSettings = TemporaryFolder;
@@ -292,4 +299,110 @@ TEST_F(Halvor, SurvivesSettingsWithoutSense)
             EXPECT_THAT(runWith(settings, "scene.raw"), Not(HasSubstr("... 0 processed")));
             EXPECT_EQ(status_, 0);
         }
+}
+
+TEST_F(Halvor, TellsItsHelpAndVersionBeforeAnythingElse)
+{
+    EXPECT_THAT(run({"--help", at("scene.raw")}),
+                testing::StartsWith("halvor [-h] [-s setting] [stream]\n\nRuns"));
+    EXPECT_EQ(status_, 0);
+    EXPECT_EQ(run({"--version"}), "halvor t1.19\n");
+    EXPECT_THAT(run({at("a.raw"), "--help"}), HasSubstr("main: Cannot read"))
+        << "a stream, as any other word";
+    EXPECT_THAT(hint_, HasSubstr("settings name no usable sensor size"));
+}
+
+TEST_F(Halvor, HintsWhyAStreamGivesFewFrames)
+{
+    const auto hintOf = [this](const std::string& bytes, const std::string& size) {
+        writeText(folder_ / "s.raw", bytes);
+        const std::string text = runWith("[Main_Window]\nsensor=@Size(" + size + ")\n", "s.raw");
+        EXPECT_THAT(text, EndsWith("processed\n\nmain: finished\n")) << "nothing but the usual";
+        EXPECT_EQ(status_, 0);
+        return hint_;
+    };
+    const std::string usual = recording({1, 1, 2, 2, 3, 3});
+    EXPECT_EQ(hintOf(usual, "20 9"), "");
+    EXPECT_THAT(hintOf(recording({1, 2, 3, 4, 5}), "20 9"), HasSubstr("0 of 5 frames repeat the one before"));
+    EXPECT_THAT(hintOf(recording({1, 1, 2, 3, 4, 5, 6}), "20 9"), HasSubstr("1 of 7 frames repeat"));
+    EXPECT_THAT(hintOf(usual + "xyz", "20 9"), HasSubstr("360 bytes (sensor=@Size): 3 bytes are left over"));
+    EXPECT_THAT(hintOf("", "20 9"), HasSubstr("the stream is empty"));
+    std::string large;
+    for (const int value : {1, 2})
+        for (int i = 0; i < 2 * 160 * 120; ++i)
+            appendWords(large, {i % (160 * 120) * value});
+    EXPECT_THAT(hintOf(large, "120 100"),
+                HasSubstr("first 19200 samples stand in it twice: sensor=@Size(160 120)"));
+    EXPECT_EQ(hintOf(large, "160 120"), "");
+    runWith(sensorText, "missing.raw");
+    EXPECT_EQ(hint_, "") << "told on the standard output";
+    run({"-s", at("halvor.ini"), "--quiet"});
+    EXPECT_THAT(hint_, HasSubstr("--quiet is taken for a stream; halvor --help"));
+}
+
+TEST_F(Halvor, DocumentsEveryKeyWithTheDefaultThatItHas)
+{
+    writeText(at("empty.ini"), "");
+    writeText(at("example.ini"), halvorapp::exampleSettings());
+    const auto values = [this](const std::string& file) {
+        Settings s;
+        EXPECT_TRUE(readSettings(at(file).c_str(), s));
+        Histogram h(s.cols, s.rows);
+        Peaking p(s.cols, s.rows);
+        h.SetParam(at(file).c_str());
+        p.SetParam(at(file).c_str());
+        const HistogramParam& a = h.param;
+        const PeakingParam& b = p.param;
+        return std::vector<int>{static_cast<int>(s.fileName.size()),
+                                s.length,
+                                s.cols,
+                                s.tnrMode,
+                                s.tnrAlpha,
+                                s.tnrGlobal,
+                                s.tnrCGain,
+                                s.sprEnable,
+                                s.sprThreshold,
+                                s.sprMaxFrame,
+                                s.sprMaxLine,
+                                s.snrMode,
+                                s.snrGain,
+                                a.mode,
+                                a.width,
+                                a.range,
+                                a.offset,
+                                a.speed,
+                                a.gamma,
+                                a.rangedis,
+                                a.poffdis,
+                                a.limit,
+                                a.gain,
+                                a.gainlow,
+                                a.gainhigh,
+                                b.enabled,
+                                b.gain,
+                                b.coring,
+                                b.limit,
+                                b.reductThres,
+                                b.reductGain};
+    };
+    const std::vector<int> defaults = values("empty.ini");
+    EXPECT_EQ(values("example.ini"), defaults);
+    const std::string page = textOf(HALVOR_PAGE);
+    ASSERT_EQ(halvorapp::settingsTable().size(), defaults.size());
+    std::size_t place = 0;
+    for (const halvorapp::SettingsKey& key : halvorapp::settingsTable()) {
+        const std::string size = key.key == std::string("sensor") ? "@Size(" : "";
+        writeText(at("one.ini"), std::string("[") + key.section + "]\n" + key.key + "=" + size + "31 24\n");
+        std::vector<int> changed = values("one.ini");
+        EXPECT_NE(changed[place], defaults[place]) << key.section << ' ' << key.key;
+        changed[place] = defaults[place];
+        if (size.empty()) {
+            EXPECT_EQ(changed, defaults) << key.section << ' ' << key.key << " changes one value";
+        }
+        ++place;
+        const std::string row =
+            std::string("| `") + key.key + "=` | " + key.value + " | " + key.help + " |\n";
+        EXPECT_THAT(page, HasSubstr(row));
+        EXPECT_THAT(halvorapp::helpText(), HasSubstr(key.help));
+    }
 }
