@@ -56,6 +56,7 @@ std::vector<PointF> relativeShifts(const BurstSettings& settings, const Random& 
 std::vector<double> drawTurns(const BurstSettings& settings, Random random)
 {
     std::vector<double> turns;
+    turns.reserve(static_cast<std::size_t>(settings.frameCount));
     for (int i = 0; i < settings.frameCount; ++i)
         turns.push_back(settings.turn * random.normal());
     const double origin = turns.at(static_cast<std::size_t>(settings.reference));

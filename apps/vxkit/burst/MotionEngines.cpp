@@ -18,7 +18,6 @@ namespace vxapp {
 
 namespace {
 
-using halvor::vx::BurstOutcome;
 using halvor::vx::EngineDefaults;
 using halvor::vx::LocalMotionReport;
 using halvor::vx::SlidingWindow;
