@@ -18,6 +18,7 @@ constexpr int smallestSide = 8;
 std::vector<MotionFrame> emptyFrames(const cv::Size& size, int count)
 {
     std::vector<MotionFrame> frames;
+    frames.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)
         frames.push_back({cv::Mat_<float>(size), cv::Mat_<unsigned char>(size)});
     return frames;
