@@ -25,6 +25,8 @@
 #include "enhancement/SpatialNoiseRemover.h"
 #include "enhancement/StaticPatternRemover.h"
 #include "enhancement/TemporalNoiseReduction.h"
+#include "enhancement/superresolution/SrLocalMotion.h"
+#include "enhancement/superresolution/SrSingleFrame.h"
 #include "support/CapturedOutput.h"
 #include "support/EngineRuns.h"
 #include "support/Stream.h"
@@ -88,6 +90,28 @@ void noteEngines(const std::string& name, const std::vector<cv::Mat_<float>>& fr
                 lines);
 }
 
+// Frames that turn and have depth, so that every step of the motion has something to do.
+void noteLocalMotion(SceneKind scene, cv::Size size, Lines& lines)
+{
+    vxsupport::BurstSettings settings;
+    settings.scene.kind = scene;
+    settings.scene.frame = size;
+    settings.turn = 0.01;
+    settings.parallax = 1.0;
+    settings.seed = 7;
+    const std::vector<cv::Mat_<float>> frames = vxsupport::simulateBurst(settings).frames;
+    halvor::vx::SrLocalMotion engine(size.width, size.height, 5);
+    for (const cv::Mat_<float>& frame : frames)
+        engine.addFrame(frame);
+    std::vector<cv::Mat_<float>> images(3);
+    engine.computeSR(images[0]);
+    engine.getEffectiveFrames(images[1]);
+    halvor::vx::SrSingleFrame(size.width, size.height).compute(frames.front(), images[2]);
+    const std::string name = std::string(vxsupport::nameOf(scene)) + " turned " + std::to_string(size.width);
+    lines.note(name + " frames", frames);
+    lines.note(name + " local motion, its frames, single frame", images);
+}
+
 // Widths that fill the vectors of any processor, and widths that leave every kind of rest.
 void noteBursts(Lines& lines)
 {
@@ -104,6 +128,8 @@ void noteBursts(Lines& lines)
     settings.seed = 5;
     noteEngines("outdoor 70x53", vxsupport::simulateBurst(settings).frames, vxsupport::floatEngineKinds(),
                 lines);
+    noteLocalMotion(SceneKind::board, {96, 64}, lines);
+    noteLocalMotion(SceneKind::facade, {70, 53}, lines);
 }
 
 // ---- steps of the registrations: where a last bit differs, only a rare burst shows it
