@@ -198,6 +198,7 @@ ValueRange colourRange(const ValueRange& values)
 std::vector<std::string> captionNames(const std::vector<std::string>& paths)
 {
     std::vector<std::string> names;
+    names.reserve(paths.size());
     for (const std::string& path : paths)
         names.push_back(std::filesystem::path(path).filename().string());
     for (std::size_t i = 0; i < paths.size(); ++i)

@@ -241,11 +241,7 @@ void VideoWriter::Encoder::finish()
     const AvMessages messages;
     send(nullptr);
     require(av_write_trailer(container_.get()));
-    avio_flush(container_->pb);
-    const int code = container_->pb->error;
-    const int closed = avio_closep(&container_->pb);
-    require(code);
-    require(closed);
+    require(avio_closep(&container_->pb));
 }
 
 // An encoder prints a summary at its end.
