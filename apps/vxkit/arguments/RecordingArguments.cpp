@@ -40,13 +40,8 @@ void addRawOptions(CLI::App& command, RecordingOptions& options)
 
 }  // namespace
 
-void addRecordingOptions(CLI::App& command, RecordingOptions& options)
+void addLayoutOptions(CLI::App& command, RecordingOptions& options)
 {
-    command
-        .add_option("INPUT", options.inputs,
-                    "Frames in their order: files of the formats\n" + inputHelp() +
-                        "\nor with --size headerless recordings; - is the standard input")
-        ->required();
     command
         .add_option("--size", options.size,
                     "INPUT is headerless: frames of this size, row by row, of unsigned 16-bit\n"
@@ -57,6 +52,16 @@ void addRecordingOptions(CLI::App& command, RecordingOptions& options)
         .add_option("--dataset", options.hints.dataset,
                     "Path of the frames in an HDF5 file with several data sets")
         ->type_name("PATH");
+}
+
+void addRecordingOptions(CLI::App& command, RecordingOptions& options)
+{
+    command
+        .add_option("INPUT", options.inputs,
+                    "Frames in their order: files of the formats\n" + inputHelp() +
+                        "\nor with --size headerless recordings; - is the standard input")
+        ->required();
+    addLayoutOptions(command, options);
     command
         .add_option("--frames", options.frames,
                     "Take COUNT frames from frame FIRST on, counted from 0 over all inputs (default: all)")

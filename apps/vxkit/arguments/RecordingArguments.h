@@ -10,7 +10,10 @@ class App;
 
 namespace vxapp {
 
-/// Adds INPUT..., --size and --frames to a command.
+/// Adds --size and what else tells how samples lie in a file to a command.
+void addLayoutOptions(CLI::App& command, RecordingOptions& options);
+
+/// Adds INPUT..., --frames and the options of the layout to a command.
 void addRecordingOptions(CLI::App& command, RecordingOptions& options);
 
 /// Adds --signed, --scale and --offset to a command.

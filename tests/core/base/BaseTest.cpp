@@ -11,6 +11,7 @@
 #include "core/base/ParallelExceptions.h"
 #include "core/base/RowSums.h"
 #include "core/base/WrapArithmetic.h"
+#include "doubles/ThreadCount.h"
 
 using namespace halvor::vx;
 
@@ -55,7 +56,8 @@ TEST(RowSums, AddTheRowsInOrderForAnyNumberOfThreads)
         expected += 1e6 / (y + 0.3);
     for (const int threads : {1, 2, 7}) {
         RowSums<double> sums(101);
-#pragma omp parallel for schedule(static) num_threads(threads)
+        const vxtest::ThreadCount count(threads);
+#pragma omp parallel for schedule(static)
         for (int y = 0; y < 101; ++y)
             sums[y] = 1e6 / (y + 0.3);
         EXPECT_EQ(sums.total(), expected);

@@ -38,10 +38,11 @@ template <typename Pixel>
 cv::Mat_<Pixel> plainForm(const cv::Mat_<Pixel>& image, const std::vector<float>& taps)
 {
     const int radius = static_cast<int>(taps.size() / 2);
+    const float* centre = taps.data() + radius;
     const auto folded = [&](auto sample) {
-        float sum = sample(0) * taps[static_cast<std::size_t>(radius)];
+        float sum = sample(0) * centre[0];
         for (int k = 1; k <= radius; ++k)
-            sum += (sample(k) + sample(-k)) * taps[static_cast<std::size_t>(radius + k)];
+            sum += (sample(k) + sample(-k)) * centre[k];
         return sum;
     };
     cv::Mat_<float> rows(image.size());
@@ -54,7 +55,7 @@ cv::Mat_<Pixel> plainForm(const cv::Mat_<Pixel>& image, const std::vector<float>
             };
             float sum = 0.0F;
             for (int k = -radius; k <= radius; ++k)
-                sum += sample(k) * taps[static_cast<std::size_t>(k + radius)];
+                sum += sample(k) * centre[k];
             rows(y, x) = std::is_same_v<Pixel, float> && radius <= 2 ? folded(sample) : sum;
         }
     for (int y = 0; y < image.rows; ++y)
