@@ -22,7 +22,7 @@ std::string joined(const std::vector<std::string>& words, const std::string& pre
 {
     std::string text;
     for (const std::string& word : words)
-        text += (text.empty() ? "" : " ") + prefix + word;
+        text.append(text.empty() ? "" : " ").append(prefix).append(word);
     return text;
 }
 

@@ -89,7 +89,7 @@ TEST_F(Documents, CompleteCommandsOptionsAndChoices)
 
 TEST(Progress, SpeaksOnATerminalOnlyWhenThereIsReasonTo)
 {
-    const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
+    const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
     ASSERT_EQ(::grantpt(terminal), 0);
     ASSERT_EQ(::unlockpt(terminal), 0);
     const int end = ::open(::ptsname(terminal), O_RDWR | O_NOCTTY);
@@ -102,9 +102,12 @@ TEST(Progress, SpeaksOnATerminalOnlyWhenThereIsReasonTo)
             progress.show(7);
         }
         ::dup2(saved, STDERR_FILENO);
-        std::array<char, 256> text{};
-        return std::string(text.data(), static_cast<std::size_t>(std::max<ssize_t>(
-                                            0, ::read(terminal, text.data(), text.size()))));
+        // Behind the line, so that reading ends however it comes in pieces.
+        EXPECT_EQ(::write(end, "|", 1), 1);
+        std::string text;
+        for (char c = 0; ::read(terminal, &c, 1) == 1 && c != '|';)
+            text += c;
+        return text;
     };
     EXPECT_THAT(shown(vxapp::Verbosity::normal, std::chrono::hours(0)),
                 testing::AllOf(HasSubstr("frame 7 of 30, "), testing::EndsWith("\r\033[K")));
