@@ -90,7 +90,7 @@ TEST_F(EqualiserScale, TakesTheSlopeOverEightBinsAsLocalGain)
         curve[i] = i * i / 2;
     for (const auto& [sample, rise] :
          {std::pair(100, 104 * 104 - 96 * 96), {2, 6 * 6}, {254, 256 * 256 - 250 * 250}})
-        EXPECT_EQ(equaliser_.LocalGain(equaliser_.ProcessPixel(sample)), rise / 2 / 8.0) << sample;
+        EXPECT_EQ(equaliser_.LocalGain(equaliser_.ProcessPixel(sample)), rise / 16.0) << sample;
     std::fill_n(curve, 257, 9);
     EXPECT_EQ(equaliser_.LocalGain(equaliser_.ProcessPixel(100)), 1.0) << "at least one level per bin";
 }
