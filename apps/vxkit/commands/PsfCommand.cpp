@@ -145,7 +145,8 @@ const char* const footer =
     R"(The edge:
   A straight border between two even surfaces, slanted against columns and rows by some 2 to 40 degrees, over 10 rows or
   more: a warm plate in front of a cold wall, in focus. An edge that is soft by itself, out of focus or blurred by motion
-  gives a sigma that is too large. Without --region the first frame is searched for the edge that yields the least error;
+  gives a sigma that is too large. Sharpening by the camera, which gives one that is too
+  small, must be off. Without --region the first frame is searched for the edge that yields the least error;
   every frame is then measured in that place by itself, so that the camera may move a little.
 
 The result:

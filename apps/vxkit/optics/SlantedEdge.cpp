@@ -20,7 +20,7 @@ namespace {
 constexpr double largePixel = 0.5;  // of the frame
 constexpr int leastRows = 10;
 constexpr double leastContrast = 12.0;  // times the noise
-constexpr double mostMisfit = 0.03;
+constexpr double mostMisfit = 0.003;
 constexpr double mostSigma = 4.0;   // in pixels of the large image
 constexpr double mostError = 0.15;  // of sigma
 constexpr double pi = 3.14159265358979323846;
@@ -210,37 +210,48 @@ Fit fitted(const std::vector<Sample>& samples, Fit fit)
     return fit;
 }
 
-/// The edge spread function in quarters of a pixel: how far it is from the model, beyond what the noise explains,
-/// and whether there are samples in each quarter.
+/// What the edge spread function in quarters of a pixel tells of a fit.
 struct SpreadFunction
 {
-    double misfit;
-    bool isCovered;
+    double misfit;   ///< distance from the model beyond what the noise explains, share of the step
+    double chance;   ///< as much of it as noise alone may feign
+    bool isCovered;  ///< whether there are samples in each quarter
 };
 
-SpreadFunction spreadFunction(const std::vector<Sample>& samples, const Fit& fit, double noise)
+SpreadFunction spreadFunction(const std::vector<Sample>& samples, const Fit& fit)
 {
     constexpr int bins = 16;  // over two pixels on each side
     constexpr double perPixel = 4.0;
     std::array<double, bins> sums{};
     std::array<int, bins> counts{};
+    double squared = 0.0;
     const FittedEdge edge(fit);
     for (const Sample& s : samples) {
         const int bin = static_cast<int>(std::floor(edge.distance(s) * perPixel)) + bins / 2;
         if (bin < 0 || bin >= bins)
             continue;
         sums.at(static_cast<std::size_t>(bin)) += edge.residue(s);
+        squared += edge.residue(s) * edge.residue(s);
         ++counts.at(static_cast<std::size_t>(bin));
     }
-    double excess = 0.0;
+    // The noise of a mean follows from the scatter within the bins, which a misfit leaves alone.
+    double means = 0.0;
+    double shares = 0.0;
+    double total = 0.0;
     for (std::size_t bin = 0; bin < bins; ++bin)
         if (counts.at(bin) > 0) {
             const double mean = sums.at(bin) / counts.at(bin);
-            excess += mean * mean - noise * noise / counts.at(bin);
+            means += mean * mean;
+            shares += 1.0 / counts.at(bin);
+            squared -= mean * sums.at(bin);
+            total += counts.at(bin);
         }
+    const double noise = shares * std::max(0.0, squared) / std::max(1.0, total - bins);
+    const double step = std::abs(fit.levels[1]);
     const bool isCovered =
         std::count_if(counts.begin(), counts.end(), [](int n) { return n >= 2; }) >= bins - 2;
-    return {std::sqrt(std::max(0.0, excess) / bins) / std::abs(fit.levels[1]), isCovered};
+    return {std::sqrt(std::max(0.0, means - noise) / bins) / step,
+            std::sqrt(5.0 * std::sqrt(2.0 / bins) * noise / bins) / step, isCovered};
 }
 
 std::string shareText(double share)
@@ -250,17 +261,17 @@ std::string shareText(double share)
     return text.str();
 }
 
-std::string problemOf(const EdgeMeasurement& found, bool isCovered, double slope)
+std::string problemOf(const EdgeMeasurement& found, const SpreadFunction& spread, double slope)
 {
     if (!(found.contrast >= leastContrast * found.noise) || found.contrast == 0.0)
         return "the step between its sides is not " + std::to_string(static_cast<int>(leastContrast)) +
                " times as large as the noise";
-    if (std::abs(slope) > 1.0 || !isCovered)
+    if (std::abs(slope) > 1.0 || !spread.isCovered)
         return "it runs along the pixels or their diagonal; expected a slant of a few degrees";
     if (found.sigma > largePixel * mostSigma)
         return "it is too soft to come of a point spread";
-    if (found.misfit > mostMisfit)
-        return "its shape is not that of one straight edge (" + shareText(found.misfit) +
+    if (found.misfit > std::hypot(mostMisfit, spread.chance))
+        return "its shape is not that of one straight edge without sharpening (" + shareText(found.misfit) +
                " of the step beside it)";
     if (found.deviation > mostError * std::max(found.sigma, leastSigma))
         return "the point spread is uncertain by more than " + shareText(mostError);
@@ -299,9 +310,9 @@ EdgeMeasurement measureUpright(const cv::Mat_<float>& values)
     found.angle = std::atan(std::abs(fit.line.slope)) * 180.0 / pi;
     found.middle = {fit.line.place, 0.5 * (values.rows - 1)};
     found.contrast = std::abs(fit.levels[1]);
-    const SpreadFunction spread = spreadFunction(samples, fit, found.noise);
+    const SpreadFunction spread = spreadFunction(samples, fit);
     found.misfit = spread.misfit;
-    found.problem = problemOf(found, spread.isCovered, fit.line.slope);
+    found.problem = problemOf(found, spread, fit.line.slope);
     return found;
 }
 

@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "apps/ProgramRun.h"
+#include "apps/vxkit/arguments/ManualPages.h"
 #include "apps/vxkit/terminal/Progress.h"
 #include "apps/vxkit/terminal/Verbosity.h"
 
@@ -74,6 +75,14 @@ TEST_F(Documents, HaveAPageForEachCommandWithAllThatItsHelpTells)
     EXPECT_THAT(shared("zsh/_vxkit"),
                 HasSubstr("--json'[Print the results as one JSON object, and no remarks]' "));
     EXPECT_THAT(program, Not(HasSubstr("documents"))) << "not for users";
+}
+
+TEST(ManualPages, TakeAnyTextAsItStands)
+{
+    const std::string page =
+        vxapp::manualPage("p", "s", "p [x]", ".TH is text\n\na\\n-b\n\nNotes:\n  x  y\n");
+    EXPECT_THAT(page, testing::EndsWith("\\&.TH is text\n.PP\na\\en\\-b\n.SH NOTES\n.nf\n  x  y\n.fi\n"
+                                        ".SH SEE ALSO\nvxkit(1)\n"));
 }
 
 TEST_F(Documents, CompleteCommandsOptionsAndChoices)

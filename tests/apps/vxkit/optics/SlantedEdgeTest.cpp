@@ -68,6 +68,9 @@ TEST(SlantedEdge, RefusesWhatIsNoUsableEdge)
     edge.colRange(18, 39).copyTo(bar.colRange(27, 48));  // a narrow bar beside a second edge
     cv::Mat_<float> soft;
     cv::GaussianBlur(edge, soft, {31, 31}, 4.0);
+    cv::Mat_<float> sharpened;
+    cv::GaussianBlur(edge, sharpened, {}, 1.5);
+    sharpened = 2.0 * edge - sharpened;  // overshoots on both sides
     cv::Mat_<float> bent = edge.clone();
     edge.rowRange(0, 20).copyTo(bent.rowRange(20, 40));
     for (const auto& [name, frame, problem] :
@@ -76,6 +79,7 @@ TEST(SlantedEdge, RefusesWhatIsNoUsableEdge)
           {"diagonal", edgeFrame(45.0, 0.683, 0.02), "along the pixels"},
           {"noisy", edgeFrame(8.0, 0.683, 2.0), "as large as the noise"},
           {"bar", bar, ""},
+          {"sharpened", sharpened, "its shape is not that"},
           {"soft", soft, "too soft"},
           {"bent", bent, ""}})
         EXPECT_THAT(measureEdge(frame, whole).problem, testing::AllOf(testing::Not(""), HasSubstr(problem)))
