@@ -71,6 +71,7 @@ int SuperresSettings::referenceIndex() const
 std::vector<std::string> motionNames()
 {
     std::vector<std::string> names;
+    names.reserve(std::size(motions));
     for (const auto& [name, motion] : motions)
         names.emplace_back(name);
     return names;
