@@ -5,6 +5,7 @@
 #include <array>
 #include <bit>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -82,6 +83,26 @@ OrderGuess guessByteOrder(const cv::Mat& frame)
         default:
             return OrderGuess::unknown;
     }
+}
+
+bool looksLikeWiderSamples(const cv::Mat_<std::uint16_t>& frame)
+{
+    if (frame.total() < 256)  // chance may do it
+        return false;
+    for (const int parts : {2, 4}) {
+        double neighbours = 0.0;
+        std::array<double, 4> apart{};  // by the place of a part in its sample
+        for (int y = 0; y < frame.rows; ++y)
+            for (int x = parts; x < frame.cols; ++x) {
+                const double value = frame(y, x);
+                neighbours += std::abs(value - frame(y, x - 1)) / parts;
+                apart.at(static_cast<std::size_t>(x % parts)) += std::abs(value - frame(y, x - parts));
+            }
+        const auto [least, most] = std::minmax_element(apart.begin(), apart.begin() + parts);
+        if (neighbours > clearly * *least && *most > clearly * *least)
+            return true;
+    }
+    return false;
 }
 
 }  // namespace vxapp

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
 #include <opencv2/core/mat.hpp>
 
 namespace vxapp {
@@ -19,5 +20,9 @@ enum class OrderGuess
 ///
 /// @param frame  of any storage of samples (see SampleFacts)
 OrderGuess guessByteOrder(const cv::Mat& frame);
+
+/// Whether 16-bit counts look like parts of samples of 32 or 64 bits: every second or every fourth is far smoother along
+/// a row than the row itself is from one to the next, and than the others are.
+bool looksLikeWiderSamples(const cv::Mat_<std::uint16_t>& frame);
 
 }  // namespace vxapp

@@ -89,7 +89,7 @@ Recording::Recording(const RecordingOptions& options) : names_(options.inputs)
     checkFrames();
     if (!options.takesBytes)
         requireMoreThanBytes(nameOf(0), shape_.sample);
-    warnOfByteOrder();
+    warnOfLayout();
 }
 
 void Recording::select(const std::string& frames)
@@ -127,13 +127,16 @@ void Recording::checkFrames()
     }
 }
 
-void Recording::warnOfByteOrder()
+void Recording::warnOfLayout()
 {
-    if (guessByteOrder(frame(0)) != OrderGuess::swapped)
-        return;
-    warn(nameOf(0) +
-         ": the bytes of the samples look swapped (noise stands in the high byte's place); --endian little "
-         "or big names the order of headerless recordings and of images inside JPEG files");
+    if (shape_.sample == SampleType::u16 && looksLikeWiderSamples(frame(0)))
+        warn(nameOf(0) +
+             ": the samples look like parts of wider ones; --dtype names the type of headerless recordings");
+    else if (guessByteOrder(frame(0)) == OrderGuess::swapped)
+        warn(nameOf(0) +
+             ": the bytes of the samples look swapped (noise stands in the high byte's place); --endian "
+             "little "
+             "or big names the order of headerless recordings and of images inside JPEG files");
 }
 
 void Recording::requireShape(const FrameShape& shape, const std::string& name)

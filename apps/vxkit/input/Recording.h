@@ -80,7 +80,7 @@ private:
 
     void select(const std::string& frames);
     void checkFrames();
-    void warnOfByteOrder();
+    void warnOfLayout();
     void requireShape(const FrameShape& shape, const std::string& name);
 
     std::vector<std::string> names_;

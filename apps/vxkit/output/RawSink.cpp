@@ -18,8 +18,12 @@ private:
 
     std::string kindText() const override
     {
-        return std::to_string(8 * factsOf(shape().samples).bytes) +
-               (order_ == std::endian::little ? "-bit little-endian" : "-bit big-endian");
+        const SampleFacts& facts = factsOf(shape().samples);
+        std::string text = std::to_string(8 * facts.bytes) +
+                           (order_ == std::endian::little ? "-bit little-endian" : "-bit big-endian");
+        if (shape().samples != SampleType::u16)  // what a reader takes a headerless file for
+            text += ", to be read with --dtype " + std::string(facts.name);
+        return text;
     }
 
     std::endian order_;

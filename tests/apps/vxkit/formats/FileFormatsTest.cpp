@@ -347,6 +347,13 @@ TEST(ByteOrderTest, IsGuessedFromTheRoughnessOfTheSamples)
     EXPECT_EQ(guessByteOrder(read(smooth, SampleType::u16)), OrderGuess::swapped);
     EXPECT_EQ(guessByteOrder((smooth - 2990) * 256), OrderGuess::unknown) << "8 bits, shifted";
     EXPECT_EQ(guessByteOrder(sampleCounts({50, 8})), OrderGuess::unknown);
+    for (const int depth : {CV_16U, CV_32S, CV_32F, CV_64F}) {
+        cv::Mat samples;
+        smooth.convertTo(samples, depth, depth < CV_32F ? 1.0 : 0.0101);
+        const cv::Mat_<std::uint16_t> parts(smooth.rows, static_cast<int>(samples.step[0] / 2),
+                                            samples.ptr<std::uint16_t>());
+        EXPECT_EQ(looksLikeWiderSamples(parts), depth != CV_16U) << depth;
+    }
     cv::Mat degrees;
     smooth.convertTo(degrees, CV_32F, 0.01, -10.0);
     EXPECT_EQ(guessByteOrder(degrees), OrderGuess::asRead);
