@@ -11,7 +11,6 @@
 
 #include "doubles/AllocationCounter.h"
 #include "doubles/ThreadCount.h"
-#include "enhancement/superresolution/SrIntMinimization.h"
 #include "enhancement/superresolution/fixedpoint/FixedBurst.h"
 #include "enhancement/superresolution/fixedpoint/FixedChecks.h"
 #include "support/PictureMeasures.h"
@@ -161,8 +160,9 @@ TEST(SrIntMinimization, NamesWhatDoesNotFit)
     Masks masks = system.masks(2);
     FixedBurst burst({20, 14}, SceneKind::target, 2);
     SrIntMinimization solver(20, 14, 2, 2);
-    const auto apply = [&](Image in, int count, Image out) {
-        return [&, in, count, out]() mutable { system.applyTo(in, masks, count, out); };
+    const auto apply = [&](const Image& in, int count, const Image& out) {
+        return
+            [&, in = Image(in), count, out = Image(out)]() mutable { system.applyTo(in, masks, count, out); };
     };
     const auto minimize = [&](short count, short reference) {
         return [&, count, reference] {

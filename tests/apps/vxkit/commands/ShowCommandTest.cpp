@@ -75,7 +75,7 @@ TEST_F(ShowCommand, MarksStandAtTheirPlaces)
 {
     const cv::Mat plain = picture("--range 1000:1600 --zoom 12 --colour-map gray");
     ASSERT_GT(plain.cols, frameSize.width * 12 + 30) << "the colour bar";
-    EXPECT_NEAR(plain.at<cv::Vec3b>(10 + 6, 10 + 12 * 30)[0], 255 / 2, 1) << "1300 of 1000 to 1600";
+    EXPECT_NEAR(plain.at<cv::Vec3b>(10 + 6, 10 + 12 * 30)[0], 127, 1) << "1300 of 1000 to 1600";
     const auto place = [&](const std::string& marks) {
         return changed(picture("--range 1000:1600 --zoom 12 --colour-map gray " + marks), plain, 12);
     };

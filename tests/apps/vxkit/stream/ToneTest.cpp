@@ -51,7 +51,7 @@ TEST(ToneCurve, SpreadsThePercentilesInProportionOrByTheirShare)
     const std::vector<int> full = levelsOf(ToneCurve(frame, equalised), -500);
     EXPECT_NEAR(flat[0], 0, 70) << "below the 1st percentile half a level of a display is left";
     EXPECT_NEAR(flat[960], topLevel, 70);
-    EXPECT_NEAR(flat[475], topLevel / 2, 0.02 * topLevel);
+    EXPECT_NEAR(flat[475], 0.5 * topLevel, 0.02 * topLevel);
     EXPECT_NEAR(flat[720] - flat[480], flat[480] - flat[240], 0.002 * topLevel);
     for (const std::vector<int>& levels : {flat, full})
         EXPECT_TRUE(std::is_sorted(levels.begin(), levels.end()));
@@ -67,7 +67,7 @@ TEST(ToneCurve, TakesAFrameWithoutContrast)
     const ToneCurve curve(cv::Mat_<int>(3, 4, 32767), equalised);
     const std::vector<int> levels = curve.levels(32760, 8, 0.002);
     EXPECT_TRUE(std::is_sorted(levels.begin(), levels.end()));
-    EXPECT_NEAR(levels.back(), topLevel / 2, 0.1 * topLevel);
+    EXPECT_NEAR(levels.back(), 0.5 * topLevel, 0.1 * topLevel);
     const std::vector<int> two = ToneCurve(cv::Mat_<int>({1, 2}, {7, 8}), straight).levels(7, 2, 0.002);
     EXPECT_LT(two[1] - two[0], topLevel / 3) << "hardly any contrast is not blown up to all of the display";
 }
