@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <stdexcept>
 #include <utility>
 
+#include "apps/files/RunFiles.h"
 #include "apps/halvor/Version.h"
 
 namespace halvorapp {
@@ -44,6 +46,12 @@ bool isReadable(std::FILE* file)
     return std::ferror(file) == 0;
 }
 
+// On the standard error stream: the texts on the standard output are those that programs know.
+void tellReason(const std::exception& error)
+{
+    std::fprintf(stderr, "halvor: %s\n", error.what());
+}
+
 halvor::vx::NoiseSettings noiseSettings(const Settings& s)
 {
     return {s.tnrCGain, s.tnrGlobal, s.tnrAlpha, s.sprThreshold, s.sprMaxFrame, s.sprMaxLine, s.snrGain};
@@ -81,7 +89,7 @@ bool StreamProcessor::process(const char* settingsPath, const char* stream)
                      settings_.fileName.empty() ? "the stream" : settings_.fileName.c_str());
         return false;
     }
-    if (!openFiles())
+    if (!openInput() || !openOutput(settingsPath))
         return false;
     std::printf("proc: %d frames ... ", settings_.length);
     bool isWhole = true;
@@ -90,21 +98,19 @@ bool StreamProcessor::process(const char* settingsPath, const char* stream)
         chain_.process(frameIndex_ - 1);
         isWhole = writeFrame();
     }
+    isWhole = isWhole && putInPlace();
+    outFile_.reset();
+    inFile_.reset();
     std::printf("%d processed\n\n", frameIndex_);
     std::fflush(stdout);
     tellHint();
-    return closeFiles() && isWhole;
+    return isWhole;
 }
 
-StreamProcessor::File StreamProcessor::openFile(const std::string& name, const char* mode)
-{
-    return File(std::fopen(name.c_str(), mode));  // NOLINT(cppcoreguidelines-owning-memory)
-}
-
-bool StreamProcessor::openFiles()
+bool StreamProcessor::openInput()
 {
     const std::string& in = settings_.fileName;
-    inFile_ = openFile(in, "rb");
+    inFile_.reset(std::fopen(in.c_str(), "rb"));  // NOLINT(cppcoreguidelines-owning-memory)
     if (!isReadable(inFile_.get())) {
         std::printf("open: Cannot load %s\n", in.c_str());
         if (in.empty() || in[0] == '-')
@@ -114,25 +120,38 @@ bool StreamProcessor::openFiles()
         return false;
     }
     std::printf("open: %s\n", in.c_str());
+    return true;
+}
+
+bool StreamProcessor::openOutput(const char* settingsPath)
+{
     const std::string name = outputName();
-    outFile_ = openFile(name, "wb");
-    if (!outFile_) {
+    try {
+        vxfiles::RunFiles files;
+        files.reads(settings_.fileName);
+        files.reads(settingsPath != nullptr ? settingsPath : "");
+        files.writes(name, true);
+        outFile_ = std::make_unique<vxfiles::OutputFile>(name, true, nullptr, vxfiles::Delivery::streamed);
+        outFile_->append("");  // a stream without frames has an empty output
+    } catch (const std::runtime_error& error) {
         std::printf("save: Cannot write to %s\n", name.c_str());
-        inFile_.reset();
+        tellReason(error);
         return false;
     }
     std::printf("save: %s\n", name.c_str());
     return true;
 }
 
-// Every frame has been flushed, but some file systems tell of a loss only at the end.
-bool StreamProcessor::closeFiles()
+bool StreamProcessor::putInPlace()
 {
-    inFile_.reset();
-    const bool isClosed = std::fclose(outFile_.release()) == 0;
-    if (!isClosed)
+    try {
+        outFile_->commit();
+    } catch (const std::runtime_error& error) {
         std::printf("write: truncated frame %d\n", frameIndex_);
-    return isClosed;
+        tellReason(error);
+        return false;
+    }
+    return true;
 }
 
 // The last dot may stand in the name of a folder: the rule is as simple as that.
@@ -207,7 +226,7 @@ bool StreamProcessor::writeFrame()
     return true;
 }
 
-// The low 16 bits, flushed, so that a full disk shows with the frame that it cuts off.
+// The low 16 bits, written at once, so that a full disk shows with the frame that it cuts off.
 bool StreamProcessor::writeWords(const int* words, int count)
 {
     const std::size_t bytes = 2 * static_cast<std::size_t>(count);
@@ -217,8 +236,13 @@ bool StreamProcessor::writeWords(const int* words, int count)
         outputBuffer_[i] = static_cast<unsigned char>(word & 0xFF);
         outputBuffer_[i + 1] = static_cast<unsigned char>(word >> 8 & 0xFF);
     }
-    return std::fwrite(outputBuffer_.data(), 1, bytes, outFile_.get()) == bytes &&
-           std::fflush(outFile_.get()) == 0;
+    try {
+        outFile_->append({reinterpret_cast<const char*>(outputBuffer_.data()), bytes});
+    } catch (const std::runtime_error& error) {
+        tellReason(error);
+        return false;
+    }
+    return true;
 }
 
 }  // namespace halvorapp

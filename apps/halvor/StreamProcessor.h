@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/files/OutputFile.h"
 #include "apps/halvor/Settings.h"
 #include "apps/halvor/StreamHints.h"
 #include "enhancement/EnhancerChain.h"
@@ -34,6 +35,7 @@ public:
     ///
     /// @param settingsPath  for the equaliser's and the peaking block's sections
     /// @param stream        the recording; null for the one that the settings name
+    /// An earlier output is replaced when the new one is whole, and stays if that fails.
     /// @return false when a file could not be opened or not be written whole
     bool process(const char* settingsPath, const char* stream);
 
@@ -47,9 +49,9 @@ private:
     };
     using File = std::unique_ptr<std::FILE, CloseFile>;
 
-    static File openFile(const std::string& name, const char* mode);
-    bool openFiles();
-    bool closeFiles();
+    bool openInput();
+    bool openOutput(const char* settingsPath);
+    bool putInPlace();
     std::string outputName() const;
     bool readFrame();
     bool readCapture(std::vector<unsigned char>& buffer);
@@ -66,7 +68,7 @@ private:
     std::vector<unsigned char> outputBuffer_;
     bool hasPredecessor_ = false;
     File inFile_;
-    File outFile_;
+    std::unique_ptr<vxfiles::OutputFile> outFile_;
     halvor::vx::EnhancerChain chain_;
 };
 

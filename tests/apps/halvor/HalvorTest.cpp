@@ -2,7 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
 #include <algorithm>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -256,6 +259,32 @@ TEST_F(Halvor, TellsAFrameThatCouldNotBeWrittenWhole)
     const std::string text = runWith(sensorText, "scene.raw");
     EXPECT_THAT(text, HasSubstr("write: truncated frame 1\n1 processed\n\n"));
     EXPECT_EQ(status_, 1);
+}
+
+TEST_F(Halvor, KeepsAnEarlierResultUntilTheNewOneIsWhole)
+{
+    writeText(folder_ / "scene.raw", recording({1, 1, 2, 2}));
+    writeText(folder_ / output, "earlier");
+    const auto before = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit usual
+    {};
+    ::getrlimit(RLIMIT_FSIZE, &usual);
+    const struct rlimit small
+    {
+        500, usual.rlim_max
+    };
+    ::setrlimit(RLIMIT_FSIZE, &small);
+    const std::string text = runWith(sensorText, "scene.raw");
+    ::setrlimit(RLIMIT_FSIZE, &usual);
+    std::signal(SIGXFSZ, before);
+    EXPECT_EQ(status_, 1) << text << hint_;
+    EXPECT_EQ(textOf(folder_ / output), "earlier");
+    std::filesystem::remove(folder_ / output);
+    std::filesystem::create_symlink("scene.raw", folder_ / output);
+    runWith(sensorText, "scene.raw");
+    EXPECT_EQ(status_, 1) << "the output would be the input";
+    EXPECT_EQ(textOf(folder_ / "scene.raw"), recording({1, 1, 2, 2}));
+    EXPECT_EQ(fileCount(), 3U);
 }
 
 TEST_F(Halvor, KeepsAnEarlierResultWhenThereIsNoFrameSize)
