@@ -285,7 +285,8 @@ int compare(const std::vector<std::string>& expected, const std::vector<std::str
 int write(const std::string& path, const std::vector<std::string>& lines)
 {
     std::ofstream file(path);
-    file << "# Checksums of results, the same for every build and processor. To renew: scripts/test-bits "
+    file << "# SPDX-License-Identifier: Apache-2.0\n"
+            "# Checksums of results, the same for every build and processor. To renew: scripts/test-bits "
             "--renew\n";
     for (const std::string& line : lines)
         file << line << '\n';
