@@ -3,11 +3,13 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <string>
 
 #include "core/base/Exception.h"
 #include "core/base/Kernel.h"
 #include "core/base/ParallelPixels.h"
 #include "core/base/WrapArithmetic.h"
+#include "core/diagnostics/OutputSink.h"
 #include "enhancement/arithmetic/HistogramScale.h"
 #include "enhancement/arithmetic/PixelConversion.h"
 #include "enhancement/histogram.h"
@@ -37,11 +39,20 @@ VX_KERNEL void interpolateRun(const HistogramScale& scale, const int* VX_RESTRIC
         out[i] = interpolate(s, gainTable, position[i]);
 }
 
+void tellGain(int gain)
+{
+    OutputSink* sink = OutputSink::current();
+    if (sink == nullptr)
+        std::printf("pgain%d\n", gain);
+    else if (sink->wants(OutputSink::Kind::output))
+        sink->write(OutputSink::Kind::output, "output", "pgain" + std::to_string(gain));
+}
+
 }  // namespace
 
 void Histogram::ProcessFrame(int frame, ChainMatrix& in, ChainMatrix& out)
 {
-    std::printf("pgain%d\n", pgain_);
+    tellGain(pgain_);
     ProcessFrame(frame, in.row(0), out.row(0));
 }
 

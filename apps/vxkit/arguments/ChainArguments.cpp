@@ -4,13 +4,15 @@
 #include <CLI/CLI.hpp>
 #include <span>
 
-#include "apps/vxkit/stream/ChainTable.h"
 #include "apps/vxkit/stream/Look.h"
 #include "apps/vxkit/terminal/Failure.h"
+#include "support/drivers/ChainTable.h"
 
 namespace vxapp {
 
 namespace {
+
+using namespace vxsupport;
 
 // Modes by their names or numbers; the number is what stays.
 CLI::Validator modeCheck()
@@ -36,7 +38,7 @@ void addSetting(CLI::App& command, const ChainSetting& setting, std::optional<in
     std::string help = setting.help;
     if (!setting.isRank())
         help += " (device: " + valueText(setting, ChainSettings{}.*setting.field) + ")";
-    CLI::Option* option = command.add_option(optionOf(setting), value, help);
+    CLI::Option* option = command.add_option("--" + vxsupport::nameOf(setting), value, help);
     if (setting.isMode())
         option->transform(modeCheck());
     else
@@ -68,8 +70,8 @@ void addBlock(CLI::App& command, const ChainBlock& block, std::optional<bool>& i
 
 void addChainOptions(CLI::App& command, ChainOptions& options)
 {
-    const std::span<const ChainBlock> blocks = chainBlocks();
-    const std::span<const ChainSetting> settings = chainTable();
+    const std::span<const vxsupport::ChainBlock> blocks = vxsupport::chainBlocks();
+    const std::span<const vxsupport::ChainSetting> settings = vxsupport::chainTable();
     options.values.resize(settings.size());
     options.blocks.resize(blocks.size());
     std::string help = "How the picture is to look; each option of a block wins over it (default: " +

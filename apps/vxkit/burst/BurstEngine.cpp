@@ -1,159 +1,75 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/vxkit/burst/BurstEngine.h"
 
-#include <algorithm>
-#include <array>
-#include <sstream>
 #include <utility>
 
-#include "apps/vxkit/burst/BurstEngineParts.h"
 #include "apps/vxkit/terminal/Failure.h"
-#include "enhancement/superresolution/SuperResolutionCAdapter.h"
-#include "enhancement/superresolution/engine/CameraTable.h"
-#include "enhancement/superresolution/engine/EngineDefaults.h"
+#include "apps/vxkit/terminal/OutputRedirect.h"
+#include "core/base/Exception.h"
+#include "support/drivers/SettingError.h"
 
 namespace vxapp {
 
 namespace {
 
-using halvor::vx::EngineDefaults;
-
-std::string meaningOf(int code)
+/// The reference engine tells its times on the standard output.
+class RedirectedEngine : public BurstEngine
 {
-    switch (code) {
-        case SuperResolution_success:
-            return "success";
-        case SuperResolution_fallbackPixel:
-            return "a bad pixel had too few good neighbours and took a fallback value";
-        case SuperResolution_poorFrame:
-            return "a frame has half or more of its pixels unregistered";
-        case SuperResolution_noStructure:
-            return "image has not enough structure";
-        case SuperResolution_largeDisplacement:
-            return "a frame is displaced by more than a tenth of its height";
-        case SuperResolution_noCorner:
-            return "no corner of the reference frame could be tracked";
-        case SuperResolution_windowRestarted:
-            return "the frame's values leave the range of the frames before; the window starts anew with it";
-        case SuperResolution_registrationFailed:
-            return "the frame could not be registered with the one before; the window starts anew with it";
-        default:
-            return "failure";
+public:
+    RedirectedEngine(std::unique_ptr<BurstEngine> engine, std::shared_ptr<halvor::vx::DebugDeviceBase> trace)
+        : engine_(std::move(engine)), trace_(std::move(trace))
+    {}
+
+    BurstAnswer addFrame(const cv::Mat_<float>& frame) override
+    {
+        const OutputRedirect redirected(trace_);
+        return engine_->addFrame(frame);
+    }
+    cv::Mat_<float> image() override { return engine_->image(); }
+
+private:
+    std::unique_ptr<BurstEngine> engine_;
+    std::shared_ptr<halvor::vx::DebugDeviceBase> trace_;  // may be empty
+};
+
+std::unique_ptr<BurstEngine> openQuietly(cv::Size frameSize, const SuperresSettings& settings)
+{
+    if (settings.motion != BurstMotion::global || settings.kind() != EngineKind::reference)
+        return vxsupport::openBurstEngine(frameSize, settings);
+    const OutputRedirect redirected(settings.trace);
+    return std::make_unique<RedirectedEngine>(vxsupport::openBurstEngine(frameSize, settings),
+                                              settings.trace);
+}
+
+template <typename Work>
+auto asOption(Work&& work)
+{
+    try {
+        return std::forward<Work>(work)();
+    } catch (const vxsupport::SettingError& error) {
+        throw UsageError("--" + std::string(error.what()));
     }
 }
 
-constexpr std::array<std::pair<const char*, BurstMotion>, 4> motions{{
-    {"global", BurstMotion::global},
-    {"local", BurstMotion::local},
-    {"single", BurstMotion::single},
-    {"auto", BurstMotion::best},
-}};
-
 }  // namespace
-
-EngineKind SuperresSettings::kind() const
-{
-    return engine.value_or(radiance || quality ? EngineKind::reference : EngineKind::production);
-}
-
-int SuperresSettings::windowSize() const
-{
-    return window.value_or(EngineDefaults::flatWindow);
-}
-
-int SuperresSettings::referenceIndex() const
-{
-    if (vxsupport::isFixedPoint(kind()))
-        return reference.value_or(EngineDefaults::referenceIndex);
-    return reference.value_or(std::min(EngineDefaults::flatReferenceIndex, windowSize() - 1));
-}
-
-std::vector<std::string> motionNames()
-{
-    std::vector<std::string> names;
-    names.reserve(std::size(motions));
-    for (const auto& [name, motion] : motions)
-        names.emplace_back(name);
-    return names;
-}
 
 BurstMotion motionFrom(const std::string& name)
 {
-    for (const auto& [known, motion] : motions)
-        if (name == known)
-            return motion;
-    throw UsageError("--motion " + name + ": expected global, local, single or auto");
-}
-
-std::vector<std::string> engineNames()
-{
-    std::vector<std::string> names;
-    for (const EngineKind kind : vxsupport::allEngineKinds())
-        names.emplace_back(vxsupport::nameOf(kind));
-    return names;
+    return asOption([&] { return vxsupport::motionFrom(name); });
 }
 
 EngineKind engineKindFrom(const std::string& name)
 {
-    for (const EngineKind kind : vxsupport::allEngineKinds())
-        if (name == vxsupport::nameOf(kind))
-            return kind;
-    throw UsageError("--engine " + name + ": expected production, phase, reference, fixed or fpga");
-}
-
-std::optional<float> psfSigmaFor(const std::string& camera)
-{
-    std::string model;
-    int fieldOfView = 0;
-    if (!halvor::vx::decodeCameraAndLens(camera, model, fieldOfView))
-        return std::nullopt;
-    return halvor::vx::psfSigmaOf(model, fieldOfView);
-}
-
-std::string referenceRange(const SuperresSettings& settings)
-{
-    return "0 (the newest frame) to " + std::to_string(settings.windowSize() - 1) + " (the oldest)";
-}
-
-std::string cameraText(const SuperresSettings& settings)
-{
-    const std::string& camera = settings.camera;
-    const float unknown =
-        settings.motion == BurstMotion::global ? EngineDefaults::psfSigma : EngineDefaults::motionPsfSigma;
-    const std::optional<float> sigma = psfSigmaFor(camera);
-    std::ostringstream text;
-    if (sigma)
-        text << "camera \"" << camera << "\": ";
-    else
-        text << (camera.empty() ? "no --camera" : "camera \"" + camera + "\" is not known")
-             << "; an unknown camera is assumed: ";
-    text << "point spread " << sigma.value_or(unknown) << " pixels of the result";
-    return text.str();
-}
-
-bool isFailure(int code)
-{
-    switch (code) {
-        case SuperResolution_success:
-        case SuperResolution_fallbackPixel:
-        case SuperResolution_poorFrame:
-        case SuperResolution_noStructure:
-        case SuperResolution_largeDisplacement:
-            return false;
-        default:
-            return true;
-    }
-}
-
-std::string textOf(const BurstAnswer& answer)
-{
-    return answer.message.empty() ? meaningOf(answer.code) : answer.message;
+    return asOption([&] { return vxsupport::engineKindFrom(name); });
 }
 
 std::unique_ptr<BurstEngine> openBurstEngine(cv::Size frameSize, const SuperresSettings& settings)
 {
-    return settings.motion == BurstMotion::global ? openEngineClass(frameSize, settings)
-                                                  : openMotionEngine(frameSize, settings);
+    try {
+        return asOption([&] { return openQuietly(frameSize, settings); });
+    } catch (const halvor::vx::Exception& error) {
+        throw EngineError(error.what());
+    }
 }
 
 }  // namespace vxapp

@@ -4,17 +4,11 @@
 #include <opencv2/core/mat.hpp>
 #include <string>
 
+#include "support/drivers/BurstEngine.h"
+
 namespace vxapp {
 
-/// Two flat scenes of different radiance, from which the reference engine takes the line of each pixel:
-/// radiance = count * gain + offset.
-struct RadianceCalibration
-{
-    cv::Mat_<short> countsA;
-    cv::Mat_<float> radianceA;
-    cv::Mat_<short> countsB;
-    cv::Mat_<float> radianceB;
-};
+using vxsupport::RadianceCalibration;
 
 /// What a calibration file looks like, for people.
 extern const char* const radianceFileHelp;

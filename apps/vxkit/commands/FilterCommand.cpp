@@ -18,14 +18,20 @@
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/output/FrameSink.h"
 #include "apps/vxkit/stream/ClusterFilter.h"
-#include "apps/vxkit/stream/FrameFilter.h"
 #include "apps/vxkit/stream/FrameRun.h"
 #include "apps/vxkit/stream/Survey.h"
 #include "apps/vxkit/terminal/Failure.h"
+#include "support/drivers/FrameFilter.h"
+#include "support/drivers/SettingError.h"
 
 namespace vxapp {
 
 namespace {
+
+using vxsupport::FrameFilter;
+using vxsupport::PatternSettings;
+using vxsupport::TemporalSettings;
+using vxsupport::UnsharpSettings;
 
 constexpr int mostPercent = 100;
 constexpr int largestLimit = 31;
@@ -87,18 +93,27 @@ UnsharpSettings unsharpSettings(const FilterOptions& options)
     return settings;
 }
 
+std::unique_ptr<FrameFilter> temporalFilter(const TemporalSettings& settings)
+{
+    try {
+        return vxsupport::makeTemporalFilter(settings);
+    } catch (const vxsupport::SettingError& error) {
+        throw UsageError("--" + std::string(error.what()));
+    }
+}
+
 std::unique_ptr<FrameFilter> makeFilter(const FilterOptions& options, Recording& recording,
                                         const SampleScale& scale)
 {
     const std::string filter = chosenFilter(options);
     if (filter == "--temporal")
-        return makeTemporalFilter(options.temporal);
+        return temporalFilter(options.temporal);
     if (filter == "--spatial")
-        return makeSpatialFilter(options.gain);
+        return vxsupport::makeSpatialFilter(options.gain);
     if (filter == "--pattern")
-        return makePatternFilter(patternSettings(options));
+        return vxsupport::makePatternFilter(patternSettings(options));
     if (filter == "--unsharp")
-        return makeUnsharpFilter(unsharpSettings(options));
+        return vxsupport::makeUnsharpFilter(unsharpSettings(options));
     return makeClusterFilter(options.cluster, recording, options.recording.size, scale, options.output.force);
 }
 

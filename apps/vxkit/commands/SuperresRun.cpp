@@ -18,18 +18,20 @@
 #include "core/diagnostics/DebugDeviceConsole.h"
 #include "enhancement/superresolution/SuperResolutionCAdapter.h"
 #include "support/Threads.h"
+#include "support/drivers/EngineLimits.h"
 
 namespace vxapp {
 
 namespace {
 
-constexpr int largestWindow = 64;
+constexpr int largestWindow = vxsupport::EngineLimits::largestWindow;
 
 int checkedWindow(const Recording& recording, const SuperresOptions& options,
                   const SuperresSettings& settings)
 {
     const int window = settings.windowSize();
-    const int smallest = options.engine.motion == BurstMotion::single ? 1 : 2;
+    const int smallest =
+        options.engine.motion == BurstMotion::single ? 1 : vxsupport::EngineLimits::smallestWindow;
     if (window < smallest || window > largestWindow)
         throw UsageError("--window " + std::to_string(window) + ": expected " + std::to_string(smallest) +
                          " to " + std::to_string(largestWindow) + " frames");
@@ -88,7 +90,7 @@ SuperresRun::SuperresRun(const SuperresOptions& options, Results& results)
       first_(options.lastOnly ? recording_.frameCount() - window_ : 0),
       files_(options.results, recording_.firstNumber() + first_ + window_ - 1,
              recording_.frameCount() - first_ - window_ + 1, calibration_.unit(), recording_),
-      engine_(openBurstEngine(recording_.frameSize(), settings_)),
+      engine_(vxapp::openBurstEngine(recording_.frameSize(), settings_)),
       progress_(recording_.frameCount() - first_),
       summary_(recording_.frameSize().height),
       fillsGaps_(options.fillGaps)
@@ -117,7 +119,7 @@ void SuperresRun::openTrace(const SuperresOptions& options)
         traceFile_ = std::make_shared<halvor::vx::DebugDeviceFile>(path);
         settings_.trace = traceFile_;
     }
-    engine_ = openBurstEngine(recording_.frameSize(), settings_);
+    engine_ = vxapp::openBurstEngine(recording_.frameSize(), settings_);
 }
 
 void SuperresRun::finishTrace() const
@@ -297,7 +299,7 @@ void SuperresRun::noteFailure(int index, const BurstAnswer& answer)
             recording_.nameOf(index) + ": " + textOf(answer) + " (code " + std::to_string(answer.code) + ")";
     // After an exception the engine's windows may be out of step with each other: later frames begin anew.
     if (answer.code == SuperResolution_failure)
-        engine_ = openBurstEngine(recording_.frameSize(), settings_);
+        engine_ = vxapp::openBurstEngine(recording_.frameSize(), settings_);
 }
 
 }  // namespace vxapp

@@ -7,14 +7,21 @@
 #include <sstream>
 
 #include "apps/halvor/Settings.h"
-#include "apps/vxkit/stream/ChainTable.h"
 #include "apps/vxkit/stream/Look.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "enhancement/ParameterFile.h"
+#include "support/drivers/ChainTable.h"
 
 namespace vxapp {
 
 namespace {
+
+using vxsupport::ChainBlock;
+using vxsupport::chainBlocks;
+using vxsupport::ChainField;
+using vxsupport::ChainSetting;
+using vxsupport::chainTable;
+using vxsupport::histogramModeNames;
 
 constexpr int linearMode = 1;
 constexpr int measuredWidth = 8;
@@ -95,13 +102,6 @@ void checkFile(const std::string& path, const ChainSettings& settings)
                          ": expected 8, with which the chain measures");
 }
 
-ChainSettings usualSettings(cv::Size frameSize)
-{
-    ChainSettings settings;
-    takeRanks(Histogram(frameSize.width, frameSize.height).param, settings);
-    return settings;
-}
-
 ChainSettings settingsOfFile(const std::string& path, cv::Size frameSize)
 {
     requireSettingsFile(path);
@@ -147,8 +147,8 @@ bool namesEqualiser(const ChainOptions& options)
 ChainSettings chainSettings(const ChainOptions& options, cv::Size frameSize, double noise)
 {
     const Look& look = chosenLook(options);
-    ChainSettings settings =
-        options.file.empty() ? usualSettings(frameSize) : settingsOfFile(options.file, frameSize);
+    ChainSettings settings = options.file.empty() ? vxsupport::usualChainSettings(frameSize)
+                                                  : settingsOfFile(options.file, frameSize);
     applyLook(look, noise, settings);
     for (std::size_t i = 0; i < options.values.size(); ++i)
         if (options.values[i])
@@ -190,18 +190,6 @@ std::string settingsText(const ChainSettings& settings, const std::optional<Tone
         text << '\n';
     }
     return text.str();
-}
-
-halvor::vx::MARLOImageEnhancer openChain(const ChainSettings& settings, cv::Size frameSize)
-{
-    halvor::vx::MARLOImageEnhancer chain(frameSize.width, frameSize.height, &settings);
-    chain.histSetSpeed(settings.histSpeed);
-    chain.histSetGamma(settings.histGamma);
-    chain.histSetOffset(settings.histOffset);
-    // The delay takes effect when a change of the bypass rebuilds the block.
-    chain.sprSetBypass(settings.sprBypass == 0 ? running : 0);
-    chain.sprSetBypass(settings.sprBypass);
-    return chain;
 }
 
 }  // namespace vxapp

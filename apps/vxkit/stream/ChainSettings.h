@@ -7,18 +7,12 @@
 #include <vector>
 
 #include "apps/vxkit/stream/ToneCurve.h"
-#include "enhancement/CamInternalSettings.h"
-#include "enhancement/MARLOImageEnhancer.h"
+#include "support/drivers/ChainSettings.h"
 
 namespace vxapp {
 
-/// All settings that have an effect on the enhancer chain.
-struct ChainSettings : halvor::vx::CamInternalSettings
-{
-    int histSpeed = 1;
-    int histGamma = 0;
-    int histOffset = 0;
-};
+using vxsupport::ChainSettings;
+using vxsupport::openChain;
 
 /// What a command line tells about the chain.
 struct ChainOptions
@@ -45,7 +39,5 @@ std::optional<ToneSettings> toneSettings(const ChainOptions& options);
 /// The settings by block, one line each, for people.
 /// @param tone  what stands in the equaliser's place
 std::string settingsText(const ChainSettings& settings, const std::optional<ToneSettings>& tone);
-
-halvor::vx::MARLOImageEnhancer openChain(const ChainSettings& settings, cv::Size frameSize);
 
 }  // namespace vxapp

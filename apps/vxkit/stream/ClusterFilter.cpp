@@ -10,7 +10,6 @@
 #include "apps/vxkit/output/Output.h"
 #include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/terminal/Failure.h"
-#include "enhancement/ClusterPatternRemover.h"
 #include "enhancement/PixelStatistics.h"
 
 namespace vxapp {
@@ -19,13 +18,7 @@ namespace {
 
 using namespace halvor::vx;
 
-/// Of a uniform scene.
-struct Statistics
-{
-    cv::Mat_<float> mean;
-    cv::Mat_<float> stdDev;
-    std::string source;
-};
+using vxsupport::ClusterFilter;
 
 // What is multiplied are the values that the detector meant, not samples shifted to the middle of their
 // range.
@@ -46,7 +39,7 @@ void requireSize(const std::string& name, cv::Size size, cv::Size expected)
                          ", the size of the frames to filter");
 }
 
-Statistics gather(Recording& recording, SampleScale scale)
+vxsupport::SceneStatistics gather(Recording& recording, SampleScale scale)
 {
     if (recording.frameCount() < 2)
         throw UsageError(recording.nameOf(0) +
@@ -78,8 +71,8 @@ cv::Mat_<float> readImage(const std::string& path, cv::Size expected)
     return values;
 }
 
-Statistics statisticsFor(const ClusterSettings& settings, Recording& recording, const std::string& size,
-                         const SampleScale& scale)
+vxsupport::SceneStatistics statisticsFor(const ClusterSettings& settings, Recording& recording,
+                                         const std::string& size, const SampleScale& scale)
 {
     if (settings.mean.empty() != settings.stdDev.empty())
         throw UsageError("--mean and --std-dev: expected both or none");
@@ -95,62 +88,11 @@ Statistics statisticsFor(const ClusterSettings& settings, Recording& recording, 
     return gather(uniform, scale);
 }
 
-class ClusterFilter : public FrameFilter
-{
-public:
-    ClusterFilter(const ClusterSettings& settings, const Statistics& statistics, SampleForm form);
-
-    void process(const cv::Mat_<short>& samples, cv::Mat_<short>& result) override;
-    std::string description() const override { return description_; }
-    cv::Mat_<float> damping() const { return damping_; }
-
-private:
-    void describe(const ClusterSettings& settings, const Statistics& statistics);
-
-    cv::Mat damping_;
-    double offset_;
-    cv::Mat values_;
-    std::string description_;
-};
-
-ClusterFilter::ClusterFilter(const ClusterSettings& settings, const Statistics& statistics, SampleForm form)
-    : offset_(valueOfSampleZero(form))
-{
-    ClusterPatternRemover remover(
-        static_cast<unsigned int>(settings.width), static_cast<unsigned int>(settings.height),
-        static_cast<float>(settings.stdDevLimit), 0.0F, static_cast<float>(settings.meanLimit));
-    remover.setAlphaDamping(static_cast<float>(settings.alphaDamping));
-    remover.learn(
-        statistics.mean, statistics.stdDev,
-        settings.mode == "median" ? ClusterPatternRemover::MEDIAN : ClusterPatternRemover::GAUSSIAN);
-    remover.getDamping(damping_, false);
-    describe(settings, statistics);
-}
-
-void ClusterFilter::process(const cv::Mat_<short>& samples, cv::Mat_<short>& result)
-{
-    samples.convertTo(values_, CV_32F, 1.0, offset_);
-    cv::multiply(values_, damping_, values_);
-    values_.convertTo(result, CV_16S, 1.0, -offset_);
-}
-
-void ClusterFilter::describe(const ClusterSettings& settings, const Statistics& statistics)
-{
-    double low = 1.0;
-    double high = 1.0;
-    cv::minMaxLoc(damping_, &low, &high);
-    std::ostringstream text;
-    text << "cluster pattern, learned from " << statistics.source << ": " << cv::countNonZero(damping_ != 1.0)
-         << " of " << damping_.total() << " pixels corrected, by factors of " << low << " to " << high
-         << "; groups of deviating pixels wider than " << settings.width << " or higher than "
-         << settings.height << " pixels count as scene and stay";
-    description_ = text.str();
-}
-
 }  // namespace
 
-std::unique_ptr<FrameFilter> makeClusterFilter(const ClusterSettings& settings, Recording& recording,
-                                               const std::string& size, const SampleScale& scale, bool force)
+std::unique_ptr<vxsupport::FrameFilter> makeClusterFilter(const ClusterSettings& settings,
+                                                          Recording& recording, const std::string& size,
+                                                          const SampleScale& scale, bool force)
 {
     if (scale.isChosen())
         throw UsageError(
@@ -163,7 +105,7 @@ std::unique_ptr<FrameFilter> makeClusterFilter(const ClusterSettings& settings, 
         requireWritable(settings.damping, force);
     }
     auto filter = std::make_unique<ClusterFilter>(settings, statisticsFor(settings, recording, size, scale),
-                                                  scale.form());
+                                                  valueOfSampleZero(scale.form()));
     if (!settings.damping.empty())
         saveFloats(settings.damping, filter->damping(), force);
     return filter;

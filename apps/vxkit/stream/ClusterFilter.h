@@ -6,20 +6,13 @@
 #include <vector>
 
 #include "apps/vxkit/input/Recording.h"
-#include "apps/vxkit/stream/FrameFilter.h"
 #include "apps/vxkit/stream/SampleScale.h"
+#include "support/drivers/ClusterFilter.h"
 
 namespace vxapp {
 
-struct ClusterSettings
+struct ClusterSettings : vxsupport::ClusterLimits
 {
-    int width = 5;  ///< largest cluster that is corrected, in pixels
-    int height = 5;
-    double stdDevLimit = 5.0;  ///< in counts
-    double alphaDamping = 1.0;
-    double meanLimit = 100.0;  ///< in counts
-    std::string mode = "median";
-
     // Where the statistics come from; none of these: from the recording itself.
     std::vector<std::string> uniform;
     std::string mean;
@@ -35,7 +28,8 @@ struct ClusterSettings
 /// @param force      an existing file of the learned image may be replaced
 /// @throws UsageError for statistics that are missing, of another size or not finite, and for a file that
 ///         can't be written
-std::unique_ptr<FrameFilter> makeClusterFilter(const ClusterSettings& settings, Recording& recording,
-                                               const std::string& size, const SampleScale& scale, bool force);
+std::unique_ptr<vxsupport::FrameFilter> makeClusterFilter(const ClusterSettings& settings,
+                                                          Recording& recording, const std::string& size,
+                                                          const SampleScale& scale, bool force);
 
 }  // namespace vxapp

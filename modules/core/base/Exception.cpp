@@ -3,6 +3,8 @@
 
 #include <iostream>
 
+#include "core/diagnostics/OutputSink.h"
+
 namespace halvor::vx {
 
 std::string whereText(const CodeLocation& location, const std::string& function)
@@ -12,6 +14,11 @@ std::string whereText(const CodeLocation& location, const std::string& function)
 
 Exception::Exception(const std::string& message, const std::string& where) : message_(message), where_(where)
 {
+    if (OutputSink* sink = OutputSink::current()) {
+        if (sink->wants(OutputSink::Kind::exception))
+            sink->write(OutputSink::Kind::exception, "exception", message_ + " at " + where_);
+        return;
+    }
     std::cerr << "exception raised: \"" << message_ << "\"\n   at: " << where_ << std::endl;
 }
 

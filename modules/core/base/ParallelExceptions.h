@@ -6,6 +6,8 @@
 #include <mutex>
 #include <utility>
 
+#include "core/diagnostics/OutputSink.h"
+
 namespace halvor::vx {
 
 /// Carries an exception out of a parallel loop, whose body must not let one escape.
@@ -18,6 +20,8 @@ public:
     template <typename Body>
     void run(int index, Body&& body) noexcept
     {
+        // What an exception says belongs to whoever called, not to the thread where it arose.
+        const SinkInForce listener(sink_);
         try {
             std::forward<Body>(body)();
         } catch (...) {
@@ -36,6 +40,7 @@ public:
     }
 
 private:
+    OutputSink* sink_ = OutputSink::current();
     std::mutex mutex_;
     std::exception_ptr first_;
     int firstIndex_ = std::numeric_limits<int>::max();

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "core/base/NeverDestroyed.h"
+#include "core/diagnostics/OutputSink.h"
 
 namespace halvor::vx {
 
@@ -52,6 +53,10 @@ void LogFacility::logMessage(int level, std::string_view text)
 {
     if (!isActive(level))
         return;
+    if (OutputSink* sink = OutputSink::current()) {
+        sink->write(OutputSink::Kind::trace, "log", text);
+        return;
+    }
     const std::lock_guard<std::mutex> lock(mutex_);
     std::ostream& out = file_.is_open() ? static_cast<std::ostream&>(file_) : std::cerr;
     out << text << std::endl;

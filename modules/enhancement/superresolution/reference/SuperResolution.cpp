@@ -4,15 +4,16 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <iostream>
 #include <limits>
 #include <opencv2/core.hpp>
+#include <ostream>
 #include <string>
 #include <type_traits>
 
 #include "core/base/Exception.h"
 #include "core/diagnostics/DebugLevels.h"
 #include "core/diagnostics/LogFacility.h"
+#include "core/diagnostics/OutputSink.h"
 #include "core/diagnostics/StopWatch.h"
 #include "enhancement/superresolution/SuperResolutionCAdapter.h"
 #include "enhancement/superresolution/engine/EngineDefaults.h"
@@ -42,7 +43,7 @@ void timed(const char* label, Stage&& stage)
     watch.start();
     stage();
     watch.stop();
-    std::cout << label << StageTime{watch} << std::endl;
+    standardOutput() << label << StageTime{watch} << std::endl;
 }
 
 bool isInfinite(const float (*spectrum)[2], int size)
@@ -105,7 +106,7 @@ int SuperResolution::addFrame(const Pixel* frame)
 template <typename Pixel>
 float SuperResolution::computeSR(Pixel* out)
 {
-    std::cout << "++++++++++ SuperResolution ++++++++++" << std::endl;
+    standardOutput() << "++++++++++ SuperResolution ++++++++++" << std::endl;
     send("start computeSR", DebugLevel::step);
     // Of the first engine in the process, for all of them and each type of frames, as in the fast engines.
     static const int maxUsable = static_cast<int>(srFactor_ * srFactor_ + 1.0F);
@@ -151,7 +152,7 @@ float SuperResolution::computeSR(Pixel* out)
         saveFrame(out);
         achieved = window_->achievedFactor(maxUsable);
     });
-    std::cout << "+++++++++++++++++++++++++++++" << std::endl;
+    standardOutput() << "+++++++++++++++++++++++++++++" << std::endl;
     send("end computeSR", DebugLevel::step);
     return warning == 0 ? achieved : static_cast<float>(warning);
 }

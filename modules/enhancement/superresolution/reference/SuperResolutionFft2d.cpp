@@ -4,8 +4,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
-#include <iostream>
+#include <ostream>
 
+#include "core/diagnostics/OutputSink.h"
 #include "core/imaging/GaussianTaps.h"
 #include "core/imaging/LineFft.h"
 
@@ -90,7 +91,7 @@ void SuperResolutionFft2d::gaussFft(int radius, float sigma, float (*spectrum)[2
     requireKernelFits(radius, width_, height_);
     gaussianTaps(radius, sigma, kernel);
     for (int i = 0; i <= radius; ++i)
-        std::cout << kernel[i] << std::endl;
+        standardOutput() << kernel[i] << std::endl;
 
     std::fill(lineIn_.begin(), lineIn_.end(), 0.0F);
     layCircularTaps(kernel, radius, 1.0F, height_, lineIn_.data(), 2);

@@ -6,15 +6,15 @@
 #include <opencv2/imgproc.hpp>
 #include <vector>
 
-#include "apps/vxkit/burst/BurstEngineParts.h"
 #include "enhancement/superresolution/SrLocalMotion.h"
 #include "enhancement/superresolution/SrSingleFrame.h"
 #include "enhancement/superresolution/SuperResolutionCAdapter.h"
 #include "enhancement/superresolution/engine/EngineDefaults.h"
 #include "enhancement/superresolution/engine/FrameQuality.h"
 #include "enhancement/superresolution/engine/SlidingWindow.h"
+#include "support/drivers/BurstEngineParts.h"
 
-namespace vxapp {
+namespace vxsupport {
 
 namespace {
 
@@ -32,14 +32,14 @@ void setPsfSigma(Engine& engine, const SuperresSettings& settings)
 {
     const float sigma =
         settings.psfSigma.value_or(psfSigmaFor(settings.camera).value_or(EngineDefaults::motionPsfSigma));
-    applySetting("--psf-sigma", "a number above 0, at most 4", sigma,
+    applySetting("psf-sigma", "a number above 0, at most 4", sigma,
                  [&engine](float value) { engine.setPsfSigma(value); });
 }
 
 int checkedReference(const SuperresSettings& settings)
 {
     const int index = settings.referenceIndex();
-    applySetting("--reference", referenceRange(settings), index, [&](int value) {
+    applySetting("reference", referenceRange(settings), index, [&](int value) {
         if (value < 0 || value >= settings.windowSize())
             throw "out of the window";
     });
@@ -155,8 +155,8 @@ std::unique_ptr<BurstEngine> openMotionEngine(cv::Size frameSize, const Superres
             return std::make_unique<SingleEngine>(frameSize, settings);
         return std::make_unique<LocalEngine>(frameSize, settings);
     } catch (const halvor::vx::Exception& error) {
-        throw UsageError("--motion: " + std::string(error.what()));
+        throw SettingError("motion: " + std::string(error.what()));
     }
 }
 
-}  // namespace vxapp
+}  // namespace vxsupport

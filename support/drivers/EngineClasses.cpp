@@ -5,9 +5,6 @@
 #include <opencv2/core.hpp>
 #include <vector>
 
-#include "apps/vxkit/burst/BurstEngineParts.h"
-#include "apps/vxkit/burst/HeardRegistry.h"
-#include "apps/vxkit/terminal/OutputRedirect.h"
 #include "core/base/Exception.h"
 #include "core/diagnostics/DebugLevels.h"
 #include "enhancement/superresolution/SrFloat.h"
@@ -17,8 +14,10 @@
 #include "enhancement/superresolution/engine/CameraTable.h"
 #include "enhancement/superresolution/engine/EngineDefaults.h"
 #include "enhancement/superresolution/reference/SuperResolution.h"
+#include "support/drivers/BurstEngineParts.h"
+#include "support/drivers/HeardRegistry.h"
 
-namespace vxapp {
+namespace vxsupport {
 
 namespace {
 
@@ -61,22 +60,22 @@ ClassEngine<Engine>::ClassEngine(cv::Size frameSize, const SuperresSettings& set
       image_(frameSize * 2),
       trace_(settings.trace)
 {
-    applySetting("--reference", referenceRange(settings), settings.referenceIndex(),
+    applySetting("reference", referenceRange(settings), settings.referenceIndex(),
                  [this](int index) { engine_.setReferenceIndex(index); });
-    applySetting("--weight", "1 or more", settings.weight.value_or(EngineDefaults::weightTV),
+    applySetting("weight", "1 or more", settings.weight.value_or(EngineDefaults::weightTV),
                  [this](float weight) { engine_.setWeightTV(weight); });
-    applySetting("--registration-error", "a number above 0, at most 1",
+    applySetting("registration-error", "a number above 0, at most 1",
                  settings.registrationError.value_or(EngineDefaults::regError),
                  [this](float error) { engine_.setRegError(error); });
-    applySetting("--relative-residue", "a number above 1e-6",
+    applySetting("relative-residue", "a number above 1e-6",
                  settings.relativeResidue.value_or(EngineDefaults::relativeResidue),
                  [this](float residue) { engine_.setRelativeResidue(residue); });
     if (settings.iterations)
-        applySetting("--iterations", "1 or more", *settings.iterations,
+        applySetting("iterations", "1 or more", *settings.iterations,
                      [this](int iterations) { engine_.setMaxCGIters(iterations); });
     engine_.setPsfSigma(psfSigmaFor(settings.camera).value_or(EngineDefaults::psfSigma));
     if (settings.psfSigma)
-        applySetting("--psf-sigma", "a number above 0", *settings.psfSigma,
+        applySetting("psf-sigma", "a number above 0", *settings.psfSigma,
                      [this](float sigma) { engine_.setPsfSigma(sigma); });
 }
 
@@ -182,7 +181,6 @@ void ReferenceEngine::listen(DebugChannel& channel) const
 
 void ReferenceEngine::feed(const cv::Mat_<float>& frame, BurstAnswer& answer)
 {
-    const OutputRedirect redirected(trace_);
     if (countsAreRaw_)
         feedCounts(frame, answer);
     else
@@ -215,10 +213,8 @@ std::unique_ptr<BurstEngine> openClass(cv::Size frameSize, const SuperresSetting
     switch (settings.kind()) {
         case EngineKind::phase:
             return std::make_unique<FastEngine<SrFloatRegistration1>>(frameSize, settings);
-        case EngineKind::reference: {
-            const OutputRedirect redirected(settings.trace);
+        case EngineKind::reference:
             return std::make_unique<ReferenceEngine>(frameSize, settings);
-        }
         case EngineKind::fixed:
         case EngineKind::fpga:
             return openFixedEngine(frameSize, settings);
@@ -235,10 +231,10 @@ std::unique_ptr<BurstEngine> openEngineClass(cv::Size frameSize, const SuperresS
         return openClass(frameSize, settings);
     } catch (const halvor::vx::Exception& error) {
         if (settings.kind() == EngineKind::production)
-            throw EngineError(error.what());
+            throw;
         // The other engines are a choice, and can't take frames of every size.
-        throw UsageError("--engine " + std::string(vxsupport::nameOf(settings.kind())) + ": " + error.what());
+        throw SettingError("engine " + std::string(nameOf(settings.kind())) + ": " + error.what());
     }
 }
 
-}  // namespace vxapp
+}  // namespace vxsupport

@@ -5,13 +5,14 @@
 #include <sstream>
 #include <vector>
 
-#include "apps/vxkit/burst/BurstEngineParts.h"
-#include "apps/vxkit/burst/HeardRegistry.h"
 #include "core/base/Exception.h"
 #include "enhancement/superresolution/engine/EngineDefaults.h"
 #include "support/FpgaEngine.h"
+#include "support/drivers/BurstEngineParts.h"
+#include "support/drivers/EngineLimits.h"
+#include "support/drivers/HeardRegistry.h"
 
-namespace vxapp {
+namespace vxsupport {
 
 namespace {
 
@@ -19,15 +20,6 @@ using halvor::vx::DebugDeviceBase;
 using halvor::vx::EngineDefaults;
 
 const cv::Size fpgaFrame{160, 120};
-// The right-hand side adds the frames up in 16 bits.
-constexpr int largestFixedWindow = 6;
-// What the roundings leave of the residue. Steps below it go on in noise and, after a few, grow; a burst of little
-// contrast reaches it before the residue asked for, so that the steps are bounded as well.
-constexpr float smallestFixedResidue = 0.002F;
-constexpr int largestFixedIterations = 12;
-// Below, the smoothing term of a flat image leaves 16 bits.
-constexpr float smallestFixedWeight = 20.0F;
-constexpr float largestFixedWeight = 600.0F;
 
 /// Feeds the frames one by one and computes after each, since a call registers the newest pair alone.
 template <typename Engine>
@@ -58,16 +50,16 @@ FixedPointEngine<Engine>::FixedPointEngine(cv::Size frameSize, const SuperresSet
       image_(frameSize * 2),
       trace_(settings.trace)
 {
-    applySetting("--reference", referenceRange(settings), settings.referenceIndex(),
+    applySetting("reference", referenceRange(settings), settings.referenceIndex(),
                  [this](int index) { engine_.setReferenceIndex(index); });
     engine_.setWeightTV(settings.weight.value_or(EngineDefaults::weightTV));
-    applySetting("--registration-error", "a number above 0, at most 1",
+    applySetting("registration-error", "a number above 0, at most 1",
                  settings.registrationError.value_or(EngineDefaults::regError),
                  [this](float error) { engine_.setRegError(error); });
     engine_.setRelativeResidue(settings.relativeResidue.value_or(EngineDefaults::relativeResidue));
     if (settings.iterations)
         engine_.setMaxCGIters(*settings.iterations);
-    applySetting("--psf-sigma", "a number above 0",
+    applySetting("psf-sigma", "a number above 0",
                  settings.psfSigma.value_or(psfSigmaFor(settings.camera).value_or(EngineDefaults::psfSigma)),
                  [this](float sigma) { engine_.setPsfSigma(sigma); });
 }
@@ -147,19 +139,21 @@ void requireWithin(const std::string& option, Value value, Value lowest, Value h
     std::ostringstream text;
     text << option << ' ' << value << ": expected " << lowest << " to " << highest << " with this engine"
          << reason;
-    throw UsageError(text.str());
+    throw SettingError(text.str());
 }
 
 void requireFixedPointSettings(const SuperresSettings& settings)
 {
     const std::string noise = "; further steps go on in the noise of its roundings and diverge";
-    requireWithin("--window", settings.windowSize(), 2, largestFixedWindow,
-                  "; the sums of more frames leave 16 bits");
-    requireWithin("--relative-residue", settings.relativeResidue.value_or(smallestFixedResidue),
-                  smallestFixedResidue, 1.0F, noise);
-    requireWithin("--iterations", settings.iterations.value_or(1), 1, largestFixedIterations, noise);
-    requireWithin("--weight", settings.weight.value_or(largestFixedWeight), smallestFixedWeight,
-                  largestFixedWeight, "; stronger smoothing leaves 16 bits");
+    requireWithin("window", settings.windowSize(), EngineLimits::smallestWindow,
+                  FixedPointLimits::largestWindow, "; the sums of more frames leave 16 bits");
+    requireWithin("relative-residue", settings.relativeResidue.value_or(FixedPointLimits::smallestResidue),
+                  FixedPointLimits::smallestResidue, 1.0F, noise);
+    requireWithin("iterations", settings.iterations.value_or(1), 1, FixedPointLimits::largestIterations,
+                  noise);
+    requireWithin("weight", settings.weight.value_or(FixedPointLimits::largestWeight),
+                  FixedPointLimits::smallestWeight, FixedPointLimits::largestWeight,
+                  "; stronger smoothing leaves 16 bits");
 }
 
 }  // namespace
@@ -168,12 +162,12 @@ std::unique_ptr<BurstEngine> openFixedEngine(cv::Size frameSize, const SuperresS
 {
     requireFixedPointSettings(settings);
     if (settings.kind() == EngineKind::fixed)
-        return std::make_unique<FixedPointEngine<vxsupport::FixedEngine>>(frameSize, settings);
+        return std::make_unique<FixedPointEngine<FixedEngine>>(frameSize, settings);
     if (frameSize != fpgaFrame)
-        throw UsageError("--engine fpga: frames of " + std::to_string(frameSize.width) + "x" +
-                         std::to_string(frameSize.height) +
-                         "; expected 160x120, the format that its pipeline is built for");
-    return std::make_unique<FixedPointEngine<vxsupport::FpgaEngine>>(frameSize, settings);
+        throw SettingError("engine fpga: frames of " + std::to_string(frameSize.width) + "x" +
+                           std::to_string(frameSize.height) +
+                           "; expected 160x120, the format that its pipeline is built for");
+    return std::make_unique<FixedPointEngine<FpgaEngine>>(frameSize, settings);
 }
 
-}  // namespace vxapp
+}  // namespace vxsupport

@@ -6,10 +6,10 @@
 #include <span>
 #include <string>
 
-#include "apps/vxkit/stream/ChainSettings.h"
+#include "support/drivers/ChainSettings.h"
 
 // The settings of the chain as a table, from which options, the reader of settings files and texts are made.
-namespace vxapp {
+namespace vxsupport {
 
 using ChainField = int ChainSettings::*;
 
@@ -30,6 +30,7 @@ struct ChainSetting
     ChainField field;
     int low;
     int high;
+    const char* unit;  ///< empty for plain numbers
     const char* help;
 
     bool isMode() const { return field == &ChainSettings::histMode; }
@@ -46,9 +47,9 @@ std::span<const ChainSetting> chainTable();
 /// Names of the equaliser's modes, by number.
 std::span<const char* const> histogramModeNames();
 
-/// "--tnr-alpha"
-std::string optionOf(const ChainSetting& setting);
+/// "tnr-alpha"
+std::string nameOf(const ChainSetting& setting);
 /// A value as people read it: modes by their names.
 std::string valueText(const ChainSetting& setting, int value);
 
-}  // namespace vxapp
+}  // namespace vxsupport

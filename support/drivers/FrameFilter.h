@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace vxapp {
+namespace vxsupport {
 
 /// One pixel filter, ready for the frames of a recording in their order.
 class FrameFilter
@@ -46,10 +46,10 @@ struct UnsharpSettings
     std::optional<double> threshold;
 };
 
-/// @throws UsageError for a setting out of the range of its units
+/// @throws SettingError for a setting out of the range of its units
 std::unique_ptr<FrameFilter> makeTemporalFilter(const TemporalSettings& settings);
 std::unique_ptr<FrameFilter> makeSpatialFilter(int gain);
 std::unique_ptr<FrameFilter> makePatternFilter(const PatternSettings& settings);
 std::unique_ptr<FrameFilter> makeUnsharpFilter(const UnsharpSettings& settings);
 
-}  // namespace vxapp
+}  // namespace vxsupport

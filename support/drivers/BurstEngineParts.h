@@ -8,16 +8,13 @@
 #include <sstream>
 #include <string>
 
-#include "apps/vxkit/burst/BurstEngine.h"
-#include "apps/vxkit/terminal/Failure.h"
 #include "core/base/Exception.h"
 #include "enhancement/superresolution/SuperResolutionCAdapter.h"
+#include "support/drivers/BurstEngine.h"
+#include "support/drivers/SettingError.h"
 
 // What the sources of BurstEngine share; not for other files.
-namespace vxapp {
-
-/// Point spread of the camera and lens in a text; empty for a text that names no known ones.
-std::optional<float> psfSigmaFor(const std::string& camera);
+namespace vxsupport {
 
 /// "0 (the newest frame) to 4 (the oldest)"
 std::string referenceRange(const SuperresSettings& settings);
@@ -37,7 +34,7 @@ void applySetting(const std::string& option, const std::string& expected, Value 
         return;
     std::ostringstream text;
     text << option << ' ' << value << ": expected " << expected;
-    throw UsageError(text.str());
+    throw SettingError(text.str());
 }
 
 /// What a step of an engine answers; a failure that it raises becomes an answer with its text.
@@ -71,14 +68,14 @@ inline void tellFrame(PointF shift, const cv::Mat_<unsigned char>& mask, BurstAn
 }
 
 /// An engine in fixed point; openEngineClass() for those kinds.
-/// @throws UsageError  for settings with which 16 bits do not hold a result, and sizes that the engine cannot take
+/// @throws SettingError  for settings with which 16 bits do not hold a result, and sizes that the engine cannot take
 std::unique_ptr<BurstEngine> openFixedEngine(cv::Size frameSize, const SuperresSettings& settings);
 
 /// The engines for motions other than the global one.
-/// @throws UsageError  for settings that they do not know, and sizes that they cannot take
+/// @throws SettingError  for settings that they do not know, and sizes that they cannot take
 std::unique_ptr<BurstEngine> openMotionEngine(cv::Size frameSize, const SuperresSettings& settings);
 
 /// The engine class that the settings ask for.
 std::unique_ptr<BurstEngine> openEngineClass(cv::Size frameSize, const SuperresSettings& settings);
 
-}  // namespace vxapp
+}  // namespace vxsupport

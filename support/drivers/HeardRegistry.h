@@ -7,7 +7,7 @@
 #include "core/diagnostics/DebugLevels.h"
 #include "core/diagnostics/DebugSingleton.h"
 
-namespace vxapp {
+namespace vxsupport {
 
 /// Has the channels of all fast engines in the process send to a device while it lives; silences them at its
 /// end.
@@ -31,4 +31,4 @@ private:
     halvor::vx::DebugSingletonInterface& registry_ = halvor::vx::DebugSingleton::getInstance("");
 };
 
-}  // namespace vxapp
+}  // namespace vxsupport

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "apps/vxkit/stream/FrameFilter.h"
+#include "support/drivers/FrameFilter.h"
 
 #include <opencv2/core.hpp>
 #include <sstream>
 #include <utility>
 
-#include "apps/vxkit/terminal/Failure.h"
 #include "enhancement/SpatialNoiseRemover.h"
 #include "enhancement/StaticPatternRemover.h"
 #include "enhancement/TemporalNoiseReduction.h"
 #include "enhancement/UnsharpMask.h"
+#include "support/drivers/SettingError.h"
 
-namespace vxapp {
+namespace vxsupport {
 
 namespace {
 
@@ -100,8 +100,8 @@ int inRange(const char* option, std::optional<int> value, int standard, int high
 {
     const int chosen = value.value_or(standard);
     if (chosen < 0 || chosen > highest)
-        throw UsageError(std::string(option) + " " + std::to_string(chosen) + ": expected 0 to " +
-                         std::to_string(highest));
+        throw SettingError(std::string(option) + " " + std::to_string(chosen) + ": expected 0 to " +
+                           std::to_string(highest));
     return chosen;
 }
 
@@ -110,8 +110,8 @@ int inRange(const char* option, std::optional<int> value, int standard, int high
 std::unique_ptr<FrameFilter> makeTemporalFilter(const TemporalSettings& settings)
 {
     const bool hw = settings.hwUnits;
-    const int gain = inRange("--control-gain", settings.controlGain, hw ? 16 : 10, hw ? 16 : 10);
-    const int factor = inRange("--feedback-factor", settings.feedbackFactor, hw ? 1228 : 60, hw ? 2047 : 100);
+    const int gain = inRange("control-gain", settings.controlGain, hw ? 16 : 10, hw ? 16 : 10);
+    const int factor = inRange("feedback-factor", settings.feedbackFactor, hw ? 1228 : 60, hw ? 2047 : 100);
     std::ostringstream text;
     text << "temporal noise: control gain " << gain << ", global threshold " << settings.globalThreshold
          << ", feedback factor " << factor << (hw ? " in hardware units" : " %");
@@ -138,4 +138,4 @@ std::unique_ptr<FrameFilter> makeUnsharpFilter(const UnsharpSettings& settings)
     return std::make_unique<UnsharpFilter>(settings);
 }
 
-}  // namespace vxapp
+}  // namespace vxsupport

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/diagnostics/OutputSink.h"
+
+#include <iostream>
+#include <streambuf>
+#include <string>
+
+namespace halvor::vx {
+
+namespace {
+
+/// Hands on whole lines to the sink in force.
+class SinkBuffer : public std::streambuf
+{
+private:
+    // There is no buffer, so every character comes here.
+    int_type overflow(int_type character) override
+    {
+        if (traits_type::eq_int_type(character, traits_type::eof()))
+            return traits_type::not_eof(character);
+        if (character != '\n') {
+            line_.push_back(traits_type::to_char_type(character));
+            return character;
+        }
+        if (OutputSink* sink = OutputSink::current())
+            sink->write(OutputSink::Kind::output, "output", line_);
+        line_.clear();
+        return character;
+    }
+
+    std::string line_;
+};
+
+}  // namespace
+
+std::ostream& standardOutput()
+{
+    if (OutputSink::current() == nullptr)
+        return std::cout;
+    thread_local SinkBuffer buffer;
+    thread_local std::ostream stream(&buffer);
+    return stream;
+}
+
+}  // namespace halvor::vx
