@@ -32,3 +32,9 @@ if(VXKIT_SANITIZE)
     target_link_options(vxkit_build_flags INTERFACE -fsanitize=float-cast-overflow)
   endif()
 endif()
+
+# Every part counts its edges, so that the fuzzer finds its way through them; fuzz/ links its engine.
+if(VXKIT_FUZZ)
+  target_compile_options(vxkit_build_flags INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(vxkit_build_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()

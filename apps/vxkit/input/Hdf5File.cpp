@@ -48,6 +48,13 @@ std::optional<SampleType> samplesOf(hid_t type)
     return sampleTypeNamed(name.append(std::to_string(8 * bytes)));
 }
 
+// A data set may name other files for its samples, which the library would open.
+bool isInFile(hid_t set)
+{
+    const Hdf5Handle layout(H5Dget_create_plist(set), H5Pclose);
+    return layout && H5Pget_external_count(layout.get()) == 0 && H5Pget_layout(layout.get()) != H5D_VIRTUAL;
+}
+
 class Hdf5File : public FrameFile
 {
 public:
@@ -84,6 +91,9 @@ Hdf5File::Hdf5File(std::string path, std::string dataset)
     if (!set || !isImage(file.get(), dataset_))
         throw UsageError(path_ + ": " + dataset_ +
                          " is no data set of numbers in two or three dimensions; expected another --dataset");
+    if (!isInFile(set.get()))
+        throw UsageError(path_ + ": " + dataset_ +
+                         " takes its samples from other files; expected them in the file itself");
     takeShape(set.get());
 }
 

@@ -24,6 +24,7 @@ constexpr unsigned char applicationMarker = 0xE1;  // APP1
 constexpr std::size_t longestName = 32;
 constexpr std::size_t longestNumbering = 8;
 constexpr std::uint64_t largestFile = std::uint64_t{1} << 28;
+constexpr int mostTries = 64;  // of a file full of what looks like the start of an image
 
 struct Chain
 {
@@ -98,12 +99,13 @@ std::string joined(const Chain& chain)
 }
 
 // Images of one channel inside the bytes, by the first bytes of PNG and TIFF.
-std::unique_ptr<FrameFile> imageInside(const std::string& path, const std::string& bytes)
+// @param tries  how many of them may still be opened
+std::unique_ptr<FrameFile> imageInside(const std::string& path, const std::string& bytes, int& tries)
 {
     constexpr std::array starts{"\x89PNG\r\n\x1a\n"sv, "II*\0"sv, "MM\0*"sv};
     for (const std::string_view start : starts)
-        for (std::size_t place = bytes.find(start); place != std::string::npos;
-             place = bytes.find(start, place + 1)) {
+        for (std::size_t place = bytes.find(start); place != std::string::npos && tries > 0;
+             place = bytes.find(start, place + 1), --tries) {
             auto spool = std::make_unique<Spool>();
             spool->append(std::string_view(bytes).substr(place));
             try {
@@ -154,8 +156,9 @@ std::unique_ptr<FrameFile> openJpegFile(const std::string& path, const FileHints
         throw UsageError(path + ": can't be read");
     // PNG prescribes big-endian samples, and some cameras write little-endian ones all the same.
     const bool isSwapped = hints.order == std::endian::little;
+    int tries = mostTries;
     for (const Chain& chain : chainsOf(bytes))
-        if (std::unique_ptr<FrameFile> image = imageInside(path, joined(chain)))
+        if (std::unique_ptr<FrameFile> image = imageInside(path, joined(chain), tries))
             return std::make_unique<JpegFile>(std::move(image), isSwapped);
     throw UsageError(
         path +

@@ -22,6 +22,9 @@ struct CloseInput
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
 };
 
+// Other formats of the library name further files and addresses, which it would open.
+constexpr const char* containers = "matroska,webm,mov,mp4,avi";
+
 UsageError damaged(const std::string& path)
 {
     return UsageError(path + ": cut off or damaged; expected a complete video");
@@ -56,7 +59,11 @@ VideoPass::VideoPass(const std::string& path) : path_(path)
 {
     const AvMessages messages;
     AVFormatContext* container = nullptr;
-    const int opened = avformat_open_input(&container, avName(path).c_str(), nullptr, nullptr);
+    AVDictionary* limits = nullptr;
+    av_dict_set(&limits, "format_whitelist", containers, 0);
+    av_dict_set(&limits, "protocol_whitelist", "file", 0);
+    const int opened = avformat_open_input(&container, avName(path).c_str(), nullptr, &limits);
+    av_dict_free(&limits);
     container_.reset(container);
     if (opened < 0)
         throw UsageError(path + ": can't be read as a video (" + avErrorText(opened) + ")");

@@ -4,9 +4,14 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <fstream>
+#include <limits>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <optional>
 
+#include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/input/FrameFile.h"
 #include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/stream/SampleQuantiles.h"
 #include "apps/vxkit/terminal/Failure.h"
@@ -176,18 +181,48 @@ void BadPixelMender::mend(cv::Mat_<short>& frame) const
     }
 }
 
+namespace {
+
+// Of an image that the library may decode: it knows many more formats than are meant, and takes any memory that a header
+// asks for.
+std::optional<cv::Size> mapSize(const std::string& path)
+{
+    std::array<char, 24> start{};
+    std::ifstream(path, std::ios::binary).read(start.data(), start.size());
+    const FileFormat* format = formatStartingWith({start.data(), start.size()});
+    if (format == formatNamed("pgm"))
+        return openImageFile(path)->shapeOfAll()->size;
+    if (format != formatNamed("png"))
+        return std::nullopt;
+    const auto side = [&start](std::size_t place) {
+        std::uint32_t pixels = 0;
+        for (std::size_t i = 0; i < 4; ++i)
+            pixels = pixels << 8U | static_cast<unsigned char>(start.at(place + i));
+        return static_cast<int>(
+            std::min(pixels, static_cast<std::uint32_t>(std::numeric_limits<int>::max())));
+    };
+    return cv::Size{side(16), side(20)};
+}
+
+}  // namespace
+
 BadPixelMap readBadPixels(const std::string& path, cv::Size size)
 {
-    const cv::Mat read = [&path] {
-        const QuietStandardError quiet;
-        return cv::imread(path, cv::IMREAD_GRAYSCALE);
-    }();
-    if (read.empty())
+    const std::optional<cv::Size> told = mapSize(path);
+    if (!told)
         throw UsageError(path + ": can't be read; expected a map of bad pixels, an 8-bit PNG");
-    if (read.size() != size)
-        throw UsageError(path + ": has " + std::to_string(read.cols) + "x" + std::to_string(read.rows) +
+    if (*told != size)
+        throw UsageError(path + ": has " + std::to_string(told->width) + "x" + std::to_string(told->height) +
                          " pixels, while the frames have " + std::to_string(size.width) + "x" +
                          std::to_string(size.height));
+    cv::Mat read;
+    try {
+        const QuietStandardError quiet;
+        read = cv::imread(path, cv::IMREAD_GRAYSCALE);
+    } catch (const cv::Exception&) {  // told below
+    }
+    if (read.size() != size)
+        throw UsageError(path + ": can't be decoded; expected an undamaged, complete image");
     return {read};
 }
 
