@@ -39,12 +39,14 @@ private:
     Close close_ = nullptr;
 };
 
-/// Keeps the library's own error reports off the terminal while it lives.
+/// Keeps the library's own error reports off the terminal while it lives. Made before the library's first call, it also
+/// keeps it from telling, when the program ends, what damaged files left open inside of it.
 class QuietHdf5
 {
 public:
     QuietHdf5()
     {
+        [[maybe_unused]] static const herr_t once = H5dont_atexit();
         H5Eget_auto2(H5E_DEFAULT, &report_, &data_);
         H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
     }

@@ -265,9 +265,11 @@ TEST_F(EnhanceCommand, MendsBadPixelsByWhatItLearnsOrByAMap)
     EXPECT_FALSE(textOf(at("auto.raw")) == textOf(at("off.raw")));
 
     cv::imwrite(at("small.png"), cv::Mat_<std::uint8_t>::zeros(2, 2));
+    cv::imwrite(at("other.bmp"), cv::Mat_<std::uint8_t>::zeros(40, 132));
     expectRefusals(line + "-o bad.raw",
                    {{"--bad-pixels small.png", "small.png: has 2x2 pixels"},
                     {"--bad-pixels none.png", "none.png: can't be read"},
+                    {"--bad-pixels other.bmp", "other.bmp: can't be read"},
                     {"--bad-pixels off --write-bad-pixels m.png", "there is no map"},
                     {"--write-bad-pixels m.jpg", "m.jpg: expected"},
                     {"--look dark", "--look dark: expected one of natural, strong"},

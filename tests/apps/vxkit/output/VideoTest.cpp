@@ -217,6 +217,9 @@ TEST_F(Videos, DamagedOrOfAnotherKindAreRefusedByName)
             EXPECT_EQ(Recording({{at("cut.mkv")}, "", ""}).frameCount(), 3) << bytes;
         }
     }
+    writeText(at("list.mov"), "ffconcat version 1.0\nfile whole.mkv\n");
+    EXPECT_THAT(refusal("list.mov"), HasSubstr("list.mov: can't be read as a video"))
+        << "a list of other files";
     for (const std::string name : {"out.avi", "out.mp4"}) {
         write({.path = at(name)}, frames);
         EXPECT_THAT(refusal(name), HasSubstr(name + ": video of yuv")) << "pixels of colours";
