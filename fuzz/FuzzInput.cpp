@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fuzz/FuzzInput.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -45,7 +46,9 @@ void beSilent()
     static NullBuffer nowhere;
     std::cout.rdbuf(&nowhere);
     std::cerr.rdbuf(&nowhere);
-    require(std::freopen("/dev/null", "w", stdout) != nullptr, "the standard output can be silenced");
+    const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    require(::dup2(nothing, STDIN_FILENO) >= 0 && ::dup2(nothing, STDOUT_FILENO) >= 0, "there is /dev/null");
+    ::close(nothing);
     cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
     cv::redirectError([](int, const char*, const char*, const char*, int, void*) { return 0; });
 }

@@ -17,7 +17,8 @@ namespace vxfuzz {
 /// Stops the program, as a finding, if something promised does not hold.
 void require(bool holds, const char* promise);
 
-/// Keeps standard output, the streams and the image library's log silent for the rest of the process.
+/// Keeps standard output, the streams and the image library's log silent for the rest of the process, and empties the
+/// standard input.
 void beSilent();
 
 inline std::string_view textOf(const std::uint8_t* data, std::size_t size)
