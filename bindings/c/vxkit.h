@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 /**
+ * @file
  * VxKit for hosts in C, and for bindings: super-resolution engines, the enhancer chain, its blocks, the filters and the
  * simulator behind opaque handles. C11 and C++; no OpenCV in sight.
  *
@@ -35,6 +36,7 @@
  * The functions SuperResolution_* stay beside this interface, with contexts and a log of their own.
  */
 
+/** @cond  how the library's functions are marked, of no use to hosts */
 #if defined(_WIN32)
 #if defined(VXKIT_BUILDING)
 #define VXKIT_C_API __declspec(dllexport)
@@ -44,6 +46,7 @@
 #else
 #define VXKIT_C_API __attribute__((visibility("default")))
 #endif
+/** @endcond */
 
 #ifdef __cplusplus
 extern "C" {
@@ -51,8 +54,9 @@ extern "C" {
 
 /** The version of this header; vxkit_version() tells that of the library that is loaded. */
 #define VXKIT_VERSION_MAJOR 0
-#define VXKIT_VERSION_MINOR 1
-#define VXKIT_VERSION_PATCH 0
+#define VXKIT_VERSION_MINOR 1 /**< see VXKIT_VERSION_MAJOR */
+#define VXKIT_VERSION_PATCH 0 /**< see VXKIT_VERSION_MAJOR */
+/** The same as one number, to compare. */
 #define VXKIT_VERSION_NUMBER (10000 * VXKIT_VERSION_MAJOR + 100 * VXKIT_VERSION_MINOR + VXKIT_VERSION_PATCH)
 
 /** @return the library's version as text, such as "0.1.0" */
@@ -105,7 +109,7 @@ typedef struct vxkit_image
     int width;        /**< samples in a row, 1 or more */
     int height;       /**< rows, 1 or more */
     ptrdiff_t stride; /**< bytes from a row to the next, a multiple of a sample's; 0: rows without gaps */
-    vxkit_type type;
+    vxkit_type type;  /**< of all samples */
 } vxkit_image;
 
 /* ---- Kinds: what can be made */
@@ -118,10 +122,11 @@ typedef enum vxkit_family
     VXKIT_SIMULATOR = 2 /**< vxkit_simulated_frame() and its like */
 } vxkit_family;
 
+/** A kind, as vxkit_kind() describes it. */
 typedef struct vxkit_kind_info
 {
-    const char* name;
-    vxkit_family family;
+    const char* name;    /**< what vxkit_create() takes */
+    vxkit_family family; /**< which calls take its objects */
     const char* summary; /**< one sentence */
     vxkit_type input;    /**< of frames; of a simulator the same as output */
     vxkit_type output;   /**< of results */
@@ -148,6 +153,7 @@ VXKIT_C_API vxkit_status vxkit_kind(int index, vxkit_kind_info* info);
 
 /* ---- Settings of a kind */
 
+/** What values a setting has. */
 typedef enum vxkit_setting_type
 {
     VXKIT_INTEGER = 0,
@@ -157,13 +163,14 @@ typedef enum vxkit_setting_type
     VXKIT_TEXT = 4
 } vxkit_setting_type;
 
+/** A setting, as vxkit_setting() describes it. */
 typedef struct vxkit_setting_info
 {
-    const char* name;
-    vxkit_setting_type type;
+    const char* name;        /**< what vxkit_set_number() and its like take */
+    vxkit_setting_type type; /**< what values it has */
     double
         low; /**< INTEGER, NUMBER: the ends of the range, which belong to it; SWITCH 0 and 1; CHOICE 0 and count - 1 */
-    double high;
+    double high;              /**< the upper end, see low */
     double default_number;    /**< NaN where it depends on the frame size, and for TEXT */
     const char* default_text; /**< TEXT and CHOICE; else "" */
     const char* choices;      /**< CHOICE: the names with '|' between them; else "" */
@@ -303,6 +310,7 @@ VXKIT_C_API vxkit_status vxkit_learn_statistics(vxkit_object* object, const vxki
 
 /* ---- Super-resolution */
 
+/** What vxkit_add_frame() tells of the frame and of the image that it gave. */
 typedef struct vxkit_burst_report
 {
     int code; /**< a SuperResolution_Code of enhancement/superresolution/SuperResolutionCAdapter.h: 0, or what was
@@ -397,6 +405,7 @@ VXKIT_C_API vxkit_status vxkit_simulated_shift(vxkit_object* object, int index, 
 
 /* ---- Log and threads */
 
+/** How much a line of the log matters: a larger level means finer detail. */
 typedef enum vxkit_level
 {
     VXKIT_ERROR = 0,

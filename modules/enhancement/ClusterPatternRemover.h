@@ -37,6 +37,7 @@ public:
     /// @param b  ignored
     /// @param c  the limit of the difference between neighbouring means
     ClusterPatternRemover(unsigned int width, unsigned int height, float a, float b, float c);
+    /// The copy's damping has memory of its own.
     ClusterPatternRemover(const ClusterPatternRemover& other);
     ClusterPatternRemover& operator=(const ClusterPatternRemover& other);
     ClusterPatternRemover(ClusterPatternRemover&&) = default;
@@ -63,9 +64,12 @@ public:
     void setClusterHeight(unsigned int height) { clusterHeight_ = height; }
     /// @return false for a value outside 0 to 1, which changes nothing
     bool setAlphaDamping(float alpha);
+    /// Largest standard deviation in time of a steady pixel, and largest difference between its mean and a
+    /// neighbour's, in the unit of the frames; not checked.
     void setStdDevLimit(float limit) { stdDevLimit_ = limit; }
     void setMeanLimit(float limit) { meanLimit_ = limit; }
 
+    /// The settings as they stand: sizes in pixels, limits in the unit of the frames.
     unsigned int getClusterWidth() const { return clusterWidth_; }
     unsigned int getClusterHeight() const { return clusterHeight_; }
     float getAlphaDamping() const { return alphaDamping_; }

@@ -16,21 +16,21 @@ namespace halvor::vx {
 /// What the noise blocks of a chain refer to: a change takes effect with the next frame.
 struct NoiseSettings
 {
-    int tnrCGain;
-    int tnrGlobal;
-    int tnrAlpha;
-    int sprThreshold;
-    int sprMaxFrame;
-    int sprMaxLine;
-    int snrGain;
+    int tnrCGain;      ///< control gain in tenths, 0 to 1000; more filters less where a pixel changes
+    int tnrGlobal;     ///< motion of the picture above which the feedback falls, 0 to 1000; 100: never
+    int tnrAlpha;      ///< feedback in percent, 0 to 100; more filters more
+    int sprThreshold;  ///< deviation in counts below which it is learned as pattern, 0 to 32767
+    int sprMaxFrame;   ///< limit of the correction of a pixel in units of 0.9 counts, 0 to 4095
+    int sprMaxLine;    ///< limit of the correction of a column in units of 0.9 counts, 0 to 4095
+    int snrGain;       ///< strength of the spatial filter, 0 to 32767; 0: the picture stays as it is
 };
 
 /// For each noise block 0 to bypass it; any other value runs it.
 struct NoiseBypasses
 {
-    int temporal;
-    int pattern;
-    int spatial;
+    int temporal;  ///< TnrCmod
+    int pattern;   ///< SprCmod
+    int spatial;   ///< SnrCmod
 };
 
 /// The blocks of the enhancer chain, the settings that they refer to and the image behind each of them.
@@ -61,21 +61,21 @@ public:
     /// @param frame  0 sets the gain table, any other number filters it
     void process(int frame);
 
-    int cols;
-    int rows;
-    std::shared_ptr<ChainMatrix> input;
-    std::shared_ptr<ChainMatrix> afterTemporal;
-    std::shared_ptr<ChainMatrix> afterPattern;
-    std::shared_ptr<ChainMatrix> afterSpatial;
-    std::shared_ptr<ChainMatrix> afterHistogram;
-    std::shared_ptr<ChainMatrix> output;
-    std::shared_ptr<ChainMatrix> binData;
-    std::shared_ptr<NoiseSettings> settings;
-    std::shared_ptr<TnrCmod> temporal;
-    std::shared_ptr<SprCmod> pattern;
-    std::shared_ptr<SnrCmod> spatial;
-    std::shared_ptr<Histogram> histogram;
-    std::shared_ptr<Peaking> peaking;
+    int cols;                                     ///< of a frame, in pixels; not to be changed
+    int rows;                                     ///< of a frame, in pixels; not to be changed
+    std::shared_ptr<ChainMatrix> input;           ///< the frame to process; rows by cols, as all images here
+    std::shared_ptr<ChainMatrix> afterTemporal;   ///< behind the temporal noise reduction
+    std::shared_ptr<ChainMatrix> afterPattern;    ///< behind the static pattern removal
+    std::shared_ptr<ChainMatrix> afterSpatial;    ///< behind the spatial noise removal
+    std::shared_ptr<ChainMatrix> afterHistogram;  ///< equalised, 0 to 32767
+    std::shared_ptr<ChainMatrix> output;          ///< behind peaking
+    std::shared_ptr<ChainMatrix> binData;         ///< the measuring block's words; null before makeBinData()
+    std::shared_ptr<NoiseSettings> settings;      ///< what the three noise blocks refer to
+    std::shared_ptr<TnrCmod> temporal;            ///< temporal noise reduction
+    std::shared_ptr<SprCmod> pattern;             ///< static pattern removal
+    std::shared_ptr<SnrCmod> spatial;             ///< spatial noise removal
+    std::shared_ptr<Histogram> histogram;         ///< equalisation
+    std::shared_ptr<Peaking> peaking;             ///< sharpening
 };
 
 }  // namespace halvor::vx

@@ -55,14 +55,22 @@ public:
     void sprSetBypass(int value);
     void snrSetBypass(int value);
 
+    /// Feedback in percent, 0 to 100; more filters more. Like the settings below it holds from the next frame on.
     void tnrSetAlpha(int value) { chain_.settings->tnrAlpha = value; }
+    /// Control gain in tenths, 0 to 1000; more filters less where a pixel changes.
     void tnrSetCGain(int value) { chain_.settings->tnrCGain = value; }
+    /// Motion of the whole picture above which the feedback falls, 0 to 1000; at 100 it never does.
     void tnrSetGlobal(int value) { chain_.settings->tnrGlobal = value; }
+    /// Deviation from the neighbours in counts below which it is learned as pattern, 0 to 32767.
     void sprSetThreshold(int value) { chain_.settings->sprThreshold = value; }
+    /// Limit of the correction of a pixel in units of 0.9 counts, 0 to 4095.
     void sprSetMaxFrame(int value) { chain_.settings->sprMaxFrame = value; }
+    /// Limit of the correction of a column in units of 0.9 counts, 0 to 4095.
     void sprSetMaxLine(int value) { chain_.settings->sprMaxLine = value; }
+    /// Strength of the spatial filter, 0 to 32767; 0 leaves the picture as it is.
     void snrSetGain(int value) { chain_.settings->snrGain = value; }
 
+    /// Settings of the sharpener, see PeakingParam.
     void peakSetEnabled(int value) { chain_.peaking->param.enabled = value; }
     void peakSetGain(int value) { chain_.peaking->param.gain = value; }
     void peakSetCoring(int value) { chain_.peaking->param.coring = value; }
@@ -71,9 +79,11 @@ public:
     void peakSetReductThres(int value) { chain_.peaking->param.reductThres = value; }
     void peakSetReductGain(int value) { chain_.peaking->param.reductGain = value; }
 
+    /// Settings of the equaliser, see HistogramParam.
     void histSetMode(int value) { chain_.histogram->param.mode = value; }
     /// The chain measures 256 bins, so that only 8 gives a picture; set it through the construction.
     void histSetWidth(int value) { chain_.histogram->param.width = value; }
+    /// Settings of the equaliser, see HistogramParam.
     void histSetRange(int value) { chain_.histogram->param.range = value; }
     void histSetOffset(int value) { chain_.histogram->param.offset = value; }
     void histSetSpeed(int value) { chain_.histogram->param.speed = value; }
@@ -89,6 +99,7 @@ public:
     void histSetTest(int value) { chain_.histogram->param.test = value; }
     /// Has no lasting effect: every frame sets 1.
     void histSetHW(int value) { chain_.histogram->param.hw = value; }
+    /// Bits of a bin index: see histSetWidth().
     int histGetWidth() const { return chain_.histogram->param.width; }
 
     /// The images of the last frame, valid as long as the enhancer.
@@ -99,6 +110,7 @@ public:
     ChainMatrix* getHistoArray() const { return chain_.afterHistogram.get(); }
     /// The binary block, see Histogram::WriteBinData.
     ChainMatrix* getHistoBinArray() const { return chain_.binData.get(); }
+    /// The enhanced image of the last frame, valid as long as the enhancer.
     ChainMatrix* getPeakArray() const { return chain_.output.get(); }
 
     /// The blocks; a change of a bypass replaces its block.
@@ -113,7 +125,11 @@ public:
     unsigned int* getHistoBinArrayDSP() const;
     /// @param sampledCurve  true for the curve over the measured range, false for the gain table
     unsigned int* getHistoGain(bool sampledCurve) const;
+    /// Running sum over the bins of what each contributes to the curve, `1 << histGetWidth()` entries, valid as long
+    /// as the enhancer.
     double* getHistoEqu() const { return chain_.histogram->getHistoEqu(); }
+    /// Local slope of the curve by the upper bits of an equalised pixel, 256 entries in use, valid as long as the
+    /// enhancer.
     double* getLocalGain() const { return chain_.histogram->getLocalGain(); }
 
 private:

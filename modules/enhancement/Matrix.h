@@ -60,11 +60,14 @@ public:
     Matrix& operator=(Matrix&&) = delete;
     ~Matrix() = default;
 
+    /// @param r  0 to rows - 1; not checked
     Element* row(int r) { return data + static_cast<std::ptrdiff_t>(r) * cols; }
     const Element* row(int r) const { return data + static_cast<std::ptrdiff_t>(r) * cols; }
+    /// @param r, c  within rows and cols; not checked
     Element* at(int r, int c) { return row(r) + c; }
     const Element* at(int r, int c) const { return row(r) + c; }
 
+    /// The first element: own or foreign memory, whichever is looked at.
     Element* getData() const { return data; }
 
     /// Looks at foreign memory of the same shape from now on; own elements stay allocated.
@@ -98,13 +101,13 @@ public:
         return storage_.colRange(0, size).reshape(0, rows);
     }
 
-    Element* data = nullptr;
-    int size = 0;  ///< number of elements
-    std::array<int, 2> reserved{};
-    int rows = 0;
-    int cols = 0;
-    int owns = 0;  ///< 1 when the object allocated elements itself
-    Matrix** planes = nullptr;
+    Element* data = nullptr;        ///< what is looked at; null for an empty object
+    int size = 0;                   ///< number of elements
+    std::array<int, 2> reserved{};  ///< read by nothing
+    int rows = 0;                   ///< of an image; with several planes, of each
+    int cols = 0;                   ///< elements from a row to the next
+    int owns = 0;                   ///< 1 when the object allocated elements itself
+    Matrix** planes = nullptr;      ///< a view of each image, or null for a single one
 
 private:
     static int elementCount(long long planeCount, int rowCount, int colCount)

@@ -19,6 +19,7 @@ public:
     /// @param fileName  may be null or name no file: then isOpen() is false
     explicit ParameterFile(const char* fileName);
 
+    /// Whether the file could be opened; without one next() gives false.
     bool isOpen() const { return open_; }
 
     /// Goes to the next line that is no section head; false at the end of the file.
@@ -26,6 +27,7 @@ public:
 
     /// The section of the current line; empty ahead of the first head.
     const std::string& section() const { return section_; }
+    /// @param name  a section with its closing bracket, for example "Main_Window]"
     bool inSection(const char* name) const { return section_ == name; }
 
     /// Matches `key` at the beginning of the current line and reads the number behind it.

@@ -16,6 +16,7 @@ public:
     /// @throws Exception for an empty frame, several channels or another size; nothing is gathered then
     void add(const cv::Mat& frame);
 
+    /// Frames gathered so far.
     int count() const { return count_; }
     /// Empty before the first frame.
     cv::Mat_<float> mean() const;

@@ -12,10 +12,11 @@ template <>
 class DataType<unsigned int>
 {
 public:
-    using value_type = unsigned int;
-    using work_type = unsigned int;
-    using channel_type = unsigned int;
-    using vec_type = unsigned int;
+    using value_type = unsigned int;    ///< the pixel itself
+    using work_type = unsigned int;     ///< sums are taken in the same
+    using channel_type = unsigned int;  ///< of the single channel
+    using vec_type = unsigned int;      ///< a vector of one channel is the pixel
+    /// What the image library's templates read of a pixel type.
     enum
     {
         generic_type = 0,

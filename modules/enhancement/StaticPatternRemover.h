@@ -24,6 +24,7 @@ class VXKIT_API StaticPatternRemover
 public:
     /// The values are those of the setters; one out of range leaves 0.
     StaticPatternRemover(int threshold, int lineLimit, int frameLimit);
+    /// The copy has learned the same, and goes on by itself.
     StaticPatternRemover(const StaticPatternRemover& other);
     StaticPatternRemover& operator=(const StaticPatternRemover& other);
     ~StaticPatternRemover();

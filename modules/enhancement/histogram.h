@@ -46,12 +46,15 @@ struct HistogramParam
 class VXKIT_API Histogram
 {
 public:
+    /// Largest width that the tables have room for.
     static constexpr int maxWidth = 15;
     /// Entries of the tables: every bin of the largest width, and the upper edge of the last.
     static constexpr int tableSize = (1 << maxWidth) + 2;
 
+    /// @param frameCols, frameRows  size of a frame in pixels; an int counts them all
     Histogram(int frameCols, int frameRows);
 
+    /// Read anew with every frame.
     HistogramParam param;
 
     /// Reads the section "Histogram_Parameter" of a parameter file; prints one line when it can't be opened.
@@ -65,6 +68,7 @@ public:
     /// @param binData  BinDataRoom() words. May be null in the software branch; the hardware-model branch
     ///                 hands its measurement over through it and without it only measures.
     void MeasureFrame(int frame, const int* in, int* binData);
+    /// The same for the chain's images; without the binary block in the software branch alone.
     void MeasureFrame(int frame, halvor::vx::ChainMatrix& in, halvor::vx::ChainMatrix& binData);
     void MeasureFrame(int frame, halvor::vx::ChainMatrix& in);
 
@@ -72,6 +76,8 @@ public:
     void ProcessFrame(int frame, const int* in, int* out);
     /// Prints the input gain first.
     void ProcessFrame(int frame, halvor::vx::ChainMatrix& in, halvor::vx::ChainMatrix& out);
+    /// Maps one sample with the range and gain table as they stand, and refreshes the local gain of its level; the
+    /// sample itself in mode 0 and with bypass.
     int ProcessPixel(int pixel);
     /// Slope of the curve at a mapped pixel.
     double LocalGain(int pixel) const;
@@ -101,6 +107,8 @@ public:
     /// 0 until the first Update has ended, then 1.
     unsigned int initializedGain() const { return initializedGain_; }
 
+    /// With the bypass on pixels pass as they are, with a local gain of 1, as in mode 0; off at first. Frames are
+    /// measured all the same.
     bool isBypassed() const { return bypass_; }
     void setBypass(bool value) { bypass_ = value; }
 

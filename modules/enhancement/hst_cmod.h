@@ -13,6 +13,7 @@
 class VXKIT_API HstCmod
 {
 public:
+    /// Bins of the measured histogram.
     static constexpr int binCount = 256;
     /// Words of the binary block that carry a value; zeros follow up to whole image lines.
     static constexpr int valueWords = 2 * binCount + 6;

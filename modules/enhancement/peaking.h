@@ -28,8 +28,10 @@ struct PeakingParam
 class VXKIT_API Peaking
 {
 public:
+    /// @param frameCols, frameRows  size of a frame in pixels
     Peaking(int frameCols, int frameRows);
 
+    /// Read anew with every frame.
     PeakingParam param;
     /// Room for two texts of the camera, read by nothing here.
     std::array<char, 128> textA{" "};
@@ -46,6 +48,7 @@ public:
     void ProcessFrame(int* in, int* out, double* localGain);
     void ProcessFrame(halvor::vx::ChainMatrix& in, halvor::vx::ChainMatrix& out, double* localGain);
 
+    /// Size of a frame in pixels.
     int cols() const { return cols_; }
     int rows() const { return rows_; }
 

@@ -25,7 +25,9 @@ public:
     Exception& operator=(Exception&&) noexcept = default;
     ~Exception() override;
 
+    /// The message, as long as the exception lives.
     const char* what() const noexcept override;
+    /// The where-text of the construction, as long as the exception lives.
     virtual const std::string& where() const noexcept;
 
 private:

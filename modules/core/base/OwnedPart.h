@@ -12,7 +12,9 @@ template <typename Part>
 class OwnedPart
 {
 public:
+    /// @param part  not null
     explicit OwnedPart(std::unique_ptr<Part> part) : part_(std::move(part)) {}
+    /// Copies the part itself, into one of its own or onto the one that is there.
     OwnedPart(const OwnedPart& other) : part_(std::make_unique<Part>(*other.part_)) {}
     OwnedPart& operator=(const OwnedPart& other)
     {
@@ -21,6 +23,7 @@ public:
     }
     ~OwnedPart() = default;
 
+    /// The part; it lives as long as this object.
     Part* operator->() const { return part_.get(); }
 
 private:

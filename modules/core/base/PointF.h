@@ -4,6 +4,6 @@
 /// Displacement in pixels.
 struct PointF
 {
-    float x;
-    float y;
+    float x;  ///< to the right
+    float y;  ///< downwards
 };

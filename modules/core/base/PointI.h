@@ -6,6 +6,6 @@
 /// Whole-pixel displacement or position.
 struct PointI
 {
-    std::int32_t x;
-    std::int32_t y;
+    std::int32_t x;  ///< pixels to the right
+    std::int32_t y;  ///< pixels downwards
 };

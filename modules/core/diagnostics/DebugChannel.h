@@ -20,6 +20,7 @@ namespace halvor::vx {
 class VXKIT_API DebugChannel
 {
 public:
+    /// @param name  what devices and log lines call the channel
     explicit DebugChannel(std::string name);
     DebugChannel(const DebugChannel&);
     DebugChannel(DebugChannel&&) noexcept;
@@ -27,8 +28,10 @@ public:
     DebugChannel& operator=(DebugChannel&&) noexcept;
     virtual ~DebugChannel();
 
+    /// Whether a line of this level goes anywhere. Without a device only the log level counts.
     bool isDebugActive(int level) const { return level <= activeLevel_; }
 
+    /// One line without its line end. It is delivered on the calling thread before the function returns.
     void send(std::string_view text, int level) const
     {
         if (isDebugActive(level))
@@ -52,9 +55,13 @@ public:
     /// Largest level that goes to LogFacility as well; 0 turns that off.
     void setLogLevel(int level);
 
+    /// @param device  takes the lines up to the output level; null for none
     void setDebugDevice(std::shared_ptr<DebugDeviceBase> device);
+
+    /// Null if no device was set.
     std::shared_ptr<DebugDeviceBase> getDebugDevice() const;
 
+    /// The name of the lines that are sent from now on.
     void setDebugChannelName(std::string name);
     const std::string& getDebugChannelName() const;
 

@@ -18,13 +18,20 @@ class VXKIT_API DebugSingletonInterface
 public:
     virtual ~DebugSingletonInterface();
 
+    /// Registers a channel and gives it what was set here before.
+    ///
+    /// @param channel  not null; to be removed before it is destroyed
     virtual void addDebugChannel(DebugChannel* channel) = 0;
     /// A channel that is not registered is ignored.
     virtual void removeDebugChannel(DebugChannel* channel) = 0;
 
+    /// @param device  takes the lines of all channels; null for none
     virtual void setDebugDevice(std::shared_ptr<DebugDeviceBase> device) = 0;
+    /// @param level  the largest that goes to the device; 0 turns the device off
     virtual void setOutputLevel(int level) = 0;
+    /// @param level  the largest that goes to LogFacility; 0 turns that off
     virtual void setLogLevel(int level) = 0;
+    /// Channels that are registered now.
     virtual int channelCount() const = 0;
 
 protected:
@@ -33,6 +40,7 @@ protected:
     DebugSingletonInterface& operator=(const DebugSingletonInterface&) = default;
 };
 
+/// The registries of the process, by name.
 class VXKIT_API DebugSingleton
 {
 public:

@@ -23,11 +23,13 @@ public:
     static constexpr int problems = 2;
     static constexpr int progress = 4;
 
+    /// The log of this process. It is never destroyed, so that statics of a host may log to the end.
     static LogFacility& getInstance();
 
     LogFacility(const LogFacility&) = delete;
     LogFacility& operator=(const LogFacility&) = delete;
 
+    /// The level is `off` at first. Any thread may set it.
     void setLogLevel(int level);
     int getLogLevel() const { return level_; }
 
@@ -46,6 +48,7 @@ public:
     bool getShowCodeInfo() const { return showCodeInfo_; }
     void setShowCodeInfo(bool show) { showCodeInfo_ = show; }
 
+    /// Whether a line of this level is written; one of level `off` never is.
     bool isActive(int level) const { return level <= level_ && level > off; }
 
     /// Writes one line if the level is active.

@@ -13,7 +13,9 @@ namespace halvor::vx {
 class VXKIT_API RegisteredChannel : public DebugChannel
 {
 public:
+    /// @param name  what devices and log lines call the channel
     explicit RegisteredChannel(const std::string& name);
+    /// The copy has the name, levels and device of the other, and registers on its own.
     RegisteredChannel(const RegisteredChannel&);
     RegisteredChannel& operator=(const RegisteredChannel&) = default;
     ~RegisteredChannel() override;

@@ -9,7 +9,9 @@ namespace halvor::vx {
 class StopWatch
 {
 public:
+    /// Begins to measure; timeElapsed() is 0 until stop().
     void start() { start_ = stop_ = Clock::now(); }
+    /// Ends the measurement; may be called again, for a later end.
     void stop() { stop_ = Clock::now(); }
 
     /// Seconds between the last start() and the last stop(); 0 before the first stop().

@@ -28,6 +28,9 @@ VXKIT_API cv::Mat_<Int> convertMatFloatToMatInt(const cv::Mat_<Real>& in, std::t
                                                 std::type_identity_t<Real> max,
                                                 std::type_identity_t<Real> gain,
                                                 std::type_identity_t<Real> offset, bool offsetFirst);
+/// The same into `out`, which is created at the size of `in`.
+///
+/// @throws Exception  as above
 template <typename Int, typename Real>
 VXKIT_API void convertMatFloatToMatInt(const cv::Mat_<Real>& in, std::type_identity_t<Real> min,
                                        std::type_identity_t<Real> max, std::type_identity_t<Real> gain,
@@ -43,6 +46,9 @@ VXKIT_API cv::Mat_<Real> convertMatIntToMatFloat(const cv::Mat_<Int>& in, std::t
                                                  std::type_identity_t<Int> max,
                                                  std::type_identity_t<Real> gain,
                                                  std::type_identity_t<Real> offset);
+/// The same into `out`, which is created at the size of `in`.
+///
+/// @throws Exception  as above
 template <typename Real, typename Int>
 VXKIT_API void convertMatIntToMatFloat(const cv::Mat_<Int>& in, std::type_identity_t<Int> min,
                                        std::type_identity_t<Int> max, std::type_identity_t<Real> gain,

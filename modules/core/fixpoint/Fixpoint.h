@@ -48,11 +48,13 @@ public:
     /// Stores value * 2^exponent, reduced as above; a value that fits the mantissa keeps the exponent given.
     virtual void fromInt64(std::int64_t value, std::int8_t exponent);
 
+    /// The mantissa alone; the exponent stays.
     virtual void setMantissa(std::int16_t mantissa);
     virtual std::int16_t getMantissa() const;
     /// Takes effect on the values that are formed from then on.
     virtual void setExponentWidth(std::int8_t bits);
     virtual std::int8_t getExponentWidth() const;
+    /// Any exponent, whatever its width.
     virtual void setExponent(std::int8_t exponent);
     virtual std::int8_t getExponent() const;
     /// Multiplies by 2^step and leaves the mantissa alone. The exponent stops at -128 and 127, whatever its
@@ -69,7 +71,9 @@ public:
     virtual float getMaxValue() const;
 
     // Results have a full mantissa, as those of fromFloat(), and the wider of the two exponent widths.
+    /// a + b
     static Fixpoint add(const Fixpoint& a, const Fixpoint& b);
+    /// a * b
     static Fixpoint mul(const Fixpoint& a, const Fixpoint& b);
     /// By a divisor of 0: the largest magnitude of a's sign, or 0 for a of 0.
     static Fixpoint div(const Fixpoint& a, const Fixpoint& b);

@@ -12,8 +12,10 @@ class OwnedImage : public cv::Mat_<Pixel>
 public:
     using cv::Mat_<Pixel>::Mat_;
     OwnedImage() = default;
+    /// Copies the pixels.
     OwnedImage(const OwnedImage& other) : cv::Mat_<Pixel>(other.clone()) {}
     OwnedImage(OwnedImage&&) noexcept = default;
+    /// Takes a copy of the other's pixels, in memory of its own.
     OwnedImage& operator=(const OwnedImage& other)
     {
         if (this != &other)

@@ -27,7 +27,9 @@ public:
     /// Opens a new stream, replacing an existing file, and closes the one before.
     /// @return false if the file can't be written
     bool open(const std::string& path);
+    /// Whether frames have a stream to go to.
     bool isOpen() const;
+    /// Closes the stream for all copies that share it; does nothing without one.
     void close();
 
     /// Appends a frame; without an open stream, nothing happens.

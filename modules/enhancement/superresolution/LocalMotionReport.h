@@ -19,15 +19,17 @@ enum class BurstOutcome
 /// What an engine of local motion tells of its last picture, without knowing the truth.
 struct LocalMotionReport
 {
+    /// One frame of the window.
     struct Frame
     {
-        bool isReference;
-        bool fits;     ///< a motion against the reference was found
+        bool isReference;  ///< the frame on whose grid the picture lies
+        bool fits;         ///< a motion against the reference was found
         PointF shift;  ///< its mean over the frame, in frame pixels; positive: scene further right or lower
         float largestLocal;  ///< largest distance of a pixel's motion from that mean, in frame pixels
         float weight;        ///< mean over the frame, 0 to 1: by how much it counts
     };
 
+    /// What the picture was made of.
     BurstOutcome outcome = BurstOutcome::oneFrame;
     float noise = 0.0F;            ///< deviation of the frames' noise, in their unit
     float effectiveFrames = 1.0F;  ///< mean over the picture: 1 if only the reference counts

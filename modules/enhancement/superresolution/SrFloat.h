@@ -84,9 +84,11 @@ public:
     /// True if frames hold raw signed 16-bit counts, false (the default) if they hold degrees Celsius.
     void setDataIsNUC(bool isNUC) { badPixelHandling_.setDataIsNUC(isNUC); }
 
+    /// Values of a frame and of the large image, and frames that the window holds.
     int getInputSize() const { return inputSize_; }
     int getOutputSize() const { return outputSize_; }
     int getWindowSize() const { return windowSize_; }
+    /// The settings as they stand, see the setters.
     int getReferenceIndex() const { return referenceIndex_; }
     float getPsfSigma() const { return minimization_.getPsfSigma(); }
     float getWeightTV() const { return minimization_.getWeightTV(); }

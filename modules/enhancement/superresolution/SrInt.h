@@ -90,9 +90,11 @@ public:
     /// used, else 0.
     void getMasks(std::vector<cv::Mat_<unsigned char>>& out) const;
 
+    /// Values of a frame and of the large image, and frames that the window holds.
     int getInputSize() const { return inputSize_; }
     int getOutputSize() const { return outputSize_; }
     int getWindowSize() const { return windowSize_; }
+    /// The settings as they stand, see the setters.
     int getReferenceIndex() const { return referenceIndex_; }
     int getMaxCGIters() const { return minimization_.getMaxIter(); }
     float getPsfSigma() const { return minimization_.getPsfSigma(); }

@@ -50,12 +50,13 @@ public:
     using SrIntMinimization::computeUleftShift;
     using SrIntMinimization::computeUrightShift;
 
+    /// As the plain solver's; an empty R is refused as well.
     std::int64_t computeRandS(cv::Mat_<short>& R, const cv::Mat_<short>& B, cv::Mat_<short>& S,
                               signed char shift) override;
 
     // The order of the virtual operations is part of the binary interface.
 
-    /// out = in + mantissa * S * 2^shift
+    /// out = in + mantissa * S * 2^shift, over images of the large grid.
     virtual void computeU(short* in, short* out, const short* S, short mantissa, signed char shift);
     virtual void computeUleftShift(short* in, short* out, const short* S, short mantissa,
                                    unsigned char shift);
@@ -78,8 +79,11 @@ public:
     short minimize(short numFrames, short refIndex, std::vector<cv::Mat_<float>>& frames,
                    const std::vector<cv::Mat_<signed char>>& masks, cv::Mat_<float>& result);
 
+    /// As the plain solver's, with the large image as a pointer.
     void computeLSimplified(const short* X, const Fixpoint& epsilon, const Fixpoint& invEpsilon,
                             const Fixpoint& lambda, signed char e);
+    /// As the plain solver's, with the large image as a pointer.
+    ///
     /// @throws Exception  "invalid result frame size"
     void applyLSimplified(const short* in, cv::Mat_<short>& out);
 
@@ -102,6 +106,8 @@ public:
     /// The multiply-accumulate of the pipeline: a * b / 2^32, rounded.
     static short Mac_16_32(short a, int b);
 
+    /// As the plain solver's, with S as a pointer.
+    ///
     /// @throws Exception  "invalid S or Q frame size"
     std::int64_t computeAlpha(const short* S, const cv::Mat_<short>& Q, signed char shift);
     /// Rout = Rin - mantissa * Q * 2^shift

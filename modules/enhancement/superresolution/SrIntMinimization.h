@@ -87,6 +87,7 @@ public:
     /// @throws Exception  "invalid S or R frame size"
     virtual void computeS(cv::Mat_<short>& S, const cv::Mat_<short>& R, short mantissa, signed char shift);
 
+    /// The left forms of the operations above: the same with a shift of 0 to 255 places to the left.
     virtual void computeNormalisationLeftShift(cv::Mat_<short>& image, const cv::Mat_<signed char>& mask,
                                                short mean, unsigned char shift);
     virtual void computeDenormalisationLeftShift(const cv::Mat_<short>& in, cv::Mat_<short>& out, short mean,
@@ -104,9 +105,11 @@ public:
     /// A second report says that a pixel, whatever its mask, uses the headroom of one bit.
     virtual void computeNormalisationRightShift(cv::Mat_<short>& image, const cv::Mat_<signed char>& mask,
                                                 short mean, unsigned char shift);
+    /// The right forms: the same with a shift of 0 to 255 places to the right, rounded.
     virtual void computeDenormalisationRightShift(const cv::Mat_<short>& in, cv::Mat_<short>& out, short mean,
                                                   unsigned char shift, int offset);
     virtual std::int64_t computeSumSquaredValuesRightShift(const cv::Mat_<short>& image, unsigned char shift);
+    /// X += mantissa * S * 2^-shift, rounded.
     virtual void computeUrightShift(cv::Mat_<short>& X, const cv::Mat_<short>& S, short mantissa,
                                     unsigned char shift);
     /// Where R - t would leave 16 bits, R is set to the bound before t is subtracted, which then wraps.
@@ -187,6 +190,7 @@ public:
     ///
     /// @throws Exception  "invalid input frame size", "invalid result frame size"
     void applyLSimplified(const cv::Mat_<short>& in, cv::Mat_<short>& out);
+    /// The same for the pixel at row y and column x, from planes of edge weights of the large size.
     short applyLpixelSimplified(const short* Ldr, const short* Ld, const short* Ldl, const short* Lr,
                                 const short* in, short y, short x);
     /// Weight of the centre from the eight around it, NW, N, NE, W, SE, S, SW, E. Corners count half; the first is
@@ -194,16 +198,32 @@ public:
     short computeLc(short c1, short c2, short c3, short c4, short c5, short c6, short c7, short c8);
     /// Value of a plane of the large size, or 0 outside.
     void GetFrameOrientedData(const short* plane, short y, short x, short& value);
+    /// Whether row y and column x lie within a frame of that size.
     static bool checkAddrWithinFrame(unsigned short y, unsigned short x, unsigned short height,
                                      unsigned short width);
 
     // The earlier form of the operator, with a division for each edge.
 
+    /// As computeLSimplified(), with a quotient for each edge; it also keeps the weights of the centres.
+    ///
+    /// @throws Exception  "invalid input frame size"
     void computeL(const cv::Mat_<short>& X, const Fixpoint& epsilon, const Fixpoint& invEpsilon,
                   const Fixpoint& lambda, signed char e);
+    /// Weight of the edge between two pixels of values a and b: lambda by their difference, which is held within
+    /// epsilon and its inverse. A weight out of range is reported and becomes 0.
+    ///
+    /// @param diagonal  the difference counts by the root of a half
+    /// @param lo, hi    the bounds in the scale of the image
+    /// @param e         exponent of the image
     short computeLpixel(short a, short b, bool diagonal, Fixpoint epsilon, Fixpoint invEpsilon, short lo,
                         short hi, Fixpoint lambda, signed char e);
+    /// out = L in, with the weights of computeL().
+    ///
+    /// @throws Exception  "invalid input frame size", "invalid result frame size"
     void applyL(const cv::Mat_<short>& in, cv::Mat_<short>& out);
+    /// The same for the pixel of that index, from planes of edge and centre weights of the large size.
+    ///
+    /// @param top, left, bottom, leftEdge, right  whether the pixel lies on that edge of the image
     short applyLpixel(const short* Ldr, const short* Ld, const short* Ldl, const short* Lr, const short* Lc,
                       const short* in, int index, bool top, bool left, bool bottom, bool leftEdge,
                       bool right);
@@ -219,27 +239,60 @@ public:
     // Convolutions between the grid of a frame and the large grid. Kernels are rows of six taps with 16 fractional
     // bits; rowMask is the horizontal one. The full forms add to the result.
 
+    /// Adds the frame, blurred and put on the large grid.
+    ///
+    /// @param image   a frame
+    /// @param mask    of its size: a pixel is multiplied by its mask
+    /// @param result  an image of the large size
+    /// @param shift   exponent of a tap: -16
+    /// @throws Exception  for other sizes; for sums that leave 32 bits and results that leave 16 bits
     void fullConvFromSparse(const cv::Mat_<short>& image, const cv::Mat_<short>& rowMask,
                             const cv::Mat_<short>& colMask, const cv::Mat_<signed char>& mask,
                             cv::Mat_<short>& result, signed char shift);
+    /// The same for six taps, seeing each pixel once in the order of a sensor; the shift is -16 whatever is
+    /// given, and sums wrap.
+    ///
+    /// @throws Exception  for other sizes
     void fullConvFromSparseLinewise(const cv::Mat_<short>& image, const cv::Mat_<short>& rowMask,
                                     const cv::Mat_<short>& colMask, const cv::Mat_<signed char>& mask,
                                     cv::Mat_<short>& result, signed char shift);
+    /// The plain form on lanes, for frames whose width is a multiple of 8. Sums that differ from those without
+    /// lanes are reported at level 11.
+    ///
+    /// @throws Exception  for other sizes, and for results that leave 16 bits
     void fullConvFromSparseNeon(const cv::Mat_<short>& image, const cv::Mat_<short>& rowMask,
                                 const cv::Mat_<short>& colMask, const cv::Mat_<signed char>& mask,
                                 cv::Mat_<short>& result, signed char shift);
+    /// The line-wise form two columns at a time.
+    ///
+    /// @throws Exception  for other sizes
     void fullConvFromSparseLinewise2(const cv::Mat_<short>& image, const cv::Mat_<short>& rowMask,
                                      const cv::Mat_<short>& colMask, const cv::Mat_<signed char>& mask,
                                      cv::Mat_<short>& result, signed char shift);
+    /// One line of it: adds what is complete to two rows of the large image. Only between the lines of
+    /// fullConvFromSparseLinewise2(), whose taps it uses.
     void fullConvFromSparseLine2(const short* __restrict__ src, const signed char* __restrict__ mask,
                                  short* evenRow, short* oddRow);
+    /// The line-wise form four columns at a time, for frames whose width is a multiple of 4.
+    ///
+    /// @throws Exception  for other sizes
     void fullConvFromSparseLinewise4(const cv::Mat_<short>& image, const cv::Mat_<short>& rowMask,
                                      const cv::Mat_<short>& colMask, const cv::Mat_<signed char>& mask,
                                      cv::Mat_<short>& result, signed char shift);
+    /// One line of it, as fullConvFromSparseLine2().
     void fullConvFromSparseLine4(const short* __restrict__ src, const signed char* __restrict__ mask,
                                  short* evenRow, short* oddRow);
+    /// The transposed of it: blurs the large image and takes it on the grid of a frame.
+    ///
+    /// @param image   an image of the large size
+    /// @param result  a frame, overwritten
+    /// @param shift   exponent of a tap: -16
+    /// @throws Exception  for other sizes; for sums that leave 32 bits and results that leave 16 bits
     void validCorrToSparse(const cv::Mat_<short>& image, const cv::Mat_<short>& rowMask,
                            const cv::Mat_<short>& colMask, cv::Mat_<short>& result, signed char shift);
+    /// The same for six taps, seeing each pixel once in the order of a sensor; sums wrap.
+    ///
+    /// @throws Exception  for other sizes
     void validCorrToSparseLinewise(const cv::Mat_<short>& image, const cv::Mat_<short>& rowMask,
                                    const cv::Mat_<short>& colMask, cv::Mat_<short>& result,
                                    signed char shift);

@@ -78,9 +78,11 @@ public:
     /// alone. A copy.
     void getEffectiveFrames(cv::Mat_<float>& out) const;
 
+    /// Values of a frame and of the picture, and frames that the window holds.
     int getInputSize() const { return width_ * height_; }
     int getOutputSize() const { return 4 * width_ * height_; }
     int getWindowSize() const { return windowSize_; }
+    /// The settings as they stand, see the setters.
     int getReferenceIndex() const { return referenceIndex_; }
     float getPsfSigma() const { return psfSigma_; }
 

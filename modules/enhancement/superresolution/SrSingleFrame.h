@@ -31,6 +31,8 @@ public:
     SrSingleFrame& operator=(const SrSingleFrame&) = delete;
     SrSingleFrame& operator=(SrSingleFrame&&) = delete;
 
+    /// Repairs a frame's bad pixels and solves for the picture.
+    ///
     /// @param frame  getInputSize() values; a matrix must be continuous
     /// @param out    takes getOutputSize() values; a matrix is created at the size of the result
     /// @return 0, or -2 if a pixel could not be repaired from its neighbours and took a fallback value
@@ -42,8 +44,10 @@ public:
     /// Deviation of the last frame's noise in its unit.
     float getNoise() const;
 
+    /// Values of a frame and of the picture.
     int getInputSize() const { return width_ * height_; }
     int getOutputSize() const { return 4 * width_ * height_; }
+    /// In pixels of the picture, see setPsfSigma().
     float getPsfSigma() const { return psfSigma_; }
 
     /// True if frames hold raw signed 16-bit counts, false (the default) if they hold degrees Celsius.

@@ -4,6 +4,7 @@
 #include "core/base/Export.h"
 
 /**
+ * @file
  * Flat interface of the float super-resolution engine, for C11 and C++.
  *
  * A context takes frames of one size and makes one image of twice the width and height from the latest five.

@@ -26,10 +26,10 @@ struct EngineDefaults
     /// Position of the reference frame, counted back from the newest.
     static constexpr int referenceIndex = 0;
 
-    /// The flat interface's window and reference frame; its enlargement is the one that all engines are made
-    /// for.
+    /// The flat interface's window and reference frame.
     static constexpr int flatWindow = 5;
     static constexpr int flatReferenceIndex = 3;
+    /// Enlargement in each direction that all engines are made for.
     static constexpr float enlargement = 2.0F;
 };
 

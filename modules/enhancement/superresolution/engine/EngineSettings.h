@@ -39,30 +39,35 @@ inline int enlarged(int length, float factor, float smallest, const std::string&
 
 // A refused setting is thrown as a bare text literal (const char*), which hosts of every engine know.
 
+/// @throws const char*  unless the index is 0 to windowSize - 1
 inline void requireReferenceIndex(int index, int windowSize)
 {
     if (index < 0 || index >= windowSize)
         throw "Invalid reference index specified.";
 }
 
+/// @throws const char*  unless the error is above 0 and at most 1
 inline void requireRegError(float error)
 {
     if (!(error > 0.0F && error <= 1.0F))
         throw "Invalid maximum registration error specified.";
 }
 
+/// @throws const char*  unless sigma is above 0
 inline void requirePsfSigma(float sigma)
 {
     if (!(sigma > 0.0F))
         throw "Invalid standard deviation of the sensor psf specified.";
 }
 
+/// @throws const char*  unless the weight is 1 or more
 inline void requireWeightTV(float weight)
 {
     if (!(weight >= 1.0F))
         throw "Invalid total-variation term weight specified.";
 }
 
+/// @throws const char*  unless the residue is 1e-6 or more
 /// @param refusal  hosts of the float engines know the weight's text
 inline void requireRelativeResidue(float residue,
                                    const char* refusal = "Invalid total-variation term weight specified.")
@@ -72,6 +77,7 @@ inline void requireRelativeResidue(float residue,
         throw refusal;
 }
 
+/// @throws const char*  unless there is at least one
 inline void requireMaxCGIters(int iterations)
 {
     if (iterations < 1)

@@ -16,6 +16,7 @@ class SlidingWindow
 public:
     /// @param slots  one for each entry that the window can hold, all of them unused at first
     explicit SlidingWindow(std::vector<Slot> slots) : slots_(std::move(slots)) {}
+    /// @param slot  what each of the slots is a copy of
     explicit SlidingWindow(int capacity, const Slot& slot = Slot())
         : slots_(static_cast<std::size_t>(capacity), slot)
     {}
@@ -34,12 +35,15 @@ public:
     /// Forgets the entries; the slots stay where they are.
     void clear() { count_ = 0; }
 
+    /// Entries in the window.
     int count() const { return count_; }
+    /// Entries that the window can hold.
     int capacity() const { return static_cast<int>(slots_.size()); }
 
     /// All slots: those of the entries, then the unused ones.
     std::vector<Slot>& slots() { return slots_; }
     const std::vector<Slot>& slots() const { return slots_; }
+    /// @param index  0 for the oldest entry, to count() - 1; not checked
     Slot& operator[](int index) { return slots_[static_cast<std::size_t>(index)]; }
     const Slot& operator[](int index) const { return slots_[static_cast<std::size_t>(index)]; }
 

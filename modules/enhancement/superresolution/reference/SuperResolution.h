@@ -132,9 +132,11 @@ public:
     /// True if float frames hold raw signed 16-bit counts, false (the default) if degrees Celsius.
     void setDataIsNUC(bool dataIsNUC) { badPixelHandling_.setDataIsNUC(dataIsNUC); }
 
+    /// Values of a frame and of the large image, and frames that the window holds.
     int getInputSize() const { return inputSize_; }
     int getOutputSize() const { return outputSize_; }
     int getWindowSize() const { return windowSize_; }
+    /// The settings as they stand, see the setters.
     int getReferenceIndex() const { return referenceIndex_; }
     float getRegError() const { return registration_->getRegError(); }
     float getPsfSigma() const { return minimization_->getPsfSigma(); }

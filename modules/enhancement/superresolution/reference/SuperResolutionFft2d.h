@@ -17,6 +17,9 @@ class LineFft;
 class VXKIT_API SuperResolutionFft2d
 {
 public:
+    /// As SrFloatFft2d: the width even and 2 or more, the height 1 or more.
+    ///
+    /// @throws Exception  for any other size
     SuperResolutionFft2d(int width, int height);
     SuperResolutionFft2d(const SuperResolutionFft2d&) = delete;
     SuperResolutionFft2d(SuperResolutionFft2d&&) = delete;
@@ -24,10 +27,12 @@ public:
     SuperResolutionFft2d& operator=(SuperResolutionFft2d&&) = delete;
     ~SuperResolutionFft2d();
 
+    /// The transforms of SrFloatFft2d, on the calling thread.
     void forward(const float* image, float (*spectrum)[2]);
     void backward(const float (*spectrum)[2], float* image);
     /// Also writes each tap of the kernel to the standard output, one a line.
     void gaussFft(int radius, float sigma, float (*spectrum)[2], float* kernel);
+    /// As SrFloatFft2d::repairGaussBlur(), on the calling thread.
     void repairGaussBlur(const float* source, float* blurred, int radius, const float* kernel);
 
 private:

@@ -57,6 +57,7 @@ public:
     /// Radius of the mean filter on the error image; 3 at first.
     int getRegErrBlurRadius() const { return regErrBlurRadius_; }
     void setRegErrBlurRadius(int radius) { regErrBlurRadius_ = radius; }
+    /// Radius of the Gaussian that smooths the frames, in pixels; 5 at first.
     int getGaussRadius() const { return gaussRadius_; }
     /// Writes the taps of the kernel to the standard output.
     ///
