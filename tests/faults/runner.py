@@ -14,6 +14,7 @@ import shutil
 import signal
 import stat
 import subprocess
+import sys
 import tempfile
 import threading
 import time
@@ -107,6 +108,7 @@ class Workshop:
         self.environment = dict(os.environ, OMP_WAIT_POLICY="passive")
         self._lock = threading.Lock()
         self._folders = 0
+        self.runs = 0
 
     def new_folder(self, name):
         with self._lock:
@@ -149,6 +151,8 @@ class Workshop:
             hung.set()
             os.kill(process.pid, signal.SIGKILL)
 
+        with self._lock:
+            self.runs += 1
         timer = threading.Timer(patience, end)
         timer.start()
         _, status, usage = os.wait4(process.pid, 0)
@@ -204,30 +208,37 @@ class Runner:
         self.workshop = workshop
         self.jobs = jobs
         self.seed = seed
-        self.deadline = time.monotonic() + seconds
+        self.seconds = seconds
+        self.start = time.monotonic()
 
     def run(self, pattern="*", only_round=None):
         """Returns the number of failed cases."""
         chosen = [one for one in CASES if fnmatch.fnmatch(one.name, pattern)]
         results = {one.name: [0, 0, []] for one in chosen}
-        queue = [(one, only_round or 0) for one in chosen]
+        repeated = [one for one in chosen if one.repeats]
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-            self._gather(pool, queue, results)
-            index = 1
-            repeated = [one for one in chosen if one.repeats]
-            while repeated and only_round is None and time.monotonic() < self.deadline:
+            self._gather(pool, [(one, 0) for one in chosen if not one.repeats], results)
+            index = only_round or 0
+            while repeated and (index == (only_round or 0) or self._has_time(only_round)):
                 self._gather(pool, [(one, index) for one in repeated], results)
                 index += 1
-        for one in chosen:
+        for one in repeated:
             self._print(one, *results[one.name])
+        print(f"{self.workshop.runs} runs of the programs in {time.monotonic() - self.start:.0f} s")
         return sum(1 for _, _, failures in results.values() if failures)
 
+    def _has_time(self, only_round):
+        return only_round is None and time.monotonic() < self.start + self.seconds
+
     def _gather(self, pool, queue, results):
-        for one, index, bench in pool.map(self._round, queue):
+        for done in concurrent.futures.as_completed([pool.submit(self._round, entry) for entry in queue]):
+            one, index, bench = done.result()
             result = results[one.name]
             result[0] += 1
             result[1] += bench.checks
             result[2] += [(index, text) for text in bench.failures]
+            if not one.repeats:
+                self._print(one, *result)
 
     def _round(self, entry):
         one, index = entry
@@ -253,3 +264,4 @@ class Runner:
                   f"--case {one.name}" + (f" --round {index}" if one.repeats else ""))
         if len(failures) > 5:
             print(f"    and {len(failures) - 5} more")
+        sys.stdout.flush()

@@ -192,6 +192,16 @@ POSITIONED(pwrite64, off64_t)
 SYNC(fsync)
 SYNC(fdatasync)
 
+size_t fwrite(const void* items, size_t size, size_t count, FILE* file)
+{
+    if (fileno(file) > STDERR_FILENO) {
+        tellFile("write", fileno(file));
+        if (fails(writing))
+            return 0;
+    }
+    return REAL(fwrite)(items, size, count, file);
+}
+
 static void tellRename(int fromFolder, const char* from, int toFolder, const char* to)
 {
     char link[64];
