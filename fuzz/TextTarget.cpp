@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <array>
 #include <filesystem>
-#include <iterator>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "apps/halvor/Settings.h"
 #include "apps/vxkit/burst/RadianceCalibration.h"
@@ -39,15 +37,15 @@ void readRadiance(const std::string& path)
                     "a calibration has the size of the frames");
 }
 
-// The commands find no recording, so that they end behind their options.
-void readConfig(const std::string& path)
+// The command finds no recording, so that it ends behind its options.
+void readConfig(const std::string& path, std::size_t choice)
 {
-    for (const char* command : {"info", "enhance", "superres", "filter"}) {
-        const std::vector<const char*> words{"vxkit", "--config", path.c_str(), command, "missing.npy"};
-        const int status = vxapp::runProgram(static_cast<int>(words.size()), words.data());
-        vxfuzz::require(status == vxapp::exitSuccess || status == vxapp::exitUsage,
-                        "bad options end with their status");
-    }
+    constexpr std::array commands{"info", "enhance", "superres", "filter"};
+    const std::array words{"vxkit", "--config", path.c_str(), commands.at(choice % commands.size()),
+                           "missing.npy"};
+    const int status = vxapp::runProgram(static_cast<int>(words.size()), words.data());
+    vxfuzz::require(status == vxapp::exitSuccess || status == vxapp::exitUsage,
+                    "bad options end with their status");
 }
 
 void readWord(const std::string& text)
@@ -96,7 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 readRadiance("text");
                 break;
             case 'c':
-                readConfig("text");
+                readConfig("text", size);
                 break;
             case 'w':
                 readWord(std::string(bytes.substr(1)));
