@@ -2,6 +2,7 @@
 #include <hdf5.h>
 
 #include <array>
+#include <filesystem>
 #include <utility>
 #include <vector>
 
@@ -55,6 +56,23 @@ bool isInFile(hid_t set)
     return layout && H5Pget_external_count(layout.get()) == 0 && H5Pget_layout(layout.get()) != H5D_VIRTUAL;
 }
 
+// What can be read but once lies in a file without a name (see Spool). The library's driver for files wants one; that
+// for memory takes the file in as a whole.
+Hdf5Handle accessOf(const std::string& path)
+{
+    constexpr std::uintmax_t largestInMemory = std::uintmax_t{1} << 30;
+    constexpr std::size_t growth = 1 << 16;
+    Hdf5Handle access(H5Pcreate(H5P_FILE_ACCESS), H5Pclose);
+    std::error_code noName;
+    if (const std::filesystem::path name = std::filesystem::canonical(path, noName); !noName)
+        return access;
+    if (std::filesystem::file_size(path) > largestInMemory)
+        throw UsageError(path +
+                         ": more than 1 GiB of HDF5 that can be read but once; expected the name of a file");
+    H5Pset_fapl_core(access.get(), growth, 0);
+    return access;
+}
+
 class Hdf5File : public FrameFile
 {
 public:
@@ -99,7 +117,8 @@ Hdf5File::Hdf5File(std::string path, std::string dataset)
 
 Hdf5Handle Hdf5File::open() const
 {
-    Hdf5Handle file(H5Fopen(path_.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT), H5Fclose);
+    const Hdf5Handle access = accessOf(path_);
+    Hdf5Handle file(H5Fopen(path_.c_str(), H5F_ACC_RDONLY, access.get()), H5Fclose);
     if (!file)
         throw UsageError(path_ + ": can't be decoded; expected an undamaged, complete HDF5 file");
     return file;

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 #include <hdf5.h>
+#include <sys/stat.h>
 
 #include <array>
+#include <future>
 
 #include "apps/FrameSamples.h"
 #include "apps/TemporaryFolder.h"
 #include "apps/vxkit/formats/Hdf5Handles.h"
 #include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/output/FrameSink.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 using namespace vxapp;
@@ -36,4 +39,18 @@ TEST_F(Hdf5Files, AreRefusedIfTheyTakeTheirSamplesFromOtherFiles)
     } catch (const UsageError& error) {
         EXPECT_THAT(error.what(), testing::HasSubstr("in.h5: /frames takes its samples from other files"));
     }
+}
+
+TEST_F(Hdf5Files, AreReadFromAPipe)
+{
+    appendRaw(at("in.raw"), sampleCounts({5, 3}));
+    const Recording source({{at("in.raw")}, "5x3", ""});
+    const auto sink = openFrameSink({.path = at("in.h5")}, source, {{5, 3}, 1, SampleType::u16});
+    sink->add(sampleCounts({5, 3}));
+    sink->finish();
+    ASSERT_EQ(::mkfifo(at("pipe").c_str(), 0600), 0);
+    auto fed = std::async(std::launch::async, [&] { writeText(at("pipe"), textOf(at("in.h5"))); });
+    Recording recording({{at("pipe")}, "", ""});
+    fed.get();
+    EXPECT_TRUE(sameBits(recording.counts(0), sampleCounts({5, 3})));
 }
