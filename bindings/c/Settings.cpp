@@ -150,6 +150,15 @@ std::string textOfNumber(const Setting& setting, double value)
     return plainText(value);
 }
 
+double asWritten(float value)
+{
+    std::array<char, 64> digits{};
+    const auto written = std::to_chars(digits.data(), digits.data() + digits.size(), value);
+    double result = 0.0;
+    std::from_chars(digits.data(), written.ptr, result);
+    return result;
+}
+
 SettingValues::SettingValues(const SettingsTable& table) : table_(&table), chosen_(table.size(), false)
 {
     for (const Setting& setting : table) {

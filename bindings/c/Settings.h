@@ -55,6 +55,9 @@ double numberFromText(const Setting& setting, const std::string& text);
 /// The shortest text that numberFromText() takes back to the value.
 std::string textOfNumber(const Setting& setting, double value);
 
+/// A float as people write it: 0.683, not 0.68300002813.
+double asWritten(float value);
+
 /// The values of one object, and which of them were chosen.
 class SettingValues
 {

@@ -114,7 +114,8 @@ double SuperresObject::effectiveNumber(std::size_t index) const
     if (!values().isChosen(index) && name == "reference")
         return engineSettings().referenceIndex();
     if (!values().isChosen(index) && name == "psf-sigma")
-        return vxsupport::psfSigmaFor(values().text("camera")).value_or(values().number(index));
+        if (const auto sigma = vxsupport::psfSigmaFor(values().text("camera")))
+            return asWritten(*sigma);
     return values().number(index);
 }
 

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The settings of the engines, by the names of the options of `vxkit superres`.
 
-#include <array>
-#include <charconv>
 #include <cmath>
 #include <limits>
 
@@ -20,16 +18,6 @@ using vxsupport::FixedPointLimits;
 
 constexpr double aboveZero = std::numeric_limits<float>::min();
 constexpr double largest = std::numeric_limits<float>::max();
-
-// A float as people write it: defaults read 0.683, not 0.68300002813.
-double shortest(float value)
-{
-    std::array<char, 64> digits{};
-    const auto written = std::to_chars(digits.data(), digits.data() + digits.size(), value);
-    double result = 0.0;
-    std::from_chars(digits.data(), written.ptr, result);
-    return result;
-}
 
 // The engines compare with 1e-6 in double precision, which the float of that name is below.
 double smallestResidue()
@@ -57,25 +45,25 @@ Setting camera()
 
 Setting psfSigma(float standard, double most)
 {
-    return numberSetting("psf-sigma", aboveZero, most, shortest(standard), "px",
+    return numberSetting("psf-sigma", aboveZero, most, asWritten(standard), "px",
                          "Deviation of the camera's point spread in pixels of the image; wins over camera");
 }
 
 Setting weight(double least, double most)
 {
-    return numberSetting("weight", least, most, shortest(EngineDefaults::weightTV), "",
+    return numberSetting("weight", least, most, asWritten(EngineDefaults::weightTV), "",
                          "Inverse strength of the smoothing; a larger value smooths less");
 }
 
 Setting registrationError()
 {
-    return numberSetting("registration-error", aboveZero, 1.0, shortest(EngineDefaults::regError), "px^2",
+    return numberSetting("registration-error", aboveZero, 1.0, asWritten(EngineDefaults::regError), "px^2",
                          "Largest local registration error of a usable pixel");
 }
 
 Setting relativeResidue(double least, double most)
 {
-    return numberSetting("relative-residue", least, most, shortest(EngineDefaults::relativeResidue), "",
+    return numberSetting("relative-residue", least, most, asWritten(EngineDefaults::relativeResidue), "",
                          "Relative residue at which a round of the solver ends");
 }
 

@@ -46,6 +46,12 @@
 #else
 #define VXKIT_C_API __attribute__((visibility("default")))
 #endif
+/* So that a number beyond the names, as hosts in C may pass, is a value in C++ too. */
+#ifdef __cplusplus
+#define VXKIT_INT_ENUM : int
+#else
+#define VXKIT_INT_ENUM
+#endif
 /** @endcond */
 
 #ifdef __cplusplus
@@ -65,7 +71,7 @@ VXKIT_C_API const char* vxkit_version(void);
 VXKIT_C_API int vxkit_version_number(void);
 
 /** What a call answers. */
-typedef enum vxkit_status
+typedef enum vxkit_status VXKIT_INT_ENUM
 {
     VXKIT_OK = 0,
     VXKIT_BAD_HANDLE = 1,    /**< null, released or foreign, or of a kind that the call does not take */
@@ -88,7 +94,7 @@ VXKIT_C_API const char* vxkit_status_text(vxkit_status status);
 typedef struct vxkit_object vxkit_object;
 
 /** The type of samples. */
-typedef enum vxkit_type
+typedef enum vxkit_type VXKIT_INT_ENUM
 {
     VXKIT_U8 = 0,
     VXKIT_I8 = 1,
@@ -115,7 +121,7 @@ typedef struct vxkit_image
 /* ---- Kinds: what can be made */
 
 /** What an object of a kind does, and so which calls take it. */
-typedef enum vxkit_family
+typedef enum vxkit_family VXKIT_INT_ENUM
 {
     VXKIT_SUPERRES = 0, /**< vxkit_add_frame(), vxkit_frame_report_at(), vxkit_result() */
     VXKIT_FILTER = 1,   /**< vxkit_process(); the chain also vxkit_result(), "cluster" also vxkit_learn() */
@@ -154,7 +160,7 @@ VXKIT_C_API vxkit_status vxkit_kind(int index, vxkit_kind_info* info);
 /* ---- Settings of a kind */
 
 /** What values a setting has. */
-typedef enum vxkit_setting_type
+typedef enum vxkit_setting_type VXKIT_INT_ENUM
 {
     VXKIT_INTEGER = 0,
     VXKIT_NUMBER = 1,
@@ -406,7 +412,7 @@ VXKIT_C_API vxkit_status vxkit_simulated_shift(vxkit_object* object, int index, 
 /* ---- Log and threads */
 
 /** How much a line of the log matters: a larger level means finer detail. */
-typedef enum vxkit_level
+typedef enum vxkit_level VXKIT_INT_ENUM
 {
     VXKIT_ERROR = 0,
     VXKIT_WARNING = 1,

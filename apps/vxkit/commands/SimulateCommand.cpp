@@ -2,11 +2,10 @@
 #include "apps/vxkit/commands/SimulateCommand.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdint>
+#include <algorithm>
 #include <iomanip>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -21,6 +20,8 @@
 #include "support/Burst.h"
 #include "support/Sensor.h"
 #include "support/Stream.h"
+#include "support/drivers/SettingError.h"
+#include "support/drivers/SimulatorSettings.h"
 
 namespace vxapp {
 
@@ -28,31 +29,12 @@ namespace {
 
 using namespace vxsupport;
 
-// A frame of this side takes some gigabytes while its scene is painted.
-constexpr int smallestSide = 8;
-constexpr int largestSide = 2048;
-constexpr int mostFrames = 100000;
-
 struct SimulateOptions
 {
     std::string folder;
     std::string scene = "facade";
     std::string size = "160x120";
-    int frames = 0;  // 0: what the kind of recording asks for
-    int reference = -1;
-    std::uint64_t seed = 1;
-    std::uint64_t sceneSeed = 1;
-    double zoom = 1.0;
-    double netd = 0.05;
-    double psfSigma = 0.683;
-    double shake = 1.0;
-    double drift = 0.0;
-    double turn = 0.0;
-    double parallax = 0.0;
-    std::optional<double> subjectSpeed;
-    double columnOffset = 0.0;
-    double pixelOffset = 0.0;
-    int defects = 0;
+    SimulatorSettings settings;
     std::string defectStyle = "stuck";
     std::string format = "png";
     vxsupport::CountScale scale{0.01, -273.15};
@@ -60,95 +42,66 @@ struct SimulateOptions
     bool force = false;
 };
 
-SceneSettings sceneOf(const SimulateOptions& options)
+cv::Size sizeOf(const SimulateOptions& options)
 {
     const cv::Size size = parseSize(options.size);
-    if (size.width < smallestSide || size.height < smallestSide || size.width > largestSide ||
-        size.height > largestSide)
-        throw UsageError("--size " + options.size + ": expected sides of " + std::to_string(smallestSide) +
-                         " to " + std::to_string(largestSide) + " pixels");
-    return {*sceneKindFrom(options.scene), size, options.sceneSeed, options.zoom};
+    if (std::min(size.width, size.height) < smallestSimulatedSide ||
+        std::max(size.width, size.height) > largestSimulatedSide)
+        throw UsageError("--size " + options.size + ": expected sides of " +
+                         std::to_string(smallestSimulatedSide) + " to " +
+                         std::to_string(largestSimulatedSide) + " pixels");
+    return size;
 }
 
-HandMotion motionOf(const SimulateOptions& options)
+SimulatorSettings settingsOf(const SimulateOptions& options)
 {
-    HandMotion motion;
-    motion.deviationX *= options.shake;
-    motion.deviationY *= options.shake;
-    motion.drift = options.drift;
-    return motion;
-}
-
-DefectSettings defectsOf(const SimulateOptions& options)
-{
+    SimulatorSettings settings = options.settings;
+    settings.scene.kind = *sceneKindFrom(options.scene);
+    settings.scene.frame = sizeOf(options);
     const bool markers = options.defectStyle == "markers";
     if (markers && formatNamed(options.format)->saveFloats == nullptr)
         throw UsageError(
             "--defect-style markers: counts can't hold the markers; expected --format tiff or pfm");
-    return {options.defects, markers ? DefectStyle::markers : DefectStyle::stuck};
+    settings.defects.style = markers ? DefectStyle::markers : DefectStyle::stuck;
+    return settings;
 }
 
 BurstSettings burstOf(const SimulateOptions& options)
 {
-    BurstSettings burst;
-    burst.scene = sceneOf(options);
-    burst.frameCount = options.frames == 0 ? burst.frameCount : options.frames;
-    // Of five frames the engine takes the second as its reference.
-    burst.reference = options.reference >= 0 ? options.reference : std::min(1, burst.frameCount - 1);
-    if (burst.reference >= burst.frameCount)
-        throw UsageError("--reference " + std::to_string(burst.reference) +
-                         ": expected one of the frames 0 to " + std::to_string(burst.frameCount - 1));
-    burst.seed = options.seed;
-    burst.motion = motionOf(options);
-    burst.turn = options.turn;
-    burst.parallax = options.parallax;
-    burst.subject = options.subjectSpeed.has_value();
-    burst.subjectSpeed = options.subjectSpeed.value_or(burst.subjectSpeed);
-    burst.psfSigma = options.psfSigma;
-    burst.netd = options.netd;
-    burst.columnOffset = options.columnOffset;
-    burst.pixelOffset = options.pixelOffset;
-    burst.defects = defectsOf(options);
-    return burst;
+    try {
+        return burstSettingsOf(settingsOf(options));
+    } catch (const SettingError& error) {
+        throw UsageError("--" + std::string(error.what()));
+    }
 }
 
 StreamSettings streamOf(const SimulateOptions& options)
 {
-    if (options.reference >= 0)
+    if (options.settings.reference)
         throw UsageError("--reference: a recording with --stream has no ground truth on a frame's grid");
-    if (options.turn != 0.0 || options.parallax != 0.0)
+    if (options.settings.turn != 0.0 || options.settings.parallax != 0.0)
         throw UsageError("--turn and --parallax: make bursts; expected neither with --stream");
-    StreamSettings stream;
-    stream.scene = sceneOf(options);
-    stream.frameCount = options.frames == 0 ? stream.frameCount : options.frames;
-    stream.seed = options.seed;
-    stream.psfSigma = options.psfSigma;
-    stream.netd = options.netd;
-    stream.columnOffset = options.columnOffset;
-    stream.rowOffset = options.columnOffset / 2.0;
-    stream.pixelOffset = options.pixelOffset;
-    stream.defects = defectsOf(options);
-    stream.motion = motionOf(options);
-    stream.subjectSpeed = options.subjectSpeed.value_or(stream.subjectSpeed);
-    return stream;
+    return streamSettingsOf(settingsOf(options));
 }
 
 std::string describe(const SimulateOptions& options, const std::vector<PointF>& shifts,
                      const std::vector<double>& turns = {})
 {
+    const SimulatorSettings& settings = options.settings;
     std::ostringstream text;
     text << "# Simulated by vxkit simulate; temperatures in degrees Celsius, lengths in pixels of the "
             "frames.\n"
-         << "scene " << options.scene << " seed " << options.sceneSeed << " zoom " << options.zoom << '\n'
+         << "scene " << options.scene << " seed " << settings.scene.seed << " zoom " << settings.scene.zoom
+         << '\n'
          << "size " << options.size << '\n'
-         << "frames " << shifts.size() << " seed " << options.seed << '\n'
-         << "netd " << options.netd << " psf-sigma " << options.psfSigma << " column-offset "
-         << options.columnOffset << " pixel-offset " << options.pixelOffset << '\n'
-         << "defects " << options.defects << ' ' << options.defectStyle << '\n';
-    if (options.turn != 0.0 || options.parallax != 0.0)
-        text << "turn " << options.turn << " parallax " << options.parallax << '\n';
-    if (options.subjectSpeed)
-        text << "subject-speed " << *options.subjectSpeed << '\n';
+         << "frames " << shifts.size() << " seed " << settings.seed << '\n'
+         << "netd " << settings.netd << " psf-sigma " << settings.psfSigma << " column-offset "
+         << settings.columnOffset << " pixel-offset " << settings.pixelOffset << '\n'
+         << "defects " << settings.defects.count << ' ' << options.defectStyle << '\n';
+    if (settings.turn != 0.0 || settings.parallax != 0.0)
+        text << "turn " << settings.turn << " parallax " << settings.parallax << '\n';
+    if (settings.subjectSpeed)
+        text << "subject-speed " << *settings.subjectSpeed << '\n';
     if (formatNamed(options.format)->saveFloats != nullptr)
         text << "values degrees\n";
     else
@@ -158,7 +111,7 @@ std::string describe(const SimulateOptions& options, const std::vector<PointF>& 
          << std::setprecision(7);
     for (std::size_t i = 0; i < shifts.size(); ++i)
         text << i << ' ' << shifts[i].x << ' ' << shifts[i].y << '\n';
-    if (options.turn != 0.0)
+    if (settings.turn != 0.0)
         for (std::size_t i = 0; i < turns.size(); ++i)
             text << "turn " << i << ' ' << turns[i] << '\n';
     return text.str();
@@ -227,57 +180,63 @@ void addSceneOptions(CLI::App& command, SimulateOptions& options)
         ->check(CLI::IsMember(sceneNames()))
         ->capture_default_str();
     command.add_option("--size", options.size, "Size of the frames, WIDTHxHEIGHT")->capture_default_str();
-    command.add_option("--zoom", options.zoom, "Enlarges what is seen")
+    command.add_option("--zoom", options.settings.scene.zoom, "Enlarges what is seen")
         ->check(numberWithin(0.1, 10.0))
         ->capture_default_str();
-    command.add_option("--scene-seed", options.sceneSeed, "Arranges what is random about the scene")
+    command
+        .add_option("--scene-seed", options.settings.scene.seed, "Arranges what is random about the scene")
         ->capture_default_str();
-    command.add_option("--seed", options.seed, "Seed of motion, noise, offsets and defects")
+    command.add_option("--seed", options.settings.seed, "Seed of motion, noise, offsets and defects")
         ->capture_default_str();
 }
 
 void addCameraOptions(CLI::App& command, SimulateOptions& options)
 {
     command
-        .add_option("--shake", options.shake,
+        .add_option("--shake", options.settings.shake,
                     "Tremor of the hand; 1 is that of a measured burst (0.3 pixels)")
         ->check(numberWithin(0.0, 20.0))
         ->capture_default_str();
-    command.add_option("--drift", options.drift, "Whole pixels that the view drifts per frame, deviation")
+    command
+        .add_option("--drift", options.settings.drift,
+                    "Whole pixels that the view drifts per frame, deviation")
         ->check(numberWithin(0.0, 20.0))
         ->capture_default_str();
     command
-        .add_option("--turn", options.turn, "Deviation of a frame's angle about its middle, radians (bursts)")
+        .add_option("--turn", options.settings.turn,
+                    "Deviation of a frame's angle about its middle, radians (bursts)")
         ->check(numberWithin(0.0, 0.2))
         ->capture_default_str();
     command
-        .add_option("--parallax", options.parallax,
+        .add_option("--parallax", options.settings.parallax,
                     "How much more the near scene in the middle moves than the far one at the left\n"
                     "and right edges, as a share of the shift (bursts)")
         ->check(numberWithin(0.0, 10.0))
         ->capture_default_str();
     command
-        .add_option("--subject-speed", options.subjectSpeed,
+        .add_option("--subject-speed", options.settings.subjectSpeed,
                     "Somebody walks through the scene, or a hand passes; pixels per frame (without this\n"
                     "option a burst has none, and that of a --stream moves 0.7)")
         ->check(numberWithin(-100.0, 100.0));
-    command.add_option("--netd", options.netd, "Deviation of the temporal noise in kelvin")
+    command.add_option("--netd", options.settings.netd, "Deviation of the temporal noise in kelvin")
         ->check(zeroOrMore())
         ->capture_default_str();
-    command.add_option("--psf-sigma", options.psfSigma, "Deviation of the point spread in half pixels")
+    command
+        .add_option("--psf-sigma", options.settings.psfSigma, "Deviation of the point spread in half pixels")
         ->check(numberWithin(0.05, maxPsfSigma))
         ->capture_default_str();
     command
-        .add_option("--column-offset", options.columnOffset,
+        .add_option("--column-offset", options.settings.columnOffset,
                     "Deviation of the columns' fixed offsets in kelvin (rows of a --stream: half of it)")
         ->check(zeroOrMore())
         ->capture_default_str();
     command
-        .add_option("--pixel-offset", options.pixelOffset, "Deviation of the pixels' fixed offsets in kelvin")
+        .add_option("--pixel-offset", options.settings.pixelOffset,
+                    "Deviation of the pixels' fixed offsets in kelvin")
         ->check(zeroOrMore())
         ->capture_default_str();
-    command.add_option("--defects", options.defects, "Number of defect pixels")
-        ->check(CLI::Range(0, 1 << 22))
+    command.add_option("--defects", options.settings.defects.count, "Number of defect pixels")
+        ->check(CLI::Range(0, mostSimulatedDefects))
         ->capture_default_str();
     command
         .add_option("--defect-style", options.defectStyle,
@@ -296,10 +255,10 @@ void addSimulateCommand(CLI::App& program)
     command.add_option("folder", options->folder, "Folder for the files; made if there is none")->required();
     addSceneOptions(command, *options);
     addCameraOptions(command, *options);
-    command.add_option("--frames", options->frames, "Number of frames (5; with --stream 100)")
-        ->check(CLI::Range(1, mostFrames));
-    command.add_option("--reference", options->reference, "Frame on whose grid the truth lies (1)")
-        ->check(CLI::Range(0, mostFrames));
+    command.add_option("--frames", options->settings.frames, "Number of frames (5; with --stream 100)")
+        ->check(CLI::Range(1, mostSimulatedFrames));
+    command.add_option("--reference", options->settings.reference, "Frame on whose grid the truth lies (1)")
+        ->check(CLI::Range(0, mostSimulatedFrames));
     command.add_flag(
         "--stream", options->stream,
         "A recording with a moving subject; the truth is the same recording without noise and offsets");
