@@ -311,11 +311,11 @@ void callAgain(void* user, vxkit_level level, const char* /*source*/, const char
 {
     if (level != VXKIT_INFO)  // the failures come here too
         return;
-    auto& [object, statuses] = *static_cast<std::pair<vxkit_object*, std::vector<vxkit_status>>*>(user);
+    auto& seen = *static_cast<std::pair<vxkit_object*, std::vector<vxkit_status>>*>(user);
     std::jthread([&] {
         double value = 0.0;
-        statuses.push_back(vxkit_get_number(object, "peak-gain", &value));
-        statuses.push_back(vxkit_release(object));
+        seen.second.push_back(vxkit_get_number(seen.first, "peak-gain", &value));
+        seen.second.push_back(vxkit_release(seen.first));
     });
 }
 
