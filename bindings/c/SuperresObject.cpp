@@ -60,9 +60,9 @@ private:
 
     std::unique_ptr<BurstEngine> engine_;
     cv::Mat_<float> input_;
-    cv::Mat_<float> copy_;  // of frames that an engine does not take as they lie
-    cv::Mat_<float> image_;
-    BurstAnswer last_;  // that had an image
+    cv::Mat_<float> copy_;   // of frames that an engine does not take as they lie
+    bool hasImage_ = false;  // the engine keeps it
+    BurstAnswer last_;       // that had an image
 };
 
 SuperresObject::SuperresObject(const Kind& kind, cv::Size size) : Object(kind, size)
@@ -122,7 +122,7 @@ double SuperresObject::effectiveNumber(std::size_t index) const
 void SuperresObject::open()
 {
     engine_.reset();  // ahead of the new one, so that memory holds but one
-    image_.release();
+    hasImage_ = false;
     last_ = {};
     engine_ = vxsupport::openBurstEngine(frame(), engineSettings());
 }
@@ -151,18 +151,21 @@ void SuperresObject::addFrame(const vxkit_image& image, vxkit_burst_report& repo
               .factor = answer.factor ? static_cast<double>(*answer.factor)
                                       : std::numeric_limits<double>::quiet_NaN(),
               .frames = static_cast<int>(answer.frames.size())};
+    // An engine in fixed point starts its window anew, over the image that was.
+    if (vxsupport::isFailure(answer.code) && takesCounts())
+        hasImage_ = false;
     if (vxsupport::isFailure(answer.code))
         throw Failure(VXKIT_NO_RESULT,
                       vxsupport::textOf(answer) + " (code " + std::to_string(answer.code) + ")");
     if (!answer.hasImage)
         return;
-    image_ = engine_->image();
+    hasImage_ = true;
     last_ = std::move(answer);
 }
 
 vxkit_frame_report SuperresObject::frameReport(int index) const
 {
-    if (image_.empty())
+    if (!hasImage_)
         throw Failure(VXKIT_NOT_READY, "no image so far; expected \"window\" frames first");
     const auto count = static_cast<int>(last_.frames.size());
     if (index < 0 || index >= count)
@@ -182,11 +185,11 @@ cv::Mat SuperresObject::result(const std::string& name) const
         refuseResult(name, isLocal       ? "\"image\" and \"confidence\""
                            : isReference ? "\"image\" and \"quality\""
                                          : "\"image\"");
-    if (image_.empty())
+    if (!hasImage_)
         throw Failure(VXKIT_NOT_READY,
                       "result \"" + name + "\": no image so far; expected \"window\" frames first");
     if (name == "image")
-        return image_;
+        return engine_->image();
     const cv::Mat& further = isLocal ? last_.confidence : last_.quality;
     if (further.empty())
         throw Failure(VXKIT_NOT_READY, "result \"" + name + "\": expected the setting of that name to be on");
