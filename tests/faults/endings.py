@@ -28,7 +28,7 @@ def holds(manifest):
 @case("signals-at-work", 5)
 def signals_at_work(bench):
     """In the middle of writing: stop, remove, tell, and end by the signal itself."""
-    for job in QUICK:
+    for job in bench.some(QUICK):
         number = bench.random.choice(ASKING)
         folder = bench.folder()
         before = bench.jobs.prepare(job, folder, earlier="b")
@@ -41,7 +41,7 @@ def signals_at_work(bench):
 
 @case("signals-at-renames", 5, 11)
 def signals_at_renames(bench):
-    for job in JOBS:
+    for job in bench.some(JOBS):
         number = bench.random.choice(ASKING)
         folder = bench.folder()
         before = bench.jobs.prepare(job, folder, earlier="b")
@@ -65,7 +65,7 @@ def ignored_signals(bench):
 @case("file-size-limit", 5)
 def file_size_limit(bench):
     """The shell's limit of files' sizes, which comes as a signal."""
-    for job in QUICK:
+    for job in bench.some(QUICK):
         folder = bench.folder()
         before = bench.jobs.prepare(job, folder, earlier="b")
         run = bench.run(bench.jobs.words(job), folder, limits={"fsize": 1000})

@@ -77,7 +77,7 @@ def inputs_change_at_work(bench):
             whole[kind] = {name: text for name, text in found.items() if not name.startswith("in.")}
             for name in whole[kind]:
                 (original.parent / name).unlink()
-        for change in CHANGES:
+        for change in bench.some(CHANGES):
             kind = bench.random.choice(("convert", "enhance"))
             folder = bench.folder()
             path = folder / original.name
