@@ -105,6 +105,16 @@ static int fails(int kind)
     return 1;
 }
 
+/* A write to a file; to nothing else that has a descriptor. */
+static int failsToWrite(int file)
+{
+    struct stat status;
+    if (file <= STDERR_FILENO || file == logFile || fstat(file, &status) != 0 || !S_ISREG(status.st_mode))
+        return 0;
+    tellFile("write", file);
+    return fails(writing);
+}
+
 static void tellOpened(int flags, int file)
 {
     char call[16];
@@ -156,29 +166,22 @@ STREAM_OPENER(fopen64)
 
 ssize_t write(int file, const void* bytes, size_t size)
 {
-    if (file > STDERR_FILENO && file != logFile) {
-        tellFile("write", file);
-        if (fails(writing))
-            return -1;
-    }
+    if (failsToWrite(file))
+        return -1;
     return REAL(write)(file, bytes, size);
 }
 
 ssize_t writev(int file, const struct iovec* parts, int count)
 {
-    if (file > STDERR_FILENO) {
-        tellFile("write", file);
-        if (fails(writing))
-            return -1;
-    }
+    if (failsToWrite(file))
+        return -1;
     return REAL(writev)(file, parts, count);
 }
 
-#define POSITIONED(name, offsetType)                                      \
-    ssize_t name(int file, const void* bytes, size_t size, offsetType at) \
-    {                                                                     \
-        tellFile("write", file);                                          \
-        return fails(writing) ? -1 : REAL(name)(file, bytes, size, at);   \
+#define POSITIONED(name, offsetType)                                        \
+    ssize_t name(int file, const void* bytes, size_t size, offsetType at)   \
+    {                                                                       \
+        return failsToWrite(file) ? -1 : REAL(name)(file, bytes, size, at); \
     }
 POSITIONED(pwrite, off_t)
 POSITIONED(pwrite64, off64_t)
@@ -194,11 +197,8 @@ SYNC(fdatasync)
 
 size_t fwrite(const void* items, size_t size, size_t count, FILE* file)
 {
-    if (fileno(file) > STDERR_FILENO) {
-        tellFile("write", fileno(file));
-        if (fails(writing))
-            return 0;
-    }
+    if (failsToWrite(fileno(file)))
+        return 0;
     return REAL(fwrite)(items, size, count, file);
 }
 
