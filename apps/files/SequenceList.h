@@ -25,6 +25,7 @@ public:
     /// @param name  of a file of the sequence
     /// @param path  where it can be read now
     void add(const std::filesystem::path& name, const std::filesystem::path& path);
+    bool isEmpty() const { return text_.empty(); }
     /// The list, complete, to be committed with or behind the files.
     OutputFile& file();
 

@@ -6,13 +6,11 @@
 #include <cmath>
 #include <iomanip>
 #include <opencv2/core.hpp>
-#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <sstream>
 
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/output/Output.h"
-#include "apps/vxkit/output/SafeWrite.h"
 
 namespace vxapp {
 
@@ -65,9 +63,7 @@ void saveQualityMap(const std::filesystem::path& path, const cv::Mat_<float>& ma
 {
     if (isFloatFile(path))
         return saveFloats(path, map, force);
-    writeSafely(path, force, [&](const std::filesystem::path& temporary) {
-        return cv::imwrite(temporary.string(), pictureOf(map));
-    });
+    savePicture(path, pictureOf(map), force);
 }
 
 void saveConfidence(const std::filesystem::path& path, const cv::Mat_<float>& frames, bool force)

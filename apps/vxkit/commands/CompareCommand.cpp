@@ -15,13 +15,13 @@
 #include <string>
 #include <vector>
 
+#include "apps/files/OutputNames.h"
 #include "apps/vxkit/arguments/PlaceArguments.h"
 #include "apps/vxkit/arguments/ResultsOption.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/FrameFile.h"
 #include "apps/vxkit/output/Output.h"
 #include "apps/vxkit/output/PictureMarks.h"
-#include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "support/PictureMeasures.h"
 #include "support/Pictures.h"
@@ -179,9 +179,7 @@ void writePicture(const std::vector<Candidate>& candidates, const cv::Rect& regi
     if (panels.size() > 2)
         panels.front().caption = "bicubic enlargement of " + names[2];
     const cv::Mat_<cv::Vec3b> picture = vxsupport::sideBySide(panels);
-    writeSafely(options.picture, options.force, [&](const std::filesystem::path& temporary) {
-        return cv::imwrite(temporary.string(), picture);
-    });
+    savePicture(options.picture, picture, options.force);
     std::cout << "picture: " << options.picture << std::endl;
 }
 
@@ -195,7 +193,7 @@ void checkOptions(const CompareOptions& options)
         return;
     if (!isPngName(options.picture))
         throw UsageError(options.picture + ": expected a picture name that ends in .png");
-    requireWritable(options.picture, options.force);
+    vxfiles::requireWritable(options.picture, options.force);
 }
 
 void compare(const CompareOptions& options, Results& results)

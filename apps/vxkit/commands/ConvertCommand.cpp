@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "apps/files/OutputNames.h"
 #include "apps/vxkit/arguments/NumberChecks.h"
 #include "apps/vxkit/arguments/RecordingArguments.h"
 #include "apps/vxkit/arguments/ResultArguments.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/output/FrameSink.h"
-#include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "apps/vxkit/terminal/Progress.h"
 #include "apps/vxkit/terminal/Verbosity.h"
@@ -168,7 +168,7 @@ void requireForStreamProcessor(const ConvertOptions& options, SampleType type)
 
 void convert(const ConvertOptions& options)
 {
-    if (isWrittenThrough(options.output.path) && options.output.format.empty() &&
+    if (vxfiles::isWrittenThrough(options.output.path) && options.output.format.empty() &&
         formatOf(options.output.path) == nullptr)
         throw UsageError(options.output.path + ": the name tells no format; expected --to FORMAT");
     Recording recording(options.recording);
@@ -192,7 +192,7 @@ void convert(const ConvertOptions& options)
     }
     progress.clear();
     const std::string written = sink->finish();
-    if (!isWrittenThrough(options.output.path))
+    if (!vxfiles::isWrittenThrough(options.output.path))
         std::cout << written << std::endl;
 }
 

@@ -3,15 +3,14 @@
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 
+#include "apps/files/OutputFile.h"
 #include "apps/halvor/Help.h"
 #include "apps/halvor/SettingsTable.h"
 #include "apps/vxkit/arguments/CompletionScripts.h"
 #include "apps/vxkit/arguments/ManualPages.h"
-#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 
@@ -19,11 +18,9 @@ namespace {
 
 void write(const std::filesystem::path& path, const std::string& text)
 {
-    std::error_code ignored;  // shows when the file can't be opened
+    std::error_code ignored;  // shows when there is no folder to write to
     std::filesystem::create_directories(path.parent_path(), ignored);
-    std::ofstream file(path, std::ios::binary);
-    if (!(file << text).flush())
-        throw UsageError(path.string() + ": can't be written");
+    vxfiles::writeFile(path, text, true);
 }
 
 // As they lie below the folder "share" of an installation.

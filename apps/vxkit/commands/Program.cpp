@@ -66,8 +66,16 @@ Settings files (--config):
 
 Exit status:
   0  everything was done
-  1  an engine failed, or a check did not pass
-  2  bad input: one line on the standard error stream names it)";
+  1  an engine failed, a check did not pass, or a result could not be written: one line on the standard
+     error stream tells so
+  2  bad input: one line on the standard error stream names it
+
+Files that are written:
+  A result appears under its name when it is whole; until then, and whatever goes wrong, an earlier file stays as it
+  is. --force replaces regular files, which keep their modes; the file behind a symbolic link is replaced and the
+  link stays. Pipes and devices are written through. No file that a command reads is ever replaced.
+  Files with numbers come with a list, NAME.sha256, which tells which of them belong together; sha256sum -c checks
+  it. It is taken away before the first of them is replaced and written after the last.)";
 
 // Each command registers its options and a callback, which runs after the whole line has been parsed.
 Program::Program()
@@ -132,6 +140,8 @@ int Program::run(int argc, const char* const* argv)
         return app_.exit(error) == 0 ? exitSuccess : exitUsage;
     } catch (const UsageError& error) {
         return report(error.what(), exitUsage);
+    } catch (const WriteError& error) {
+        return report(error.what(), exitEngine);
     } catch (const EngineError& error) {
         return report(error.what(), exitEngine);
     } catch (const std::exception& error) {

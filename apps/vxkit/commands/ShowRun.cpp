@@ -4,22 +4,22 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <iostream>
 #include <memory>
-#include <opencv2/imgcodecs.hpp>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "apps/files/OutputFile.h"
+#include "apps/files/OutputNames.h"
 #include "apps/vxkit/arguments/NumberChecks.h"
 #include "apps/vxkit/arguments/PlaceArguments.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/output/AreaStatistics.h"
+#include "apps/vxkit/output/Output.h"
 #include "apps/vxkit/output/PictureMarks.h"
-#include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
@@ -133,7 +133,7 @@ void checkOptions(const ShowOptions& options)
         throw UsageError(options.table + ": expected different names for the picture and the table");
     for (const std::string& path : {options.picture, options.table})
         if (!path.empty())
-            requireWritable(path, options.force);
+            vxfiles::requireWritable(path, options.force);
 }
 
 // "LOW:HIGH"; nothing for the words.
@@ -341,9 +341,7 @@ void ShowRun::writePicture()
             rows.push_back(vxsupport::sideBySide(std::exchange(row, {})));
     }
     const cv::Mat sheet = vxsupport::stacked(rows);
-    writeSafely(options_.picture, options_.force, [&sheet](const std::filesystem::path& temporary) {
-        return cv::imwrite(temporary.string(), sheet);
-    });
+    savePicture(options_.picture, sheet, options_.force);
     for (std::size_t i = 0; i < shown_.size(); ++i) {
         const ValueRange range = rangeOf(shown_[i]);
         std::cout << shown_[i].path << ", frame " << shown_[i].frame << ": " << options_.colourMap << " from "
@@ -354,12 +352,7 @@ void ShowRun::writePicture()
 
 void ShowRun::writeTable()
 {
-    writeSafely(options_.table, options_.force, [this](const std::filesystem::path& temporary) {
-        std::ofstream file(temporary, std::ios::binary);
-        file << areaTable(records_);
-        file.close();
-        return file.good();
-    });
+    vxfiles::writeFile(options_.table, areaTable(records_), options_.force);
     std::cout << options_.table << " (" << records_.size() << " lines)" << std::endl;
 }
 

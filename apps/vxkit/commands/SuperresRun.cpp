@@ -9,9 +9,9 @@
 #include <sstream>
 #include <utility>
 
+#include "apps/files/OutputNames.h"
 #include "apps/vxkit/burst/QualityMap.h"
 #include "apps/vxkit/burst/RadianceCalibration.h"
-#include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "apps/vxkit/terminal/QuietStream.h"
 #include "apps/vxkit/terminal/Verbosity.h"
@@ -115,17 +115,22 @@ void SuperresRun::openTrace(const SuperresOptions& options)
             throw UsageError(path + ": is an input; expected another name for --trace");
         if (files_.writesTo(path))
             throw UsageError(path + ": is a result; expected another name for --trace");
-        requireWritable(path, options.results.force);
-        traceFile_ = std::make_shared<halvor::vx::DebugDeviceFile>(path);
-        settings_.trace = traceFile_;
+        if (vxfiles::isWrittenThrough(path))
+            throw UsageError(path + ": expected a regular file or - for --trace");
+        traceFile_ = std::make_unique<vxfiles::OutputFile>(path, options.results.force);
+        tracer_ = std::make_shared<halvor::vx::DebugDeviceFile>(traceFile_->temporaryPath().string());
+        settings_.trace = tracer_;
     }
     engine_ = vxapp::openBurstEngine(recording_.frameSize(), settings_);
 }
 
-void SuperresRun::finishTrace() const
+void SuperresRun::finishTrace()
 {
-    if (traceFile_ && !traceFile_->isComplete())
-        throw UsageError("--trace: the file could not be written to its end");
+    if (!traceFile_)
+        return;
+    if (!tracer_->isComplete())
+        throw WriteError("--trace: the file could not be written to its end");
+    traceFile_->commit();
 }
 
 void SuperresRun::run()
@@ -137,15 +142,14 @@ void SuperresRun::run()
         std::cout << vxsupport::nameOf(settings_.kind()) << " engine" << std::endl;
     if (!settings_.psfSigma)
         std::cout << cameraText(settings_) << std::endl;
-    for (int i = first_; i < recording_.frameCount(); ++i) {
-        progress_.show(i - first_ + 1);
-        addFrame(i);
+    try {
+        feedFrames();
+    } catch (...) {
+        finishTrace();  // of a run that fails it is wanted most
+        throw;
     }
-    progress_.clear();
-    if (const std::string written = files_.finish(recording_); !written.empty())
-        std::cout << written << std::endl;
-    finish();
     finishTrace();
+    finish();
     if (failures_ == 0)
         return;
     std::string message = firstFailure_;
@@ -155,6 +159,17 @@ void SuperresRun::run()
         message += "; " + std::to_string(summary_.results()) +
                    (summary_.results() == 1 ? " result was" : " results were") + " written";
     throw EngineError(message);
+}
+
+void SuperresRun::feedFrames()
+{
+    for (int i = first_; i < recording_.frameCount(); ++i) {
+        progress_.show(i - first_ + 1);
+        addFrame(i);
+    }
+    progress_.clear();
+    if (const std::string written = files_.finish(recording_); !written.empty())
+        std::cout << written << std::endl;
 }
 
 void SuperresRun::finish()

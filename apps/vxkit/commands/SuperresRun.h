@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "apps/files/OutputFile.h"
 #include "apps/vxkit/arguments/RecordingArguments.h"
 #include "apps/vxkit/burst/BurstEngine.h"
 #include "apps/vxkit/burst/BurstSummary.h"
@@ -49,13 +50,15 @@ private:
     void note(int number, const BurstAnswer& answer, const std::string& written);
     void finish();
     void openTrace(const SuperresOptions& options);
-    void finishTrace() const;
+    void feedFrames();
+    void finishTrace();
     void noteFailure(int index, const BurstAnswer& answer);
 
     Results& printer_;
     Recording recording_;
     SuperresSettings settings_;
-    std::shared_ptr<halvor::vx::DebugDeviceFile> traceFile_;
+    std::unique_ptr<vxfiles::OutputFile> traceFile_;
+    std::shared_ptr<halvor::vx::DebugDeviceFile> tracer_;
     Calibration calibration_;
     int window_;
     int first_;  // index of the first frame that is fed

@@ -2,10 +2,11 @@
 #include <fitsio.h>
 
 #include <array>
+#include <cerrno>
 
+#include "apps/files/Failure.h"
+#include "apps/files/OutputFile.h"
 #include "apps/vxkit/output/FrameSinkParts.h"
-#include "apps/vxkit/output/SafeWrite.h"
-#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 
@@ -86,11 +87,11 @@ private:
     void require(bool isDone) const
     {
         if (!isDone)
-            throw UsageError(file_.path().string() + " can't be written");
+            throw vxfiles::writeFailure(file_.path(), errno);
     }
 
     SequenceShape shape_;
-    SafeFile file_;
+    vxfiles::OutputFile file_;
     std::unique_ptr<fitsfile, CloseFits> fits_;
     LONGLONG added_ = 0;
 };

@@ -4,11 +4,12 @@
 #include <string_view>
 #include <vector>
 
+#include "apps/files/OutputNames.h"
+#include "apps/files/SequenceList.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/output/FrameSinkParts.h"
 #include "apps/vxkit/output/Output.h"
-#include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
@@ -20,7 +21,7 @@ constexpr std::string_view follow = "follow";
 std::vector<std::string> fileNames(const SequenceOptions& options, const FileFormat& format,
                                    const Recording& input, int count)
 {
-    if (!format.oneFilePerFrame || count == 1 || isWrittenThrough(options.path))
+    if (!format.oneFilePerFrame || count == 1 || vxfiles::isWrittenThrough(options.path))
         return {options.path};
     std::vector<std::string> names;
     const int last = input.firstNumber() + count - 1;
@@ -82,8 +83,10 @@ std::unique_ptr<FrameSink> openFrameSink(const SequenceOptions& options, const R
     for (const std::string& name : names) {
         if (input.readsFrom(name))
             throw UsageError(name + ": is an input; expected another output name");
-        requireWritable(name, options.force);
+        vxfiles::requireWritable(name, options.force);
     }
+    if (names.size() > 1)
+        vxfiles::requireWritable(vxfiles::SequenceList::nameOf(options.path), options.force);
     return format.openSink({options, names, shape, range, options.range == follow});
 }
 

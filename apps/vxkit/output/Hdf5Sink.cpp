@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <array>
+#include <cerrno>
 
+#include "apps/files/Failure.h"
+#include "apps/files/OutputFile.h"
 #include "apps/vxkit/formats/Hdf5Handles.h"
 #include "apps/vxkit/output/FrameSinkParts.h"
-#include "apps/vxkit/output/SafeWrite.h"
-#include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
 
@@ -79,11 +80,11 @@ private:
     void require(bool isDone) const
     {
         if (!isDone)
-            throw UsageError(file_.path().string() + " can't be written");
+            throw vxfiles::writeFailure(file_.path(), errno);
     }
 
     SequenceShape shape_;
-    SafeFile file_;
+    vxfiles::OutputFile file_;
     Hdf5Handle hdf5_;
     Hdf5Handle space_;
     Hdf5Handle set_;

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
-#include <fstream>
 #include <limits>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
@@ -14,8 +14,9 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "apps/files/OutputFile.h"
 #include "apps/vxkit/formats/FileFormats.h"
-#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/output/TiffWriter.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "core/io/ImageIO.h"
 
@@ -71,27 +72,22 @@ void insertText(std::vector<unsigned char>& png, const std::string& keyword, con
 
 void saveBytes(const std::filesystem::path& path, const std::vector<unsigned char>& bytes, bool force)
 {
-    writeSafely(path, force, [&](const std::filesystem::path& temporary) {
-        std::ofstream file(temporary, std::ios::binary);
-        file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-        file.close();
-        return file.good();
-    });
-}
-
-std::vector<unsigned char> encode(const std::filesystem::path& path, const std::string& ending,
-                                  const cv::Mat& image)
-{
-    std::vector<unsigned char> bytes;
-    try {
-        if (cv::imencode(ending, image, bytes))
-            return bytes;
-    } catch (const cv::Exception&) {  // told below
-    }
-    throw UsageError(path.string() + " can't be written: the image could not be encoded");
+    vxfiles::writeFile(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()}, force);
 }
 
 }  // namespace
+
+std::vector<unsigned char> encodePng(const std::filesystem::path& path, const cv::Mat& image,
+                                     const std::vector<int>& settings)
+{
+    std::vector<unsigned char> bytes;
+    try {
+        if (cv::imencode(".png", image, bytes, settings))
+            return bytes;
+    } catch (const cv::Exception&) {  // told below
+    }
+    throw WriteError(path.string() + " can't be written: the image could not be encoded");
+}
 
 std::string scaleText(const CountScale& scale)
 {
@@ -136,17 +132,6 @@ std::string withNumber(const std::filesystem::path& path, int number, int larges
     return (path.parent_path() / name).string();
 }
 
-void appendLittleEndian(std::ostream& out, const cv::Mat_<std::uint16_t>& counts)
-{
-    std::string bytes;
-    bytes.reserve(counts.total() * 2);
-    for (const std::uint16_t count : counts) {
-        bytes.push_back(static_cast<char>(static_cast<unsigned char>(count & 0xFFU)));
-        bytes.push_back(static_cast<char>(static_cast<unsigned char>(count >> 8U)));
-    }
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
 void saveFloats(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force)
 {
     formatOf(path)->saveFloats(path, image, force);
@@ -154,15 +139,20 @@ void saveFloats(const std::filesystem::path& path, const cv::Mat_<float>& image,
 
 void saveTiff(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force)
 {
-    saveBytes(path, encode(path, ".tiff", image), force);
+    vxfiles::OutputFile file(path, force);
+    TiffWriter tiff(file, {image.size(), 1, SampleType::f32});
+    tiff.add(image);
+    tiff.finish();
+    file.commit();
 }
 
 void savePfm(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force)
 {
-    writeSafely(path, force, [&](const std::filesystem::path& temporary) {
-        using halvor::vx::ImageIO;
-        return ImageIO::save(temporary.string(), image, ImageIO::pfm);
-    });
+    using halvor::vx::ImageIO;
+    vxfiles::OutputFile file(path, force);
+    if (!ImageIO::save(file.temporaryPath().string(), image, ImageIO::pfm))
+        throw vxfiles::writeFailure(path, errno);
+    file.commit();
 }
 
 void saveCounts(const std::filesystem::path& path, const cv::Mat_<float>& image, const CountScale& scale,
@@ -174,9 +164,15 @@ void saveCounts(const std::filesystem::path& path, const cv::Mat_<float>& image,
 void savePng(const std::filesystem::path& path, const cv::Mat_<float>& image, const CountScale& scale,
              bool force)
 {
-    std::vector<unsigned char> png = encode(path, ".png", vxsupport::toCounts(image, scale));
+    std::vector<unsigned char> png = encodePng(path, vxsupport::toCounts(image, scale));
     insertText(png, "Comment", scaleText(scale));
     saveBytes(path, png, force);
+}
+
+void savePicture(const std::filesystem::path& path, const cv::Mat& picture, bool force,
+                 const std::vector<int>& settings)
+{
+    saveBytes(path, encodePng(path, picture, settings), force);
 }
 
 void savePreview(const std::filesystem::path& path, const cv::Mat_<float>& image, const ValueRange& range,
@@ -189,7 +185,7 @@ void savePreview(const std::filesystem::path& path, const cv::Mat_<float>& image
     } catch (const std::invalid_argument& error) {
         throw UsageError(error.what());
     }
-    saveBytes(path, encode(path, ".png", picture), force);
+    savePicture(path, picture, force);
 }
 
 }  // namespace vxapp

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
-#include <iosfwd>
 #include <opencv2/core/mat.hpp>
 #include <string>
 #include <vector>
@@ -37,11 +35,15 @@ std::string lowerEnding(const std::filesystem::path& path);
 /// "result-0004.tif" of "result.tif": four digits, or as many as the largest of the numbers needs.
 std::string withNumber(const std::filesystem::path& path, int number, int largest);
 
-/// Appends a frame as headerless recordings hold it: 16-bit little-endian counts, row by row.
-void appendLittleEndian(std::ostream& out, const cv::Mat_<std::uint16_t>& counts);
+/// The bytes of a PNG file, which has nothing to do with a disk.
+/// @param path      for messages
+/// @param settings  of the image library's encoder
+/// @throws WriteError if the image can't be encoded
+std::vector<unsigned char> encodePng(const std::filesystem::path& path, const cv::Mat& image,
+                                     const std::vector<int>& settings = {});
 
 // Writers. An existing file is replaced only if `force` is set, a file appears under its name when it is
-// complete, and every failure is a UsageError that names the file.
+// complete, and failures are those of vxfiles::OutputFile.
 
 /// Writes 32-bit floats bit by bit in the format of the file's ending, see isFloatFile().
 void saveFloats(const std::filesystem::path& path, const cv::Mat_<float>& image, bool force);
@@ -54,6 +56,10 @@ void saveCounts(const std::filesystem::path& path, const cv::Mat_<float>& image,
                 bool force);
 void savePng(const std::filesystem::path& path, const cv::Mat_<float>& image, const CountScale& scale,
              bool force);
+
+/// Writes a picture as it is, as a PNG.
+void savePicture(const std::filesystem::path& path, const cv::Mat& picture, bool force,
+                 const std::vector<int>& settings = {});
 
 /// Writes an 8-bit colour PNG for looking at; the colour map is one of vxsupport::colourMapNames().
 void savePreview(const std::filesystem::path& path, const cv::Mat_<float>& image, const ValueRange& range,

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <opencv2/imgcodecs.hpp>
 #include <vector>
 
+#include "apps/vxkit/output/Output.h"
 #include "apps/vxkit/output/StreamSink.h"
 #include "apps/vxkit/terminal/Failure.h"
 
@@ -21,13 +21,7 @@ public:
 private:
     std::string encode(const cv::Mat& frame, int /*index*/) const override
     {
-        std::vector<unsigned char> bytes;
-        try {
-            cv::imencode(".png", frame, bytes);
-        } catch (const cv::Exception&) {  // told below
-        }
-        if (bytes.empty())
-            throw UsageError(path_ + " can't be written: the image could not be encoded");
+        const std::vector<unsigned char> bytes = encodePng(path_, frame);
         return {bytes.begin(), bytes.end()};
     }
 

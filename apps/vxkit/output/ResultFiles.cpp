@@ -6,10 +6,10 @@
 #include <system_error>
 #include <utility>
 
+#include "apps/files/OutputNames.h"
 #include "apps/vxkit/burst/QualityMap.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/Recording.h"
-#include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
@@ -75,8 +75,17 @@ ResultFiles::ResultFiles(ResultOptions options, int firstNumber, int count, Unit
     for (const std::string& name : names()) {
         if (input.readsFrom(name))
             throw UsageError(name + ": is an input; expected another output name");
-        requireWritable(name, options_.force);
+        vxfiles::requireWritable(name, options_.force);
     }
+}
+
+std::vector<std::string> ResultFiles::sequences() const
+{
+    std::vector<std::string> paths{options_.preview, options_.qualityMap, options_.confidence};
+    if (!stack_)
+        paths.push_back(options_.path);
+    paths.erase(std::remove(paths.begin(), paths.end(), ""), paths.end());
+    return paths;
 }
 
 std::vector<std::string> ResultFiles::names() const
@@ -84,11 +93,28 @@ std::vector<std::string> ResultFiles::names() const
     std::vector<std::string> all;
     if (stack_)
         all.push_back(options_.path);
-    for (const std::string& path :
-         {stack_ ? "" : options_.path, options_.preview, options_.qualityMap, options_.confidence})
-        for (int number = firstNumber_; !path.empty() && number <= lastNumber_; ++number)
+    for (const std::string& path : sequences()) {
+        for (int number = firstNumber_; number <= lastNumber_; ++number)
             all.push_back(nameFor(path, number));
+        if (numbered_)
+            all.push_back(vxfiles::SequenceList::nameOf(path));
+    }
     return all;
+}
+
+// Ahead of the first file, which may replace one of an earlier sequence.
+void ResultFiles::begin()
+{
+    if (!numbered_ || !lists_.empty())
+        return;
+    for (const std::string& path : sequences())
+        lists_.try_emplace(path, path, options_.force).first->second.withdraw();
+}
+
+void ResultFiles::note(const std::string& path, const std::string& name)
+{
+    if (const auto list = lists_.find(path); list != lists_.end())
+        list->second.add(name, name);
 }
 
 bool ResultFiles::writesTo(const std::string& path) const
@@ -108,6 +134,7 @@ std::string ResultFiles::nameFor(const std::string& path, int number) const
 
 std::string ResultFiles::write(int number, const cv::Mat_<float>& image)
 {
+    begin();
     std::string written;
     if (stack_) {
         stack_->add(image);
@@ -122,36 +149,44 @@ std::string ResultFiles::write(int number, const cv::Mat_<float>& image)
 
 std::string ResultFiles::finish(const Recording& input)
 {
-    return stack_ ? stack_->finish(lastNumber_ - firstNumber_ + 1, input) : "";
+    const std::string stacked = stack_ ? stack_->finish(lastNumber_ - firstNumber_ + 1, input) : "";
+    for (auto& [path, list] : lists_)
+        if (!list.isEmpty())
+            list.file().commit();
+    return stacked;
 }
 
-std::string ResultFiles::writeQuality(int number, const cv::Mat_<float>& map) const
+std::string ResultFiles::writeQuality(int number, const cv::Mat_<float>& map)
 {
     if (map.empty() || options_.qualityMap.empty())
         return "";
     const std::string name = nameFor(options_.qualityMap, number);
     saveQualityMap(name, map, options_.force);
+    note(options_.qualityMap, name);
     return ", " + name;
 }
 
-std::string ResultFiles::writeConfidence(int number, const cv::Mat_<float>& frames) const
+std::string ResultFiles::writeConfidence(int number, const cv::Mat_<float>& frames)
 {
     if (frames.empty() || options_.confidence.empty())
         return "";
     const std::string name = nameFor(options_.confidence, number);
     saveConfidence(name, frames, options_.force);
+    note(options_.confidence, name);
     return ", " + name;
 }
 
-std::string ResultFiles::writeValues(int number, const cv::Mat_<float>& image) const
+std::string ResultFiles::writeValues(int number, const cv::Mat_<float>& image)
 {
     std::string name = nameFor(options_.path, number);
     if (isFloatFile(name)) {
         saveFloats(name, image, options_.force);
+        note(options_.path, name);
         return name;
     }
     const CountScale scale = scaleFor(image, unit_);
     saveCounts(name, image, scale, options_.force);
+    note(options_.path, name);
     return name + " (" + scaleText(scale) + ")";
 }
 
@@ -161,6 +196,7 @@ std::string ResultFiles::writePreview(int number, const cv::Mat_<float>& image)
         previewRange_ = vxsupport::visibleRange(image);
     const std::string name = nameFor(options_.preview, number);
     savePreview(name, image, *previewRange_, options_.colourMap, options_.force);
+    note(options_.preview, name);
     std::ostringstream text;
     text << name << " (" << previewRange_->low << " to " << previewRange_->high << ")";
     return text.str();

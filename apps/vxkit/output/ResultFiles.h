@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <map>
 #include <opencv2/core/mat.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "apps/files/SequenceList.h"
 #include "apps/vxkit/output/Output.h"
 #include "apps/vxkit/output/ResultStack.h"
 
@@ -43,14 +45,14 @@ public:
     /// @return what was written, for people: names, and the scale of counts or the range of a preview
     std::string write(int number, const cv::Mat_<float>& image);
     /// Writes the quality map of one result, if there is one and it is wanted.
-    std::string writeQuality(int number, const cv::Mat_<float>& map) const;
+    std::string writeQuality(int number, const cv::Mat_<float>& map);
 
-    /// Writes what takes all results.
+    /// Writes what takes all results, and the lists of numbered files.
     /// @return what was written, for people; empty if nothing was
     std::string finish(const Recording& input);
 
     /// Writes how many frames count at each pixel of a result, if that is known and wanted.
-    std::string writeConfidence(int number, const cv::Mat_<float>& frames) const;
+    std::string writeConfidence(int number, const cv::Mat_<float>& frames);
 
     /// Whether a path names one of the files.
     bool writesTo(const std::string& path) const;
@@ -58,7 +60,10 @@ public:
 private:
     std::vector<std::string> names() const;
     std::string nameFor(const std::string& path, int number) const;
-    std::string writeValues(int number, const cv::Mat_<float>& image) const;
+    std::vector<std::string> sequences() const;
+    void begin();
+    void note(const std::string& path, const std::string& name);
+    std::string writeValues(int number, const cv::Mat_<float>& image);
     std::string writePreview(int number, const cv::Mat_<float>& image);
 
     ResultOptions options_;
@@ -67,6 +72,7 @@ private:
     bool numbered_;
     Unit unit_;
     std::optional<ResultStack> stack_;
+    std::map<std::string, vxfiles::SequenceList> lists_;  // of numbered files, by the names without numbers
     std::optional<ValueRange> previewRange_;  // that of the first result, so that all are coloured alike
 };
 

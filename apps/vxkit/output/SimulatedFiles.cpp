@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/vxkit/output/SimulatedFiles.h"
 
-#include <fstream>
+#include <bit>
 #include <iomanip>
 #include <sstream>
 #include <system_error>
 #include <utility>
 
+#include "apps/files/OutputFile.h"
+#include "apps/files/OutputNames.h"
+#include "apps/files/SequenceList.h"
 #include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/formats/SampleType.h"
 #include "apps/vxkit/output/Output.h"
-#include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
@@ -34,30 +37,37 @@ void SimulatedFiles::reserve(const std::vector<std::string>& seriesNames, int fr
     }
     for (const std::string& name : seriesNames)
         for (int i = 0; i < (isOneFile() ? 1 : frames); ++i)
-            requireWritable(pathOf(name, i), force_);
+            vxfiles::requireWritable(pathOf(name, i), force_);
     for (const std::string& name : singleFiles)
-        requireWritable(folder_ / name, force_);
+        vxfiles::requireWritable(folder_ / name, force_);
+    if (!isOneFile() && frames > 1)
+        for (const std::string& name : seriesNames)
+            vxfiles::requireWritable(vxfiles::SequenceList::nameOf(sequenceOf(name)), force_);
 }
 
 void SimulatedFiles::writeSeries(const std::string& name, int frames,
                                  const std::function<cv::Mat_<float>(int)>& frame) const
 {
     if (isOneFile()) {
-        writeSafely(pathOf(name, 0), force_, [&](const fs::path& temporary) {
-            std::ofstream file(temporary, std::ios::binary);
-            for (int i = 0; i < frames && file.good(); ++i)
-                appendLittleEndian(file, vxsupport::toCounts(frame(i), scale_));
-            file.close();
-            return file.good();
-        });
+        vxfiles::OutputFile file(pathOf(name, 0), force_);
+        for (int i = 0; i < frames; ++i)
+            file.append(
+                encodeSamples(vxsupport::toCounts(frame(i), scale_), SampleType::u16, std::endian::little));
+        file.commit();
         return;
     }
+    vxfiles::SequenceList list(sequenceOf(name), force_);
+    list.withdraw();
     for (int i = 0; i < frames; ++i) {
+        const fs::path path = pathOf(name, i);
         if (format_.saveFloats != nullptr)
-            saveFloats(pathOf(name, i), frame(i), force_);
+            saveFloats(path, frame(i), force_);
         else
-            saveCounts(pathOf(name, i), frame(i), scale_, force_);
+            saveCounts(path, frame(i), scale_, force_);
+        list.add(path, path);
     }
+    if (frames > 1)
+        list.file().commit();
 }
 
 void SimulatedFiles::writeFloats(const std::string& fileName, const cv::Mat_<float>& image) const
@@ -67,17 +77,17 @@ void SimulatedFiles::writeFloats(const std::string& fileName, const cv::Mat_<flo
 
 void SimulatedFiles::writeText(const std::string& fileName, const std::string& text) const
 {
-    writeSafely(folder_ / fileName, force_, [&](const fs::path& temporary) {
-        std::ofstream file(temporary);
-        file << text;
-        file.close();
-        return file.good();
-    });
+    vxfiles::writeFile(folder_ / fileName, text, force_);
 }
 
 bool SimulatedFiles::isOneFile() const
 {
     return format_.saveFloats == nullptr && format_.saveCounts == nullptr;
+}
+
+fs::path SimulatedFiles::sequenceOf(const std::string& series) const
+{
+    return folder_ / (series + std::string(format_.endings.front()));
 }
 
 fs::path SimulatedFiles::pathOf(const std::string& series, int frame) const

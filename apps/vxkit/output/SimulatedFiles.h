@@ -40,6 +40,7 @@ public:
 private:
     bool isOneFile() const;
     std::filesystem::path pathOf(const std::string& series, int frame) const;
+    std::filesystem::path sequenceOf(const std::string& series) const;
     void makeFolder() const;
 
     std::filesystem::path folder_;

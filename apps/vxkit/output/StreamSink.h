@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "apps/files/OutputFile.h"
+#include "apps/files/SequenceList.h"
 #include "apps/vxkit/output/FrameSinkParts.h"
-#include "apps/vxkit/output/SafeWrite.h"
 
 namespace vxapp {
 
@@ -29,11 +30,9 @@ protected:
     virtual std::string kindText() const { return std::string(factsOf(shape_.samples).text); }
 
 private:
-    void close();
-
     SequenceShape shape_;
-    std::vector<std::unique_ptr<SafeFile>> files_;
-    std::ofstream stream_;
+    std::vector<std::unique_ptr<vxfiles::OutputFile>> files_;
+    std::optional<vxfiles::SequenceList> list_;  // of several files
     int added_ = 0;
 };
 

@@ -9,7 +9,6 @@
 #include "apps/vxkit/output/ColourLimits.h"
 #include "apps/vxkit/output/FrameSinkParts.h"
 #include "apps/vxkit/output/FrameSpool.h"
-#include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/output/VideoWriter.h"
 
 namespace vxapp {
@@ -41,7 +40,7 @@ public:
 
 private:
     SequenceShape shape_;
-    SafeFile file_;
+    vxfiles::OutputFile file_;
     VideoWriter video_;
 };
 
@@ -112,7 +111,7 @@ private:
     bool follows_;
     int times_;
     std::optional<ValueRange> range_;
-    SafeFile file_;
+    vxfiles::OutputFile file_;
     VideoWriter video_;
     std::optional<FrameSpool> spool_;
     ColourLimits limits_;

@@ -68,7 +68,7 @@ cv::Size codedSize(VideoKind kind, cv::Size size)
 class VideoWriter::Encoder
 {
 public:
-    Encoder(const SafeFile& file, VideoKind kind, cv::Size size, double framesPerSecond);
+    Encoder(const vxfiles::OutputFile& file, VideoKind kind, cv::Size size, double framesPerSecond);
     ~Encoder();
     Encoder(const Encoder&) = delete;
     Encoder& operator=(const Encoder&) = delete;
@@ -96,7 +96,7 @@ private:
     AvPointer<SwsContext> colours_;
 };
 
-VideoWriter::Encoder::Encoder(const SafeFile& file, VideoKind kind, cv::Size size, double framesPerSecond)
+VideoWriter::Encoder::Encoder(const vxfiles::OutputFile& file, VideoKind kind, cv::Size size, double framesPerSecond)
     : path_(file.path().string()),
       lossless_(kind == VideoKind::lossless),
       size_(codedSize(kind, size)),
@@ -241,7 +241,11 @@ void VideoWriter::Encoder::finish()
     const AvMessages messages;
     send(nullptr);
     require(av_write_trailer(container_.get()));
+    avio_flush(container_->pb);
+    // Not every container's functions tell of bytes that were lost, but the file remembers.
+    const int lost = container_->pb->error;
     require(avio_closep(&container_->pb));
+    require(lost);
 }
 
 // An encoder prints a summary at its end.
@@ -254,11 +258,11 @@ VideoWriter::Encoder::~Encoder()
 int VideoWriter::Encoder::require(int code) const
 {
     if (code < 0)
-        throw UsageError(path_ + " can't be written as a video: " + avErrorText(code));
+        throw WriteError(path_ + " can't be written as a video: " + avErrorText(code));
     return code;
 }
 
-VideoWriter::VideoWriter(const SafeFile& file, VideoKind kind, cv::Size size, double framesPerSecond)
+VideoWriter::VideoWriter(const vxfiles::OutputFile& file, VideoKind kind, cv::Size size, double framesPerSecond)
     : encoder_(std::make_unique<Encoder>(file, kind, size, framesPerSecond))
 {}
 

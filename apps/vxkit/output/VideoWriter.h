@@ -4,7 +4,7 @@
 #include <memory>
 #include <opencv2/core/mat.hpp>
 
-#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/files/OutputFile.h"
 
 namespace vxapp {
 
@@ -17,7 +17,7 @@ enum class VideoKind
 
 /// Encodes pictures of one size as a video file.
 ///
-/// Every failure, that of a full disk included, is a UsageError that names the file.
+/// Every failure, that of a full disk included, is a WriteError that names the file.
 class VideoWriter
 {
 public:
@@ -25,7 +25,7 @@ public:
     /// @param size  of all pictures; the kinds of 8 bits repeat the last column and row of odd sizes, since
     ///              they hold colours for two by two pixels
     /// @param framesPerSecond  0.1 to 1000
-    VideoWriter(const SafeFile& file, VideoKind kind, cv::Size size, double framesPerSecond);
+    VideoWriter(const vxfiles::OutputFile& file, VideoKind kind, cv::Size size, double framesPerSecond);
     ~VideoWriter();
     VideoWriter(const VideoWriter&) = delete;
     VideoWriter& operator=(const VideoWriter&) = delete;

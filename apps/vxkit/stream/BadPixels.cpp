@@ -12,7 +12,7 @@
 
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/FrameFile.h"
-#include "apps/vxkit/output/SafeWrite.h"
+#include "apps/vxkit/output/Output.h"
 #include "apps/vxkit/stream/SampleQuantiles.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "apps/vxkit/terminal/QuietStream.h"
@@ -228,9 +228,7 @@ BadPixelMap readBadPixels(const std::string& path, cv::Size size)
 
 void writeBadPixels(const std::string& path, const BadPixelMap& map, bool force)
 {
-    writeSafely(path, force, [&](const std::filesystem::path& temporary) {
-        return cv::imwrite(temporary.string(), map.marks);
-    });
+    savePicture(path, map.marks, force);
 }
 
 }  // namespace vxapp

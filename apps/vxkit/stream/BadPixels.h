@@ -73,7 +73,7 @@ private:
 /// @throws UsageError if it can't be read or has another size
 BadPixelMap readBadPixels(const std::string& path, cv::Size size);
 /// Writes a PNG: good pixels 0, cold ones 85, hot ones 255.
-/// @throws UsageError as SafeFile does, and if the name ends in anything but .png
+/// @throws as vxfiles::OutputFile does, and UsageError if the name ends in anything but .png
 void writeBadPixels(const std::string& path, const BadPixelMap& map, bool force);
 
 }  // namespace vxapp

@@ -5,10 +5,10 @@
 #include <opencv2/core.hpp>
 #include <sstream>
 
+#include "apps/files/OutputNames.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/FrameFile.h"
 #include "apps/vxkit/output/Output.h"
-#include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "enhancement/PixelStatistics.h"
 
@@ -102,7 +102,7 @@ std::unique_ptr<vxsupport::FrameFilter> makeClusterFilter(const ClusterSettings&
     if (!settings.damping.empty()) {
         if (!isFloatFile(settings.damping))
             throw UsageError(settings.damping + ": expected a name that ends in .tif, .tiff or .pfm");
-        requireWritable(settings.damping, force);
+        vxfiles::requireWritable(settings.damping, force);
     }
     auto filter = std::make_unique<ClusterFilter>(settings, statisticsFor(settings, recording, size, scale),
                                                   valueOfSampleZero(scale.form()));

@@ -12,9 +12,9 @@
 #include <sstream>
 #include <utility>
 
+#include "apps/files/OutputNames.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/output/Output.h"
-#include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/stream/CurvePlot.h"
 #include "apps/vxkit/terminal/Failure.h"
 
@@ -78,7 +78,7 @@ ContactSheet::ContactSheet(ContactSheetOptions options, const Recording& input, 
         throw UsageError(options_.path + ": expected a contact sheet's name that ends in .png");
     if (input.readsFrom(options_.path))
         throw UsageError(options_.path + ": is an input; expected another output name");
-    requireWritable(options_.path, options_.force);
+    vxfiles::requireWritable(options_.path, options_.force);
     if (options_.frames.empty())
         options_.frames = usualFrames(firstNumber_, input.frameCount());
     if (options_.frames.size() > mostFrames)
@@ -112,9 +112,7 @@ std::string ContactSheet::write() const
 {
     constexpr int fastCompression = 1;
     const cv::Mat sheet = vxsupport::stacked(rows_);
-    writeSafely(options_.path, options_.force, [&](const std::filesystem::path& temporary) {
-        return cv::imwrite(temporary.string(), sheet, {cv::IMWRITE_PNG_COMPRESSION, fastCompression});
-    });
+    savePicture(options_.path, sheet, options_.force, {cv::IMWRITE_PNG_COMPRESSION, fastCompression});
     return options_.path + " (the stages of " + std::to_string(rows_.size() / 2) +
            (rows_.size() == 2 ? " frame, " : " frames, ") + std::to_string(sheet.cols) + "x" +
            std::to_string(sheet.rows) +

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <vector>
 
+#include "apps/files/OutputNames.h"
 #include "apps/vxkit/input/Recording.h"
-#include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/stream/Noise.h"
 #include "apps/vxkit/stream/SampleScale.h"
 #include "apps/vxkit/terminal/Failure.h"
@@ -36,7 +36,7 @@ void checkBadPixelNames(const BadPixelOptions& options, const Recording& recordi
         throw UsageError(options.output + ": expected a map's name that ends in .png");
     if (recording.readsFrom(options.output))
         throw UsageError(options.output + ": is an input; expected another output name");
-    requireWritable(options.output, force);
+    vxfiles::requireWritable(options.output, force);
 }
 
 Survey survey(Recording& recording, SampleScale& scale, const BadPixelOptions& options)

@@ -3,8 +3,6 @@
 
 namespace vxapp {
 
-UsageError::UsageError(const std::string& message) : std::runtime_error(message) {}
-
 EngineError::EngineError(const std::string& message) : std::runtime_error(message) {}
 
 }  // namespace vxapp

@@ -4,22 +4,22 @@
 #include <stdexcept>
 #include <string>
 
+#include "apps/files/Failure.h"
+
 namespace vxapp {
 
 /// Exit statuses of the vxkit program.
 enum ExitStatus
 {
     exitSuccess = 0,
-    exitEngine = 1,  ///< an engine answered with a failure code
+    exitEngine = 1,  ///< an engine answered with a failure code, or a result could not be written
     exitUsage = 2,   ///< bad input or options
 };
 
-/// Bad input: the message names the input and says what was expected. Ends the program with exitUsage.
-class UsageError : public std::runtime_error
-{
-public:
-    explicit UsageError(const std::string& message);
-};
+/// Ends the program with exitUsage.
+using vxfiles::UsageError;
+/// Ends the program with exitEngine.
+using vxfiles::WriteError;
 
 /// Failure of an engine, with its stored message. Ends the program with exitEngine.
 class EngineError : public std::runtime_error

@@ -4,9 +4,10 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <memory>
 
+#include "apps/files/OutputFile.h"
 #include "apps/vxkit/input/Recording.h"
-#include "apps/vxkit/output/SafeWrite.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
@@ -151,21 +152,23 @@ void writeVectors(const fs::path& folder, const VectorRequest& request, const st
         for (const VectorFile& file : block.outputs())
             files.emplace_back(outputPath(folder, block, file), &file.bytes);
     }
-    // Last, so that a folder with a list is whole.
+    // The last to be put in place, so that a folder with a list is whole.
     const std::string list = listOf(request, cases);
     files.emplace_back(folder / listName, &list);
 
-    for (const auto& [path, bytes] : files) {
-        makeFolder(path.parent_path());
-        requireWritable(path, force);
-    }
     for (const auto& [path, bytes] : files)
-        writeSafely(path, force, [&bytes = bytes](const fs::path& temporary) {
-            std::ofstream file(temporary, std::ios::binary);
-            file << *bytes;
-            file.close();
-            return file.good();
-        });
+        makeFolder(path.parent_path());
+    std::vector<std::unique_ptr<vxfiles::OutputFile>> outputs;
+    std::vector<vxfiles::OutputFile*> whole;
+    for (const auto& [path, bytes] : files) {
+        outputs.push_back(std::make_unique<vxfiles::OutputFile>(
+            path, force, outputs.empty() ? nullptr : outputs.back()->folder()));
+        outputs.back()->append(*bytes);
+        outputs.back()->close();
+        whole.push_back(outputs.back().get());
+    }
+    whole.pop_back();
+    vxfiles::putInPlace(whole, outputs.back().get());
 }
 
 VectorRequest requestOf(const fs::path& folder, const VectorRequest& usual)
