@@ -127,7 +127,7 @@ void OutputFile::copyThrough()
         throw writeFailure(path_, errno);
 }
 
-// What replaces a file has its mode, and is on the disk before that file goes.
+// What replaces a file has its mode.
 void OutputFile::keepFacts(int descriptor)
 {
     struct stat facts
@@ -156,9 +156,10 @@ void OutputFile::complete()
     const Descriptor whole = openFile(temporaryPath_, O_RDONLY | O_NOFOLLOW);
     if (!whole.isOpen())
         throw writeFailure(path_, errno);
+    // What may replace a file is on the disk before that file goes.
     if (force_)
         keepFacts(whole.get());
-    if (replaces_ && !whole.sync())
+    if (force_ && !whole.sync())
         throw writeFailure(path_, errno);
 }
 

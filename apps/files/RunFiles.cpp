@@ -57,7 +57,7 @@ void RunFiles::writes(const fs::path& path, bool force)
         throw UsageError(path.string() + ": is an input; expected another output name");
     requireWritable(path, force);
     if (isFile && !outputs_.insert(identity).second)
-        throw UsageError(path.string() + ": is another output's file too; expected different names");
+        throw UsageError(path.string() + ": expected different names for two outputs");
 }
 
 }  // namespace vxfiles

@@ -16,7 +16,8 @@ firmware compares its blocks.
 
 A stream is a headerless sequence of frames of signed 16-bit little-endian samples, in which each frame stands at
 least twice, as a capture repeats it; vxkit convert --double makes one. The result, NAME.(BLOCKS_t1.19).proc beside
-the stream, holds for each frame its enhanced samples and four lines of the measuring block's data.
+the stream, holds for each frame its enhanced samples and four lines of the measuring block's data. It replaces an
+earlier one when it is whole; pipes and devices of that name get the frames as they come.
 
 Options:
   -s FILE    read the settings from FILE; counts for the streams behind it

@@ -75,9 +75,11 @@ std::optional<double> numberFrom(const std::string& text)
 }
 
 // The mean of the frames of an image file, so that a stack of a scene may be given.
-cv::Mat_<double> meanImage(const std::string& name, cv::Size frameSize, const std::string& rawSize)
+cv::Mat_<double> meanImage(const std::string& name, cv::Size frameSize, const std::string& rawSize,
+                           const std::shared_ptr<vxfiles::RunFiles>& files)
 {
     RecordingOptions options;
+    options.files = files;
     options.inputs = {name};
     if (!isImageName(name))
         options.size = rawSize;
@@ -110,17 +112,19 @@ void requireWithin(const cv::Mat_<double>& values, double low, double high, cons
 class EntryReader
 {
 public:
-    EntryReader(std::string path, cv::Size frameSize, std::string rawSize)
+    EntryReader(std::string path, cv::Size frameSize, std::string rawSize,
+                std::shared_ptr<vxfiles::RunFiles> files)
         : path_(std::move(path)),
           frameSize_(frameSize),
           rawSize_(std::move(rawSize)),
+          files_(std::move(files)),
           entries_(readEntries(path_))
     {}
 
     cv::Mat_<short> counts(const std::string& key)
     {
         const std::string name = nameOf(key);
-        const cv::Mat_<double> mean = meanImage(name, frameSize_, rawSize_);
+        const cv::Mat_<double> mean = meanImage(name, frameSize_, rawSize_, files_);
         requireWithin(mean, std::numeric_limits<short>::min(), std::numeric_limits<short>::max(), name,
                       "the counts that the engine takes");
         cv::Mat_<short> counts;
@@ -133,7 +137,7 @@ public:
         const std::optional<double> number = numberFrom(entries_.at(key));
         const std::string name = number ? path_ + ": " + key + " " + entries_.at(key) : nameOf(key);
         const cv::Mat_<double> values =
-            number ? cv::Mat_<double>(frameSize_, *number) : meanImage(name, frameSize_, "");
+            number ? cv::Mat_<double>(frameSize_, *number) : meanImage(name, frameSize_, "", files_);
         requireWithin(values, halvor::vx::temperatureLimits.lowest, halvor::vx::temperatureLimits.highest,
                       name, "the limits of the engine's pixels");
         cv::Mat_<float> radiance;
@@ -150,6 +154,7 @@ private:
     std::string path_;
     cv::Size frameSize_;
     std::string rawSize_;
+    std::shared_ptr<vxfiles::RunFiles> files_;
     std::map<std::string, std::string> entries_;
 };
 
@@ -193,9 +198,12 @@ const char* const radianceFileHelp = R"(Calibration files (--radiance):
   pixel with equal counts, or with a gain or offset of 1000 or more, takes the mean line of its neighbours.)";
 
 RadianceCalibration readRadianceCalibration(const std::string& path, cv::Size frameSize,
-                                            const std::string& rawSize)
+                                            const std::string& rawSize,
+                                            const std::shared_ptr<vxfiles::RunFiles>& files)
 {
-    EntryReader reader(path, frameSize, rawSize);
+    if (files)
+        files->reads(path);
+    EntryReader reader(path, frameSize, rawSize, files);
     RadianceCalibration calibration{reader.counts(keys[0]), reader.radiance(keys[1]), reader.counts(keys[2]),
                                     reader.radiance(keys[3])};
     requireLines(calibration, path);

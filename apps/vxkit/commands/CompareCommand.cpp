@@ -15,9 +15,9 @@
 #include <string>
 #include <vector>
 
-#include "apps/files/OutputNames.h"
 #include "apps/vxkit/arguments/PlaceArguments.h"
 #include "apps/vxkit/arguments/ResultsOption.h"
+#include "apps/vxkit/arguments/RunArguments.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/FrameFile.h"
 #include "apps/vxkit/output/Output.h"
@@ -180,10 +180,9 @@ void writePicture(const std::vector<Candidate>& candidates, const cv::Rect& regi
         panels.front().caption = "bicubic enlargement of " + names[2];
     const cv::Mat_<cv::Vec3b> picture = vxsupport::sideBySide(panels);
     savePicture(options.picture, picture, options.force);
-    std::cout << "picture: " << options.picture << std::endl;
 }
 
-void checkOptions(const CompareOptions& options)
+void checkOptions(const CompareOptions& options, vxfiles::RunFiles& files)
 {
     if (options.scale && (!std::isfinite(*options.scale) || *options.scale == 0.0))
         throw UsageError("--scale: expected a finite number other than 0");
@@ -193,12 +192,12 @@ void checkOptions(const CompareOptions& options)
         return;
     if (!isPngName(options.picture))
         throw UsageError(options.picture + ": expected a picture name that ends in .png");
-    vxfiles::requireWritable(options.picture, options.force);
+    files.writes(options.picture, options.force);
 }
 
-void compare(const CompareOptions& options, Results& results)
+void compare(const CompareOptions& options, vxfiles::RunFiles& files, Results& results)
 {
-    checkOptions(options);
+    checkOptions(options, files);
     const Candidate reference = readValues(options.reference, options);
     results.set("reference", options.reference);
     std::vector<Candidate> candidates;
@@ -223,11 +222,13 @@ void compare(const CompareOptions& options, Results& results)
                              error.what());
         }
     }
-    results.lines() << told.str() << std::flush;
     if (!options.picture.empty()) {
         candidates.push_back(reference);
         writePicture(candidates, region, options);
     }
+    results.lines() << told.str() << std::flush;
+    if (!options.picture.empty())
+        std::cout << "picture: " << options.picture << std::endl;
     results.print();
 }
 
@@ -274,7 +275,8 @@ void addCompareCommand(CLI::App& program)
     command.add_flag("--force", options->force, "Replace an existing picture");
     command.footer(footer);
     const auto results = addResultsOption(command);
-    command.callback([options, results] { compare(*options, *results); });
+    command.callback(
+        [options, results, &command] { compare(*options, *filesReadBy(command), *results); });
 }
 
 }  // namespace vxapp

@@ -14,6 +14,7 @@
 #include "apps/vxkit/arguments/NumberChecks.h"
 #include "apps/vxkit/arguments/RecordingArguments.h"
 #include "apps/vxkit/arguments/ResultArguments.h"
+#include "apps/vxkit/arguments/RunArguments.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/output/FrameSink.h"
@@ -276,7 +277,10 @@ void addConvertCommand(CLI::App& program)
     command.add_flag("--double", options->doubles, "Write a stream for the stream processor halvor");
     addValueOptions(command, *options);
     command.footer(footer);
-    command.callback([options] { convert(*options); });
+    command.callback([options, &command] {
+        options->recording.files = filesReadBy(command);
+        convert(*options);
+    });
 }
 
 }  // namespace vxapp

@@ -11,6 +11,7 @@
 #include "apps/vxkit/arguments/LookArguments.h"
 #include "apps/vxkit/arguments/RecordingArguments.h"
 #include "apps/vxkit/arguments/ResultArguments.h"
+#include "apps/vxkit/arguments/RunArguments.h"
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/output/FrameSink.h"
 #include "apps/vxkit/stream/ChainSettings.h"
@@ -71,9 +72,6 @@ void checkNames(const EnhanceOptions& options)
 {
     if (options.results.path.empty() && options.sheet.path.empty() && !options.measures)
         throw UsageError("nowhere to write to; expected -o OUT or --contact-sheet FILE.png");
-    if (options.results.path == options.sheet.path && !options.sheet.path.empty())
-        throw UsageError(options.sheet.path +
-                         ": expected different names for the result and its contact sheet");
 }
 
 Recording openRecording(const EnhanceOptions& options)
@@ -231,7 +229,10 @@ void addEnhanceCommand(CLI::App& program)
         "jump of the\nmedian from frame to frame in 256 levels, clipped pixels; beside those of the "
         "input, each\nframe stretched between these percentiles");
     command.footer(footer);
-    command.callback([options] { EnhanceRun(*options).run(); });
+    command.callback([options, &command] {
+        options->recording.files = filesReadBy(command);
+        EnhanceRun(*options).run();
+    });
 }
 
 }  // namespace vxapp

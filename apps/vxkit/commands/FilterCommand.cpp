@@ -4,7 +4,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -15,6 +14,7 @@
 #include "apps/vxkit/arguments/NumberChecks.h"
 #include "apps/vxkit/arguments/RecordingArguments.h"
 #include "apps/vxkit/arguments/ResultArguments.h"
+#include "apps/vxkit/arguments/RunArguments.h"
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/output/FrameSink.h"
 #include "apps/vxkit/stream/ClusterFilter.h"
@@ -117,24 +117,6 @@ std::unique_ptr<FrameFilter> makeFilter(const FilterOptions& options, Recording&
     return makeClusterFilter(options.cluster, recording, options.recording.size, scale, options.output.force);
 }
 
-// The frames of the recording are told apart from the result by the sink.
-void requireDistinctFiles(const FilterOptions& options)
-{
-    const ClusterSettings& cluster = options.cluster;
-    std::vector<std::string> inputs = cluster.uniform;
-    inputs.insert(inputs.end(), {cluster.mean, cluster.stdDev});
-    const auto requireNew = [&inputs](const std::string& output) {
-        for (const std::string& input : inputs) {
-            std::error_code error;
-            if (std::filesystem::equivalent(input, output, error))
-                throw UsageError(output + ": is an input; expected another output name");
-        }
-    };
-    requireNew(options.output.path);
-    inputs.insert(inputs.end(), options.recording.inputs.begin(), options.recording.inputs.end());
-    requireNew(cluster.damping);
-}
-
 // The factors of a cluster pattern are those of the pixels as they are.
 BadPixelOptions badPixelOptions(const FilterOptions& options)
 {
@@ -150,7 +132,6 @@ BadPixelOptions badPixelOptions(const FilterOptions& options)
 void runFilter(const FilterOptions& options)
 {
     const BadPixelOptions badPixels = badPixelOptions(options);
-    requireDistinctFiles(options);
     Recording recording(options.recording);
     SampleScale scale(recording, options.scale);
     const SampleType type = scale.typeFor(options.output);
@@ -332,7 +313,10 @@ void addFilterCommand(CLI::App& program)
     addSequenceOptions(command, options->output);
     command.get_option("--output")->required();
     command.footer(footer);
-    command.callback([options] { runFilter(*options); });
+    command.callback([options, &command] {
+        options->recording.files = filesReadBy(command);
+        runFilter(*options);
+    });
 }
 
 }  // namespace vxapp

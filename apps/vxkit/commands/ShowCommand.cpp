@@ -9,6 +9,7 @@
 #include "apps/vxkit/arguments/PlaceArguments.h"
 #include "apps/vxkit/arguments/RecordingArguments.h"
 #include "apps/vxkit/arguments/ResultsOption.h"
+#include "apps/vxkit/arguments/RunArguments.h"
 #include "apps/vxkit/commands/ShowRun.h"
 
 namespace vxapp {
@@ -123,7 +124,10 @@ void addShowCommand(CLI::App& program)
     addMarkOptions(command, *options);
     command.footer(footer);
     const auto results = addResultsOption(command);
-    command.callback([options, results] { runShow(*options, *results); });
+    command.callback([options, results, &command] {
+        options->recording.files = filesReadBy(command);
+        runShow(*options, *results);
+    });
 }
 
 }  // namespace vxapp

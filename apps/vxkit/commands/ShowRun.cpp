@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "apps/files/OutputFile.h"
-#include "apps/files/OutputNames.h"
 #include "apps/vxkit/arguments/NumberChecks.h"
 #include "apps/vxkit/arguments/PlaceArguments.h"
 #include "apps/vxkit/formats/FileFormats.h"
@@ -96,7 +95,11 @@ private:
 class ShowRun
 {
 public:
-    ShowRun(const ShowOptions& options, Results& results) : options_(options), results_(results) {}
+    ShowRun(const ShowOptions& options, Results& results) : options_(options), results_(results)
+    {
+        if (!options_.recording.files)
+            options_.recording.files = std::make_shared<vxfiles::RunFiles>();
+    }
     void run();
 
 private:
@@ -115,7 +118,7 @@ private:
     void writeTable();
     void tell(const AreaRecord& record);
 
-    const ShowOptions& options_;
+    ShowOptions options_;
     Results& results_;
     std::optional<Places> places_;
     std::vector<Shown> shown_;
@@ -129,11 +132,8 @@ void checkOptions(const ShowOptions& options)
         throw UsageError("nowhere to write to; expected -o FILE.png or --csv FILE.csv");
     if (!options.picture.empty() && !isPngName(options.picture))
         throw UsageError(options.picture + ": expected a picture name that ends in .png");
-    if (options.picture == options.table)
-        throw UsageError(options.table + ": expected different names for the picture and the table");
     for (const std::string& path : {options.picture, options.table})
-        if (!path.empty())
-            vxfiles::requireWritable(path, options.force);
+        options.recording.files->writes(path, options.force);
 }
 
 // "LOW:HIGH"; nothing for the words.
@@ -199,9 +199,6 @@ void ShowRun::tell(const AreaRecord& record)
 void ShowRun::readInput(const std::string& path)
 {
     Recording recording(forFile(options_.recording, path));
-    for (const std::string& output : {options_.picture, options_.table})
-        if (recording.readsFrom(output))
-            throw UsageError(output + ": is an input; expected another output name");
     if (!places_)
         places_.emplace(options_, recording.frameSize());
     const std::vector<int> wanted = wantedFrames(recording, path);

@@ -11,6 +11,7 @@
 #include "apps/vxkit/arguments/RecordingArguments.h"
 #include "apps/vxkit/arguments/ResultArguments.h"
 #include "apps/vxkit/arguments/ResultsOption.h"
+#include "apps/vxkit/arguments/RunArguments.h"
 #include "apps/vxkit/burst/RadianceCalibration.h"
 #include "apps/vxkit/commands/SuperresRun.h"
 #include "apps/vxkit/terminal/Failure.h"
@@ -261,7 +262,8 @@ void addSuperresCommand(CLI::App& program)
     addDiagnosticOptions(command, *options);
     command.footer(footer + std::string("\n\n") + radianceFileHelp);
     const auto results = addResultsOption(command);
-    command.callback([options, results] {
+    command.callback([options, results, &command] {
+        options->recording.files = filesReadBy(command);
         settleMotion(*options);
         settleEngine(*options);
         ResultFiles::checkNames(options->results);

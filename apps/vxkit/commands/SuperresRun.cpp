@@ -51,7 +51,7 @@ SuperresSettings settingsFor(const SuperresOptions& options, const Recording& re
         settings.window = std::min(settings.windowSize(), recording.frameCount());
     if (!options.radiance.empty())
         settings.radiance =
-            readRadianceCalibration(options.radiance, recording.frameSize(), options.recording.size);
+            readRadianceCalibration(options.radiance, recording.frameSize(), options.recording.size, recording.files());
     return settings;
 }
 
@@ -111,10 +111,7 @@ void SuperresRun::openTrace(const SuperresOptions& options)
     if (path == "-") {
         settings_.trace = std::make_shared<halvor::vx::DebugDeviceConsole>();
     } else {
-        if (recording_.readsFrom(path))
-            throw UsageError(path + ": is an input; expected another name for --trace");
-        if (files_.writesTo(path))
-            throw UsageError(path + ": is a result; expected another name for --trace");
+        recording_.files()->writes(path, options.results.force);
         if (vxfiles::isWrittenThrough(path))
             throw UsageError(path + ": expected a regular file or - for --trace");
         traceFile_ = std::make_unique<vxfiles::OutputFile>(path, options.results.force);

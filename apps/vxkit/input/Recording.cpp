@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <filesystem>
 
 #include "apps/vxkit/formats/ByteOrder.h"
 #include "apps/vxkit/formats/FileFormats.h"
@@ -78,8 +77,11 @@ RecordingOptions forFile(RecordingOptions options, const std::string& name)
     return options;
 }
 
-Recording::Recording(const RecordingOptions& options) : names_(options.inputs)
+Recording::Recording(const RecordingOptions& options)
+    : runFiles_(options.files ? options.files : std::make_shared<vxfiles::RunFiles>()), names_(options.inputs)
 {
+    for (const std::string& name : names_)
+        runFiles_->reads(name);
     for (std::size_t file = 0; file < names_.size(); ++file) {
         files_.push_back(openFile(names_[file], options));
         for (int frame = 0; frame < files_.back()->frameCount(); ++frame)
@@ -153,14 +155,6 @@ std::string Recording::nameOf(int index) const
     const Place& place = places_.at(static_cast<std::size_t>(index));
     const std::string name = names_[place.file] == "-" ? "standard input" : names_[place.file];
     return files_[place.file]->frameCount() == 1 ? name : name + ", frame " + std::to_string(place.frame);
-}
-
-bool Recording::readsFrom(const std::string& path) const
-{
-    return std::any_of(names_.begin(), names_.end(), [&](const std::string& name) {
-        std::error_code error;
-        return std::filesystem::equivalent(name, path, error);
-    });
 }
 
 cv::Mat Recording::frame(int index)

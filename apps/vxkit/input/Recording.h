@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "apps/files/RunFiles.h"
 #include "apps/vxkit/input/FrameFile.h"
 
 namespace vxapp {
@@ -31,6 +32,7 @@ struct RecordingOptions
     std::uint64_t header = 0;       ///< bytes before the first frame of a headerless recording
     std::uint64_t frameHeader = 0;  ///< bytes before each of its frames
     bool takesBytes = false;        ///< frames may hold 8-bit counts, as pictures for looking at do
+    std::shared_ptr<vxfiles::RunFiles> files{};  ///< of the run; null: the recording's alone
 };
 
 /// The options for one file alone. What is said of headerless recordings does not count if it is none by its name.
@@ -58,8 +60,8 @@ public:
 
     /// "FILE", or "FILE, frame N" if the file holds several, for messages.
     std::string nameOf(int index) const;
-    /// Whether a path names one of the input files.
-    bool readsFrom(const std::string& path) const;
+    /// The files of the run, among them those of this recording.
+    const std::shared_ptr<vxfiles::RunFiles>& files() const { return runFiles_; }
 
     // Frames may share their memory with the recording: copy one before changing it.
 
@@ -83,6 +85,7 @@ private:
     void warnOfLayout();
     void requireShape(const FrameShape& shape, const std::string& name);
 
+    std::shared_ptr<vxfiles::RunFiles> runFiles_;
     std::vector<std::string> names_;
     std::vector<std::unique_ptr<FrameFile>> files_;
     std::vector<Place> places_;

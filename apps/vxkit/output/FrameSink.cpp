@@ -80,13 +80,11 @@ std::unique_ptr<FrameSink> openFrameSink(const SequenceOptions& options, const R
                              return other.openSink != nullptr && other.takes(shape.samples);
                          }));
     const std::vector<std::string> names = fileNames(options, format, input, shape.frames);
-    for (const std::string& name : names) {
-        if (input.readsFrom(name))
-            throw UsageError(name + ": is an input; expected another output name");
-        vxfiles::requireWritable(name, options.force);
-    }
+    if (!options.isChecked)
+        for (const std::string& name : names)
+            input.files()->writes(name, options.force);
     if (names.size() > 1)
-        vxfiles::requireWritable(vxfiles::SequenceList::nameOf(options.path), options.force);
+        input.files()->writes(vxfiles::SequenceList::nameOf(options.path), options.force);
     return format.openSink({options, names, shape, range, options.range == follow});
 }
 

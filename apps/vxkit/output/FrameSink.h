@@ -24,6 +24,7 @@ struct SequenceOptions
     bool force = false;
     std::string format{};  ///< name of a format (see FileFormat); empty for that of the ending
     std::endian order = std::endian::little;  ///< of headerless frames
+    bool isChecked = false;  ///< the name of a single file has been given to the run's files before
 };
 
 /// What the frames of a sink have in common.
@@ -56,7 +57,7 @@ public:
 /// A video in colours shows counts of a range that may be fixed, that of all frames ("recording"), or follow the
 /// scene over two seconds ("follow").
 ///
-/// @param input  its files are never overwritten
+/// @param input  what its run reads is never overwritten
 /// @param videoRange  counts that a video shows where the options name none; empty (low not below high) for
 ///                    those of all frames
 /// @throws UsageError if the ending is another, a name is an input or can't be written to, or the range is

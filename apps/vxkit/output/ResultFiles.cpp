@@ -3,10 +3,8 @@
 
 #include <algorithm>
 #include <sstream>
-#include <system_error>
 #include <utility>
 
-#include "apps/files/OutputNames.h"
 #include "apps/vxkit/burst/QualityMap.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/Recording.h"
@@ -48,18 +46,8 @@ void ResultFiles::checkNames(const ResultOptions& options)
         throw UsageError(options.preview + ": expected a preview name that ends in .png");
     if (!options.qualityMap.empty())
         requireImageResult(options.qualityMap, "a quality map");
-    if (!options.confidence.empty()) {
+    if (!options.confidence.empty())
         requireImageResult(options.confidence, "a confidence map");
-        for (const std::string& other : {options.path, options.preview, options.qualityMap})
-            if (options.confidence == other)
-                throw UsageError(options.confidence + ": expected a name of its own for the confidence map");
-    }
-    if (options.path == options.preview)
-        throw UsageError(options.path + ": expected different names for the result and its preview");
-    if (!options.qualityMap.empty() &&
-        (options.qualityMap == options.path || options.qualityMap == options.preview))
-        throw UsageError(options.qualityMap +
-                         ": expected different names for the result and its quality map");
 }
 
 ResultFiles::ResultFiles(ResultOptions options, int firstNumber, int count, Unit unit, const Recording& input)
@@ -72,11 +60,8 @@ ResultFiles::ResultFiles(ResultOptions options, int firstNumber, int count, Unit
     checkNames(options_);
     if (isStack(options_))
         stack_.emplace(options_.path, options_.colourMap, options_.force, unit_);
-    for (const std::string& name : names()) {
-        if (input.readsFrom(name))
-            throw UsageError(name + ": is an input; expected another output name");
-        vxfiles::requireWritable(name, options_.force);
-    }
+    for (const std::string& name : names())
+        input.files()->writes(name, options_.force);
 }
 
 std::vector<std::string> ResultFiles::sequences() const
@@ -115,16 +100,6 @@ void ResultFiles::note(const std::string& path, const std::string& name)
 {
     if (const auto list = lists_.find(path); list != lists_.end())
         list->second.add(name, name);
-}
-
-bool ResultFiles::writesTo(const std::string& path) const
-{
-    const std::vector<std::string> all = names();
-    return std::any_of(all.begin(), all.end(), [&path](const std::string& name) {
-        std::error_code error;
-        return std::filesystem::weakly_canonical(name, error) ==
-               std::filesystem::weakly_canonical(path, error);
-    });
 }
 
 std::string ResultFiles::nameFor(const std::string& path, int number) const

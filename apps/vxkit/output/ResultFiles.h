@@ -34,7 +34,7 @@ public:
     /// Checks all names before any work starts.
     ///
     /// @param firstNumber, count  results are numbered firstNumber, firstNumber + 1, ...
-    /// @param input  the recording that is read: its files are never overwritten
+    /// @param input  the recording that is read: what its run reads is never overwritten
     /// @throws UsageError if a name has the wrong ending, is an input, or can't be written
     ResultFiles(ResultOptions options, int firstNumber, int count, Unit unit, const Recording& input);
 
@@ -53,9 +53,6 @@ public:
 
     /// Writes how many frames count at each pixel of a result, if that is known and wanted.
     std::string writeConfidence(int number, const cv::Mat_<float>& frames);
-
-    /// Whether a path names one of the files.
-    bool writesTo(const std::string& path) const;
 
 private:
     std::vector<std::string> names() const;

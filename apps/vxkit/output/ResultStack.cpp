@@ -37,6 +37,7 @@ std::string ResultStack::finish(int wanted, const Recording& input)
     SequenceOptions options{.path = path_};
     options.colourMap = colourMap_;
     options.force = force_;
+    options.isChecked = true;
     const auto sink =
         openFrameSink(options, input,
                       {results_->size(), results_->count(), holdsFloats ? SampleType::f32 : SampleType::u16});

@@ -5,7 +5,6 @@
 #include <opencv2/core.hpp>
 #include <sstream>
 
-#include "apps/files/OutputNames.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/FrameFile.h"
 #include "apps/vxkit/output/Output.h"
@@ -78,12 +77,16 @@ vxsupport::SceneStatistics statisticsFor(const ClusterSettings& settings, Record
         throw UsageError("--mean and --std-dev: expected both or none");
     if (!settings.mean.empty() && !settings.uniform.empty())
         throw UsageError("--uniform: the statistics are those of --mean and --std-dev already");
+    recording.files()->reads(settings.mean);
+    recording.files()->reads(settings.stdDev);
     if (!settings.mean.empty())
         return {readImage(settings.mean, recording.frameSize()),
                 readImage(settings.stdDev, recording.frameSize()), settings.mean};
     if (settings.uniform.empty())
         return gather(recording, scale);
-    Recording uniform({settings.uniform, size, ""});
+    RecordingOptions options{settings.uniform, size, ""};
+    options.files = recording.files();
+    Recording uniform(options);
     requireSize(settings.uniform.front(), uniform.frameSize(), recording.frameSize());
     return gather(uniform, scale);
 }
@@ -102,7 +105,7 @@ std::unique_ptr<vxsupport::FrameFilter> makeClusterFilter(const ClusterSettings&
     if (!settings.damping.empty()) {
         if (!isFloatFile(settings.damping))
             throw UsageError(settings.damping + ": expected a name that ends in .tif, .tiff or .pfm");
-        vxfiles::requireWritable(settings.damping, force);
+        recording.files()->writes(settings.damping, force);
     }
     auto filter = std::make_unique<ClusterFilter>(settings, statisticsFor(settings, recording, size, scale),
                                                   valueOfSampleZero(scale.form()));

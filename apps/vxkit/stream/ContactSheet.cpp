@@ -12,7 +12,6 @@
 #include <sstream>
 #include <utility>
 
-#include "apps/files/OutputNames.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/output/Output.h"
 #include "apps/vxkit/stream/CurvePlot.h"
@@ -76,9 +75,7 @@ ContactSheet::ContactSheet(ContactSheetOptions options, const Recording& input, 
 {
     if (!isPngName(options_.path))
         throw UsageError(options_.path + ": expected a contact sheet's name that ends in .png");
-    if (input.readsFrom(options_.path))
-        throw UsageError(options_.path + ": is an input; expected another output name");
-    vxfiles::requireWritable(options_.path, options_.force);
+    input.files()->writes(options_.path, options_.force);
     if (options_.frames.empty())
         options_.frames = usualFrames(firstNumber_, input.frameCount());
     if (options_.frames.size() > mostFrames)

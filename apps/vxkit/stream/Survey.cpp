@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <vector>
 
-#include "apps/files/OutputNames.h"
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/stream/Noise.h"
 #include "apps/vxkit/stream/SampleScale.h"
@@ -26,17 +25,17 @@ cv::Mat_<int> wholeSamples(const cv::Mat_<short>& samples)
 
 void checkBadPixelNames(const BadPixelOptions& options, const Recording& recording, bool force)
 {
-    if (!options.learns() && !options.isOff())
+    if (!options.learns() && !options.isOff()) {
+        recording.files()->reads(options.source);
         readBadPixels(options.source, recording.frameSize());
+    }
     if (options.output.empty())
         return;
     if (options.isOff())
         throw UsageError("--write-bad-pixels: there is no map with --bad-pixels off");
     if (std::filesystem::path(options.output).extension() != ".png")
         throw UsageError(options.output + ": expected a map's name that ends in .png");
-    if (recording.readsFrom(options.output))
-        throw UsageError(options.output + ": is an input; expected another output name");
-    vxfiles::requireWritable(options.output, force);
+    recording.files()->writes(options.output, force);
 }
 
 Survey survey(Recording& recording, SampleScale& scale, const BadPixelOptions& options)

@@ -217,7 +217,7 @@ TEST_F(EngineOptions, RefusesWhatDoesNotFitTogetherAndTouchesNothing)
                     {"--quality-map a.tif", "a.tif: expected different names"},
                     {"--engine reference --weight 0.5", "--weight 0.5"},
                     {"--trace five.pfm --force", "is an input"},
-                    {"--trace a.tif", "is a result"},
+                    {"--trace a.tif", "expected different names"},
                     {"--trace good.txt", "good.txt exists already"},
                     {"--trace none/trace.txt", "none"},
                     {"--radiance good.txt", "five.pfm, frame 0: holds the value"}},
