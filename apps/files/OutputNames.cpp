@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <string>
 #include <system_error>
 
 #include "apps/files/Failure.h"
@@ -23,6 +24,19 @@ void requireFree(const fs::path& path, bool force)
         throw UsageError(path.string() + " exists already; --force replaces it");
     if (fs::exists(status) && !fs::is_regular_file(status))
         throw UsageError(path.string() + " is no regular file and is not replaced; expected another name");
+}
+
+// Told ahead of the work, not by its last step.
+void requireShort(const fs::path& path, const fs::path& place)
+{
+    constexpr std::size_t alwaysFits = 128;
+    const std::size_t length = place.filename().native().size();
+    if (length <= alwaysFits)
+        return;
+    const long longest = ::pathconf(folderOf(place).c_str(), _PC_NAME_MAX);
+    if (longest > 0 && length > static_cast<std::size_t>(longest))
+        throw UsageError(path.string() + " can't be written: the name has " + std::to_string(length) +
+                         " bytes; expected at most " + std::to_string(longest));
 }
 
 }  // namespace
@@ -66,7 +80,8 @@ void requireWritable(const fs::path& path, bool force)
     if (!path.has_filename())
         throw UsageError("'" + path.string() + "' does not name a file to write");
     requireFree(path, force);
-    const fs::path folder = folderOf(placeOf(path));
+    const fs::path place = placeOf(path);
+    const fs::path folder = folderOf(place);
     std::error_code error;
     if (!fs::is_directory(folder, error))
         throw UsageError(path.string() + " can't be written: the folder " + folder.string() +
@@ -74,6 +89,7 @@ void requireWritable(const fs::path& path, bool force)
     if (::access(folder.c_str(), W_OK | X_OK) != 0)
         throw UsageError(path.string() + " can't be written: no permission to write to the folder " +
                          folder.string());
+    requireShort(path, place);
 }
 
 }  // namespace vxfiles

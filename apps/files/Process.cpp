@@ -92,12 +92,16 @@ public:
     explicit Watcher(std::string program)
         : program_(std::move(program)), signals_(signalsToWatch()), end_(::eventfd(0, EFD_CLOEXEC))
     {
-        ::pthread_sigmask(SIG_BLOCK, &signals_, &before_);
         arrivals_ = Descriptor(::signalfd(-1, &signals_, SFD_CLOEXEC));
+        if (!arrivals_.isOpen() || !end_.isOpen())
+            return;  // without descriptors signals do what they always do
+        ::pthread_sigmask(SIG_BLOCK, &signals_, &before_);
         thread_ = std::thread([this] { watch(); });
     }
     ~Watcher()
     {
+        if (!thread_.joinable())
+            return;
         const std::uint64_t one = 1;
         end_.write({reinterpret_cast<const char*>(&one), sizeof(one)});
         thread_.join();

@@ -12,9 +12,9 @@ namespace {
 
 // One that is forgotten here can't be written to with --force, which shows at once; the other way round a file would be
 // lost.
-constexpr std::array outputOptions{"--output",        "--preview",          "--quality-map", "--confidence",
-                                   "--contact-sheet", "--write-bad-pixels", "--damping",     "--picture",
-                                   "--csv",           "--trace"};
+constexpr std::array outputOptions{
+    "--output",           "--preview", "--quality-map", "--confidence", "--contact-sheet",
+    "--write-bad-pixels", "--damping", "--picture",     "--csv",        "--trace"};
 
 void readBy(const CLI::App& app, vxfiles::RunFiles& files)
 {

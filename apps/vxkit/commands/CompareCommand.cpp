@@ -275,8 +275,7 @@ void addCompareCommand(CLI::App& program)
     command.add_flag("--force", options->force, "Replace an existing picture");
     command.footer(footer);
     const auto results = addResultsOption(command);
-    command.callback(
-        [options, results, &command] { compare(*options, *filesReadBy(command), *results); });
+    command.callback([options, results, &command] { compare(*options, *filesReadBy(command), *results); });
 }
 
 }  // namespace vxapp

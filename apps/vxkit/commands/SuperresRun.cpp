@@ -50,8 +50,8 @@ SuperresSettings settingsFor(const SuperresOptions& options, const Recording& re
     if (settings.motion == BurstMotion::single && !settings.window)
         settings.window = std::min(settings.windowSize(), recording.frameCount());
     if (!options.radiance.empty())
-        settings.radiance =
-            readRadianceCalibration(options.radiance, recording.frameSize(), options.recording.size, recording.files());
+        settings.radiance = readRadianceCalibration(options.radiance, recording.frameSize(),
+                                                    options.recording.size, recording.files());
     return settings;
 }
 

@@ -53,6 +53,7 @@ public:
     explicit FitsSink(const SinkRequest& request)
         : shape_(request.shape), file_(request.options.path, request.options.force)
     {
+        errno = 0;
         int status = 0;
         fitsfile* fits = nullptr;
         fits_create_diskfile(&fits, file_.temporaryPath().c_str(), &status);
@@ -65,6 +66,7 @@ public:
 
     void add(const cv::Mat& frame) override
     {
+        errno = 0;
         int status = 0;
         cv::Mat gapless = frame.isContinuous() ? frame : frame.clone();
         const LONGLONG first = 1 + added_++ * static_cast<LONGLONG>(frame.total());
@@ -75,6 +77,7 @@ public:
 
     std::string finish() override
     {
+        errno = 0;
         int status = 0;
         fits_close_file(fits_.release(), &status);
         require(status == 0);

@@ -40,6 +40,7 @@ public:
         : shape_(request.shape), file_(request.options.path, request.options.force)
     {
         const QuietHdf5 quiet;
+        errno = 0;
         const std::array<hsize_t, 3> lengths{static_cast<hsize_t>(shape_.frames),
                                              static_cast<hsize_t>(shape_.size.height),
                                              static_cast<hsize_t>(shape_.size.width)};
@@ -55,6 +56,7 @@ public:
     void add(const cv::Mat& frame) override
     {
         const QuietHdf5 quiet;
+        errno = 0;
         const cv::Mat gapless = frame.isContinuous() ? frame : frame.clone();
         const std::array<hsize_t, 3> first{added_++, 0, 0};
         const std::array<hsize_t, 3> count{1, static_cast<hsize_t>(frame.rows),
@@ -69,6 +71,7 @@ public:
     {
         {
             const QuietHdf5 quiet;
+            errno = 0;
             require(set_.reset() && space_.reset() && hdf5_.reset());
         }
         file_.commit();

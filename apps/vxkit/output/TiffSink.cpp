@@ -15,9 +15,7 @@ class TiffSink : public FrameSink
 {
 public:
     explicit TiffSink(const SinkRequest& request)
-        : shape_(request.shape),
-          file_(request.options.path, request.options.force),
-          tiff_(file_, shape_)
+        : shape_(request.shape), file_(request.options.path, request.options.force), tiff_(file_, shape_)
     {}
 
     void add(const cv::Mat& frame) override { tiff_.add(frame); }

@@ -53,6 +53,7 @@ TiffWriter::TiffWriter(const vxfiles::OutputFile& file, const SequenceShape& sha
     : path_(file.path()), shape_(shape), handle_(std::make_unique<Handle>())
 {
     const QuietStandardError quiet;
+    errno = 0;
     handle_->tiff.reset(TIFFOpen(file.temporaryPath().c_str(), needsBigTiff(shape_) ? "w8" : "w"));
     require(handle_->tiff != nullptr);
 }
@@ -66,6 +67,7 @@ TiffWriter::~TiffWriter()
 void TiffWriter::add(const cv::Mat& frame)
 {
     const QuietStandardError quiet;
+    errno = 0;
     TIFF* tiff = handle_->tiff.get();
     const auto rows = static_cast<std::uint32_t>(frame.rows);
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(frame.cols));
@@ -85,6 +87,7 @@ void TiffWriter::add(const cv::Mat& frame)
 void TiffWriter::finish()
 {
     const QuietStandardError quiet;
+    errno = 0;
     require(TIFFFlush(handle_->tiff.get()) == 1);
     handle_->tiff.reset();
 }

@@ -96,7 +96,8 @@ private:
     AvPointer<SwsContext> colours_;
 };
 
-VideoWriter::Encoder::Encoder(const vxfiles::OutputFile& file, VideoKind kind, cv::Size size, double framesPerSecond)
+VideoWriter::Encoder::Encoder(const vxfiles::OutputFile& file, VideoKind kind, cv::Size size,
+                              double framesPerSecond)
     : path_(file.path().string()),
       lossless_(kind == VideoKind::lossless),
       size_(codedSize(kind, size)),
@@ -262,7 +263,8 @@ int VideoWriter::Encoder::require(int code) const
     return code;
 }
 
-VideoWriter::VideoWriter(const vxfiles::OutputFile& file, VideoKind kind, cv::Size size, double framesPerSecond)
+VideoWriter::VideoWriter(const vxfiles::OutputFile& file, VideoKind kind, cv::Size size,
+                         double framesPerSecond)
     : encoder_(std::make_unique<Encoder>(file, kind, size, framesPerSecond))
 {}
 

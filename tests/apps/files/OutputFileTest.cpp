@@ -113,6 +113,7 @@ TEST_F(OutputFileTest, TakesNamesAsLongAsTheSystem)
     const std::string longest = std::string(251, 'n') + ".tif";
     writeFile(folder_ / longest, "whole", false);
     EXPECT_EQ(textOf(folder_ / longest), "whole");
+    EXPECT_THROW(requireWritable(folder_ / ("n" + longest), false), UsageError) << "ahead of the work";
 }
 
 TEST_F(OutputFileTest, LeavesAnEarlierFileWhereThereIsNoRoom)

@@ -48,7 +48,7 @@ TEST_F(SimulateCommand, WritesCountsTruthAndShifts)
 {
     const ProgramRun done = simulate("");
     ASSERT_EQ(done.status, 0) << done.error;
-    EXPECT_EQ(fileCount(), 1U + 5U + 2U);  // the folder itself, frames, truth and note
+    EXPECT_EQ(fileCount(), 1U + 5U + 3U);  // the folder itself, frames, their list, truth and note
 
     const vxsupport::Burst burst = vxsupport::simulateBurst(sameBurst());
     cv::Mat_<float> degrees;
@@ -109,7 +109,7 @@ TEST_F(SimulateCommand, ReplacesFilesOnlyWhenForced)
     expectRefusals("simulate burst.", {{"", "frame-0002.png"}});
     EXPECT_EQ(simulate("--force").status, 0);
     EXPECT_FALSE(cv::imread(file("frame-0002.png"), cv::IMREAD_UNCHANGED).empty());
-    EXPECT_EQ(fileCount(), 8U);
+    EXPECT_EQ(fileCount(), 9U);
 }
 
 TEST_F(SimulateCommand, RefusesBadInputInOneLineAndWritesNothing)

@@ -277,7 +277,7 @@ TEST_F(Videos, LeaveNothingOnAFullDisk)
                         sink->add(frame);
                     sink->finish();
                 },
-                UsageError)
+                WriteError)
                 << name << range;
             EXPECT_EQ(fileCount(), before) << name;
         }
