@@ -73,9 +73,9 @@ SequenceList::SequenceList(fs::path sequence, bool force) : path_(nameOf(sequenc
 void SequenceList::withdraw()
 {
     std::error_code error;
-    if (force_ && fs::is_regular_file(path_, error))
-        fs::remove(placeOf(path_), error);
-    if (error)
+    if (!force_ || !fs::is_regular_file(path_, error))
+        return;
+    if (fs::remove(placeOf(path_), error); error)
         throw writeFailure(path_, error.value());
 }
 

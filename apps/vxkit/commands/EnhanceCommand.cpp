@@ -72,6 +72,10 @@ void checkNames(const EnhanceOptions& options)
 {
     if (options.results.path.empty() && options.sheet.path.empty() && !options.measures)
         throw UsageError("nowhere to write to; expected -o OUT or --contact-sheet FILE.png");
+    // Of a sequence, whose files have numbers, they would be two, but hardly what was meant.
+    if (options.results.path == options.sheet.path && !options.sheet.path.empty())
+        throw UsageError(options.sheet.path +
+                         ": expected different names for the result and its contact sheet");
 }
 
 Recording openRecording(const EnhanceOptions& options)
