@@ -103,9 +103,9 @@ std::unique_ptr<vxsupport::FrameFilter> makeClusterFilter(const ClusterSettings&
             ": holds no counts; the cluster pattern is that of a detector's counts: expected --scale and "
             "--offset");
     if (!settings.damping.empty()) {
+        recording.files()->writes(settings.damping, force);
         if (!isFloatFile(settings.damping))
             throw UsageError(settings.damping + ": expected a name that ends in .tif, .tiff or .pfm");
-        recording.files()->writes(settings.damping, force);
     }
     auto filter = std::make_unique<ClusterFilter>(settings, statisticsFor(settings, recording, size, scale),
                                                   valueOfSampleZero(scale.form()));
