@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/files/StagingFolder.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <set>
@@ -32,6 +34,9 @@ OpenWork& openWork()
 
 void removeFolder(const fs::path& folder)
 {
+    // Most are empty at the end, and this takes no memory, of which there may be none.
+    if (::rmdir(folder.c_str()) == 0)
+        return;
     std::error_code error;
     // Another thread may still add a file, until it notices.
     constexpr int patience = 100;

@@ -3,6 +3,9 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
+#include <filesystem>
+#include <system_error>
 
 #include "apps/files/Failure.h"
 #include "apps/files/OutputFile.h"
@@ -79,8 +82,14 @@ public:
     {
         errno = 0;
         int status = 0;
+        LONGLONG end = 0;
+        fits_flush_file(fits_.get(), &status);
+        fits_get_hduaddrll(fits_.get(), nullptr, nullptr, &end, &status);
         fits_close_file(fits_.release(), &status);
-        require(status == 0);
+        // The library does not look whether the last bytes found room.
+        std::error_code error;
+        const std::uintmax_t size = std::filesystem::file_size(file_.temporaryPath(), error);
+        require(status == 0 && !error && size == static_cast<std::uintmax_t>(end));
         file_.commit();
         return file_.path().string() + " (" + framesText(shape_) + ", " +
                std::string(factsOf(shape_.samples).text) + ")";

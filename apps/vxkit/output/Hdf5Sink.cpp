@@ -47,8 +47,11 @@ public:
         hdf5_ = {H5Fcreate(file_.temporaryPath().c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT), H5Fclose};
         require(static_cast<bool>(hdf5_));
         space_ = {H5Screate_simple(3, lengths.data(), nullptr), H5Sclose};
+        // The same frames make the same bytes at any time of day.
+        const Hdf5Handle plan(H5Pcreate(H5P_DATASET_CREATE), H5Pclose);
+        require(H5Pset_obj_track_times(plan.get(), false) >= 0);
         set_ = {H5Dcreate2(hdf5_.get(), dataSet, storedAs(shape_.samples), space_.get(), H5P_DEFAULT,
-                           H5P_DEFAULT, H5P_DEFAULT),
+                           plan.get(), H5P_DEFAULT),
                 H5Dclose};
         require(static_cast<bool>(set_));
     }
