@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <charconv>
 #include <cmath>
-#include <limits>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -22,12 +22,25 @@ constexpr std::size_t digitsOfFloats = 9;
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 constexpr double largestWholeFloat = 16777216.0;  // up to it all whole numbers are floats
 
-struct Frame
+// What a row of the widest frame takes with 64 characters for each number.
+constexpr std::size_t longestLine = std::size_t{64} << 16;
+constexpr std::size_t mostCells = std::size_t{1} << 16;
+
+// A line without its end, and at most one part more than the longest; false at the end.
+bool takeLine(std::istream& file, std::string& line)
 {
-    std::uint64_t place;
-    int firstLine;  // counted from 1
-    int rows;
-};
+    std::array<char, 4096> part{};
+    line.clear();
+    for (;;) {
+        file.getline(part.data(), part.size());
+        const auto count = static_cast<std::size_t>(file.gcount());
+        const bool hasEnd = file.good();
+        line.append(part.data(), hasEnd ? count - 1 : count);
+        if (hasEnd || file.eof() || count == 0 || line.size() > longestLine)
+            return hasEnd || !line.empty();
+        file.clear();
+    }
+}
 
 std::string_view trimmed(std::string_view text)
 {
@@ -59,17 +72,17 @@ char separatorOf(std::string_view line)
                : ',';
 }
 
-// The cells of a line; a separator at its end opens none.
+// The cells of a line, and not many more than a frame may have; a separator at its end opens none.
 std::vector<std::string_view> cellsOf(std::string_view line, char separator)
 {
     if (line.ends_with('\r'))
         line.remove_suffix(1);
     std::vector<std::string_view> cells;
-    while (separator == ' ' && !(line = trimmed(line)).empty()) {
+    while (separator == ' ' && cells.size() <= mostCells && !(line = trimmed(line)).empty()) {
         cells.push_back(line.substr(0, line.find(' ')));
         line.remove_prefix(cells.back().size());
     }
-    while (separator != ' ') {
+    while (separator != ' ' && cells.size() <= mostCells) {
         const std::size_t end = line.find(separator);
         cells.push_back(trimmed(line.substr(0, end)));
         if (end == std::string_view::npos)
@@ -99,10 +112,10 @@ class CsvFile : public FrameFile
 public:
     CsvFile(std::string path, std::optional<SampleType> samples);
 
-    int frameCount() const override { return static_cast<int>(frames_.size()); }
+    int frameCount() const override { return static_cast<int>(places_.size()); }
     std::optional<FrameShape> shapeOfAll() const override
     {
-        return FrameShape{{columns_, frames_.front().rows}, factsOf(samples_).storage, samples_};
+        return FrameShape{{columns_, rows_}, factsOf(samples_).storage, samples_};
     }
     cv::Mat read(int index) override;
 
@@ -110,9 +123,9 @@ private:
     template <typename T>
     cv::Mat_<T> parseFrame(int index) const;
     void scan(std::istream& file);
-    void scanRow(std::string_view line, int number);
-    void checkFrames() const;
-    UsageError at(int line, const std::string& what) const
+    void scanRow(std::string_view line, std::int64_t number);
+    void endFrame(std::int64_t firstLine, int rows);
+    UsageError at(std::int64_t line, const std::string& what) const
     {
         return UsageError(path_ + ": line " + std::to_string(line) + what);
     }
@@ -122,16 +135,16 @@ private:
     char separator_ = 0;
     int columns_ = 0;
     std::size_t mostDigits_ = 0;
-    std::vector<Frame> frames_;
+    int rows_ = 0;
+    FrameTable places_;
 };
 
 CsvFile::CsvFile(std::string path, std::optional<SampleType> samples)
-    : path_(std::move(path)), samples_(samples.value_or(SampleType::f32))
+    : path_(std::move(path)), samples_(samples.value_or(SampleType::f32)), places_(path_)
 {
     std::uint64_t fileBytes = 0;
     std::ifstream file = openForReading(path_, fileBytes);
     scan(file);
-    checkFrames();
     if (!samples && mostDigits_ > digitsOfFloats)
         samples_ = SampleType::f64;
 }
@@ -139,9 +152,13 @@ CsvFile::CsvFile(std::string path, std::optional<SampleType> samples)
 void CsvFile::scan(std::istream& file)
 {
     std::string text;
-    bool isInFrame = false;
+    std::int64_t firstLine = 0;
+    int rows = 0;  // of the frame so far
     std::uint64_t place = 0;
-    for (int number = 1; std::getline(file, text); ++number) {
+    for (std::int64_t number = 1; takeLine(file, text); ++number) {
+        if (text.size() > longestLine)
+            throw at(number, " is longer than " + std::to_string(longestLine) +
+                                 " bytes; expected a table of numbers");
         const std::uint64_t start = place;
         place += text.size() + 1;
         std::string_view line = text;
@@ -150,26 +167,28 @@ void CsvFile::scan(std::istream& file)
         if (trimmed(line).starts_with('#'))
             continue;
         if (trimmed(line).empty()) {
-            isInFrame = false;
+            endFrame(firstLine, std::exchange(rows, 0));
             continue;
         }
-        if (!isInFrame)
-            frames_.push_back({start + (text.size() - line.size()), number, 0});
-        isInFrame = true;
+        if (rows == 0) {
+            firstLine = number;
+            places_.add(start + (text.size() - line.size()));
+        }
         scanRow(line, number);
-        ++frames_.back().rows;
+        requireFrameSize(path_, columns_, ++rows);
     }
-    if (frames_.empty())
+    endFrame(firstLine, rows);
+    if (places_.empty())
         throw UsageError(path_ + ": holds no numbers; expected a table of them");
 }
 
-void CsvFile::scanRow(std::string_view line, int number)
+void CsvFile::scanRow(std::string_view line, std::int64_t number)
 {
     if (separator_ == 0)
         separator_ = separatorOf(line);
     const std::vector<std::string_view> cells = cellsOf(line, separator_);
     if (columns_ == 0)
-        columns_ = static_cast<int>(std::min<std::size_t>(cells.size(), std::numeric_limits<int>::max()));
+        columns_ = static_cast<int>(cells.size());
     if (cells.size() != static_cast<std::size_t>(columns_))
         throw at(number, " has " + std::to_string(cells.size()) + " numbers; expected " +
                              std::to_string(columns_) + ", as in the lines before it");
@@ -186,14 +205,15 @@ void CsvFile::scanRow(std::string_view line, int number)
     }
 }
 
-void CsvFile::checkFrames() const
+void CsvFile::endFrame(std::int64_t firstLine, int rows)
 {
-    requireFrameSize(path_, columns_, frames_.front().rows);
-    for (const Frame& frame : frames_)
-        if (frame.rows != frames_.front().rows)
-            throw at(frame.firstLine, " begins a frame of " + std::to_string(frame.rows) +
-                                          " rows; expected " + std::to_string(frames_.front().rows) +
-                                          ", as in the frame before it");
+    if (rows == 0)
+        return;
+    if (rows_ == 0)
+        rows_ = rows;
+    if (rows != rows_)
+        throw at(firstLine, " begins a frame of " + std::to_string(rows) + " rows; expected " +
+                                std::to_string(rows_) + ", as in the frame before it");
 }
 
 template <typename T>
@@ -201,12 +221,11 @@ cv::Mat_<T> CsvFile::parseFrame(int index) const
 {
     std::uint64_t fileBytes = 0;
     std::ifstream file = openForReading(path_, fileBytes);
-    const Frame& frame = frames_.at(static_cast<std::size_t>(index));
-    file.seekg(static_cast<std::streamoff>(frame.place));
-    cv::Mat_<T> values(frame.rows, columns_);
+    file.seekg(static_cast<std::streamoff>(places_[index]));
+    cv::Mat_<T> values(rows_, columns_);
     std::string line;
-    for (int y = 0; y < frame.rows;) {
-        if (!std::getline(file, line))
+    for (int y = 0; y < rows_;) {
+        if (!takeLine(file, line))
             throw UsageError(path_ + ": frame " + std::to_string(index) + " can't be read");
         if (trimmed(line).starts_with('#'))
             continue;

@@ -129,6 +129,10 @@ bool FitsFile::takeImage(fitsfile* file)
     kind_ = *kind;
     requireFrameSize(path_, lengths[0], lengths[1]);
     size_ = {static_cast<int>(lengths[0]), static_cast<int>(lengths[1])};
+    std::uint64_t fileBytes = 0;
+    openForReading(path_, fileBytes);
+    requirePlausibleSize(path_, static_cast<std::uint64_t>(size_.area()) * factsOf(kind_.samples).bytes,
+                         fileBytes);
     frames_ = checkedFrameCount(path_, static_cast<std::uint64_t>(std::max(lengths[2], LONGLONG{0})));
     return true;
 }

@@ -93,6 +93,16 @@ void requireFrameSize(const std::string& name, std::int64_t width, std::int64_t 
                          "; expected 1 to 65536 pixels on each side and 2^28 in all");
 }
 
+void requirePlausibleSize(const std::string& name, std::uint64_t frameBytes, std::uint64_t fileBytes)
+{
+    // Deflate reaches 1032, LZW 1365; some codings write an even frame of any size in a few bytes.
+    constexpr std::uint64_t largestCompression = 4096;
+    constexpr std::uint64_t alwaysTaken = std::uint64_t{64} << 20;
+    if (frameBytes > alwaysTaken && frameBytes / largestCompression > fileBytes)
+        throw UsageError(name + ": a frame of " + std::to_string(frameBytes) + " bytes in a file of " +
+                         std::to_string(fileBytes) + "; expected an undamaged, complete file");
+}
+
 int checkedFrameCount(const std::string& name, std::uint64_t count)
 {
     if (count == 0 || count > static_cast<std::uint64_t>(std::numeric_limits<int>::max()))

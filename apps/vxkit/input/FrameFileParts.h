@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "apps/vxkit/input/FrameFile.h"
+#include "apps/vxkit/input/FrameTable.h"
 
 // What the sources of FrameFile and the table of formats share; not for other files.
 namespace vxapp {
@@ -26,11 +27,15 @@ bool readBytes(std::ifstream& file, std::uint64_t place, char* bytes, std::size_
 void requireFrameType(const std::string& name, int type);
 /// Raises a UsageError unless both sides are above 0 and a frame of that size can be held.
 void requireFrameSize(const std::string& name, std::int64_t width, std::int64_t height);
+/// Raises a UsageError for a frame that a file of so few bytes can't hold in any coding, so that a small file
+/// can't ask for all memory.
+/// @param frameBytes  of the decoded frame
+void requirePlausibleSize(const std::string& name, std::uint64_t frameBytes, std::uint64_t fileBytes);
 /// A count of frames as an int; raises a UsageError if it isn't from 1 on or more than can be counted.
 int checkedFrameCount(const std::string& name, std::uint64_t count);
 
 /// Where the directories of a TIFF file's pages stand, from their chain alone.
-std::vector<std::uint64_t> tiffPages(const std::string& path);
+FrameTable tiffPages(const std::string& path);
 
 /// What bytes at the start of a file look like, for messages: "a GIF picture".
 std::string looksOf(std::string_view start);

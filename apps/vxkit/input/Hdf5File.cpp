@@ -2,6 +2,7 @@
 #include <hdf5.h>
 
 #include <array>
+#include <exception>
 #include <filesystem>
 #include <utility>
 #include <vector>
@@ -19,7 +20,11 @@ struct Found
 {
     std::vector<std::string> images;  // paths of data sets that can hold frames
     hid_t file;
+    std::exception_ptr failure;
 };
+
+constexpr std::size_t mostNames = 20;  // that a message tells
+constexpr std::uint64_t largestChunk = std::uint64_t{1} << 31;
 
 bool isImage(hid_t file, const std::string& path)
 {
@@ -35,9 +40,15 @@ bool isImage(hid_t file, const std::string& path)
 herr_t visit(hid_t /*object*/, const char* name, const H5O_info_t* info, void* data)
 {
     auto& found = *static_cast<Found*>(data);
-    if (info->type == H5O_TYPE_DATASET && isImage(found.file, name))
-        found.images.push_back(std::string("/") + name);
-    return 0;
+    // The library is C: an exception must not cross it.
+    try {
+        if (info->type == H5O_TYPE_DATASET && isImage(found.file, name))
+            found.images.push_back(std::string("/") + name);
+    } catch (...) {
+        found.failure = std::current_exception();
+        return 1;
+    }
+    return found.images.size() < mostNames ? 0 : 1;
 }
 
 std::optional<SampleType> samplesOf(hid_t type)
@@ -89,6 +100,7 @@ private:
     Hdf5Handle open() const;
     std::string onlyImage(hid_t file) const;
     void takeShape(hid_t set);
+    void checkStorage(hid_t set) const;
 
     std::string path_;
     std::string dataset_;
@@ -113,6 +125,7 @@ Hdf5File::Hdf5File(std::string path, std::string dataset)
         throw UsageError(path_ + ": " + dataset_ +
                          " takes its samples from other files; expected them in the file itself");
     takeShape(set.get());
+    checkStorage(set.get());
 }
 
 Hdf5Handle Hdf5File::open() const
@@ -126,9 +139,11 @@ Hdf5Handle Hdf5File::open() const
 
 std::string Hdf5File::onlyImage(hid_t file) const
 {
-    Found found{{}, file};
+    Found found{{}, file, {}};
     if (H5Ovisit2(file, H5_INDEX_NAME, H5_ITER_INC, visit, &found, H5O_INFO_BASIC) < 0)
         throw UsageError(path_ + ": can't be decoded; expected an undamaged, complete HDF5 file");
+    if (found.failure)
+        std::rethrow_exception(found.failure);
     if (found.images.size() == 1)
         return found.images.front();
     const std::vector<std::string_view> names(found.images.begin(), found.images.end());
@@ -155,6 +170,27 @@ void Hdf5File::takeShape(hid_t set)
     requireFrameSize(path_, static_cast<std::int64_t>(columns), static_cast<std::int64_t>(rows));
     size_ = {static_cast<int>(columns), static_cast<int>(rows)};
     frames_ = isStack_ ? checkedFrameCount(path_, lengths[0]) : 1;
+}
+
+// What reading a frame costs beside the frame: a chunk is decoded as a whole.
+void Hdf5File::checkStorage(hid_t set) const
+{
+    std::uint64_t fileBytes = 0;
+    openForReading(path_, fileBytes);
+    const std::uint64_t sampleBytes = factsOf(samples_).bytes;
+    requirePlausibleSize(path_, static_cast<std::uint64_t>(size_.area()) * sampleBytes, fileBytes);
+    const Hdf5Handle plan(H5Dget_create_plist(set), H5Pclose);
+    const H5D_layout_t layout = H5Pget_layout(plan.get());
+    if (layout == H5D_VIRTUAL || H5Pget_external_count(plan.get()) > 0)
+        throw UsageError(path_ + ": " + dataset_ +
+                         " lies in other files; expected a data set whose numbers lie in this one");
+    std::array<hsize_t, 3> chunk{};
+    if (layout != H5D_CHUNKED || H5Pget_chunk(plan.get(), 3, chunk.data()) < 2)
+        return;
+    const std::uint64_t chunkBytes = chunk[0] * chunk[1] * (isStack_ ? chunk[2] : 1) * sampleBytes;
+    if (chunkBytes > largestChunk)
+        throw UsageError(path_ + ": " + dataset_ + " has chunks of " + std::to_string(chunkBytes) +
+                         " bytes; expected at most " + std::to_string(largestChunk));
 }
 
 cv::Mat Hdf5File::read(int index)

@@ -23,13 +23,14 @@ using namespace std::string_view_literals;
 constexpr unsigned char applicationMarker = 0xE1;  // APP1
 constexpr std::size_t longestName = 32;
 constexpr std::size_t longestNumbering = 8;
-constexpr std::uint64_t largestFile = std::uint64_t{1} << 28;
+constexpr std::size_t mostChains = 64;
+constexpr std::size_t mostSegments = 4096;  // of 64 KiB each
 constexpr int mostTries = 64;  // of a file full of what looks like the start of an image
 
 struct Chain
 {
     std::string name;  // with its zero byte
-    std::vector<std::string_view> segments;
+    std::vector<std::string> segments;
 };
 
 // The name at a segment's start, with its zero byte; empty if there is none.
@@ -43,35 +44,51 @@ std::string_view nameOf(std::string_view segment)
     return isText ? segment.substr(0, end + 1) : std::string_view();
 }
 
-// The application segments by their names, in their order. Exif data have a TIFF header but no raw image.
-std::vector<Chain> chainsOf(std::string_view file)
+// Exif data have a TIFF header but no raw image.
+void addSegment(std::vector<Chain>& chains, std::string_view segment)
 {
+    const std::string_view name = nameOf(segment);
+    if (name.empty() || name == "Exif\0"sv)
+        return;
+    auto chain = std::find_if(chains.begin(), chains.end(), [&](const Chain& c) { return c.name == name; });
+    if (chain == chains.end())
+        chain = chains.insert(chains.end(), {std::string(name), {}});
+    chain->segments.emplace_back(segment.substr(name.size()));
+}
+
+// The application segments by their names, in their order, up to the picture itself.
+std::vector<Chain> chainsOf(const std::string& path)
+{
+    std::uint64_t fileBytes = 0;
+    std::ifstream file = openForReading(path, fileBytes);
     std::vector<Chain> chains;
-    for (std::size_t place = 2; place + 4 <= file.size() && file[place] == '\xFF';) {
-        const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(file[place + i]); };
+    std::array<char, 4> head{};
+    std::string segment;
+    std::size_t segments = 0;
+    for (std::uint64_t place = 2; readBytes(file, place, head.data(), head.size()) && head[0] == '\xFF';) {
+        const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(head.at(i)); };
         constexpr unsigned char startOfScan = 0xDA;
-        if (byte(1) == startOfScan)
-            break;
         const std::size_t length = static_cast<std::size_t>(byte(2)) << 8U | byte(3);
-        if (length < 2 || place + 2 + length > file.size())
+        if (byte(1) == startOfScan || length < 2)
             break;
-        const std::string_view segment = file.substr(place + 4, length - 2);
-        const std::string_view name = byte(1) == applicationMarker ? nameOf(segment) : std::string_view();
+        segment.resize(length - 2);
+        if (!readBytes(file, place + 4, segment.data(), segment.size()))
+            break;
         place += 2 + length;
-        if (name.empty() || name == "Exif\0"sv)
+        if (byte(1) != applicationMarker)
             continue;
-        auto chain =
-            std::find_if(chains.begin(), chains.end(), [&](const Chain& c) { return c.name == name; });
-        if (chain == chains.end())
-            chain = chains.insert(chains.end(), {std::string(name), {}});
-        chain->segments.push_back(segment.substr(name.size()));
+        addSegment(chains, segment);
+        if (++segments > mostSegments || chains.size() > mostChains)
+            throw UsageError(path + ": more than " + std::to_string(mostSegments) +
+                             " application segments, or " + std::to_string(mostChains) +
+                             " names of them; expected a radiometric JPEG picture");
     }
     return chains;
 }
 
 // Length of the numbering at the start of each segment: up to the byte that counts them, and with the byte behind
 // it if that tells the last number in all of them. Nothing if no byte counts.
-std::size_t numberingOf(const std::vector<std::string_view>& segments)
+std::size_t numberingOf(const std::vector<std::string>& segments)
 {
     const auto holds = [&](std::size_t place, auto expected) {
         for (std::size_t i = 0; i < segments.size(); ++i)
@@ -149,15 +166,10 @@ private:
 
 std::unique_ptr<FrameFile> openJpegFile(const std::string& path, const FileHints& hints)
 {
-    std::uint64_t size = 0;
-    std::ifstream file = openForReading(path, size);
-    std::string bytes(std::min(size, largestFile), '\0');
-    if (!readBytes(file, 0, bytes.data(), bytes.size()))
-        throw UsageError(path + ": can't be read");
     // PNG prescribes big-endian samples, and some cameras write little-endian ones all the same.
     const bool isSwapped = hints.order == std::endian::little;
     int tries = mostTries;
-    for (const Chain& chain : chainsOf(bytes))
+    for (const Chain& chain : chainsOf(path))
         if (std::unique_ptr<FrameFile> image = imageInside(path, joined(chain), tries))
             return std::make_unique<JpegFile>(std::move(image), isSwapped);
     throw UsageError(

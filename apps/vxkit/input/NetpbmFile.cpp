@@ -49,48 +49,60 @@ class NetpbmFile : public FrameFile
 public:
     explicit NetpbmFile(std::string path);
 
-    int frameCount() const override { return static_cast<int>(images_.size()); }
+    int frameCount() const override { return static_cast<int>(places_.size()); }
     std::optional<FrameShape> shapeOfAll() const override
     {
-        return FrameShape{images_.front().size, factsOf(samples()).storage};
+        return FrameShape{first_.size, factsOf(samples()).storage};
     }
     cv::Mat read(int index) override;
 
 private:
-    SampleType samples() const { return images_.front().largest > 255 ? SampleType::u16 : SampleType::u8; }
+    SampleType samples() const { return first_.largest > 255 ? SampleType::u16 : SampleType::u8; }
     std::string nameOf(std::size_t index) const { return path_ + ", frame " + std::to_string(index); }
-    Image takeHeader(std::istream& file, const std::string& magic) const;
+    Image takeHeader(std::istream& file, const std::string& magic, std::size_t index) const;
+    void requireKind(const Image& image, std::size_t index) const;
     std::uint64_t bytesOf(const Image& image) const;
     void readPlain(std::istream& file, const Image& image, const std::string& name, cv::Mat& frame) const;
 
     std::string path_;
-    std::vector<Image> images_;
+    FrameTable places_;  // of the headers
+    Image first_{};
 };
 
-NetpbmFile::NetpbmFile(std::string path) : path_(std::move(path))
+NetpbmFile::NetpbmFile(std::string path) : path_(std::move(path)), places_(path_)
 {
     std::uint64_t fileBytes = 0;
     std::ifstream file = openForReading(path_, fileBytes);
+    std::uint64_t place = 0;
     for (std::string magic = takeWord(file); !magic.empty(); magic = takeWord(file)) {
-        images_.push_back(takeHeader(file, magic));
-        const Image& image = images_.back();
-        if (image.size != images_.front().size || (image.largest > 255) != (images_.front().largest > 255))
-            throw UsageError(nameOf(images_.size() - 1) +
-                             ": has another size or depth than frame 0; expected frames of one kind");
+        const std::size_t index = places_.size();
+        const Image image = takeHeader(file, magic, index);
+        if (index == 0)
+            first_ = image;
+        requireKind(image, index);
+        places_.add(place);
         if (image.isPlain) {
             cv::Mat ignored;
-            readPlain(file, image, nameOf(images_.size() - 1), ignored);
+            readPlain(file, image, nameOf(index), ignored);
+            place = file.good() ? static_cast<std::uint64_t>(file.tellg()) : fileBytes;
             continue;
         }
-        const std::uint64_t end = image.place + bytesOf(image);
-        if (end > fileBytes)
-            throw UsageError(path_ + ": cut off within frame " + std::to_string(images_.size() - 1) +
+        place = image.place + bytesOf(image);
+        if (place > fileBytes)
+            throw UsageError(path_ + ": cut off within frame " + std::to_string(index) +
                              "; expected a complete PGM image");
-        file.seekg(static_cast<std::streamoff>(end));
+        file.seekg(static_cast<std::streamoff>(place));
     }
 }
 
-Image NetpbmFile::takeHeader(std::istream& file, const std::string& magic) const
+void NetpbmFile::requireKind(const Image& image, std::size_t index) const
+{
+    if (image.size != first_.size || (image.largest > 255) != (first_.largest > 255))
+        throw UsageError(nameOf(index) +
+                         ": has another size or depth than frame 0; expected frames of one kind");
+}
+
+Image NetpbmFile::takeHeader(std::istream& file, const std::string& magic, std::size_t index) const
 {
     Image image{magic == "P2", {}, 0, 0};
     const int width = takeNumber(file);
@@ -98,7 +110,7 @@ Image NetpbmFile::takeHeader(std::istream& file, const std::string& magic) const
     image.largest = takeNumber(file);
     const bool isHeader = file.good() && (magic == "P2" || magic == "P5");
     if (!isHeader || width <= 0 || height <= 0 || image.largest <= 0 || image.largest > largestCount)
-        throw UsageError(path_ + ": no valid PGM header in front of frame " + std::to_string(images_.size()) +
+        throw UsageError(path_ + ": no valid PGM header in front of frame " + std::to_string(index) +
                          "; expected \"P5\" or \"P2\", width, height and a largest count up to 65535");
     requireFrameSize(path_, width, height);
     image.size = {width, height};
@@ -134,16 +146,19 @@ cv::Mat NetpbmFile::read(int index)
 {
     std::uint64_t fileBytes = 0;
     std::ifstream file = openForReading(path_, fileBytes);
-    const Image& image = images_.at(static_cast<std::size_t>(index));
+    const auto number = static_cast<std::size_t>(index);
+    file.seekg(static_cast<std::streamoff>(places_[index]));
+    const std::string magic = takeWord(file);
+    const Image image = takeHeader(file, magic, number);
+    requireKind(image, number);
     if (image.isPlain) {
         cv::Mat frame(image.size, factsOf(samples()).storage);
-        file.seekg(static_cast<std::streamoff>(image.place));
-        readPlain(file, image, nameOf(static_cast<std::size_t>(index)), frame);
+        readPlain(file, image, nameOf(number), frame);
         return frame;
     }
     std::vector<char> bytes(bytesOf(image));
     if (!readBytes(file, image.place, bytes.data(), bytes.size()))
-        throw UsageError(nameOf(static_cast<std::size_t>(index)) + ": can't be read");
+        throw UsageError(nameOf(number) + ": can't be read");
     return decodeSamples(bytes, image.size, samples(), std::endian::big);
 }
 

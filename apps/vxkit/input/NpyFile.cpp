@@ -16,6 +16,8 @@ namespace vxapp {
 namespace {
 
 constexpr std::size_t magicBytes = 8;
+constexpr std::uint64_t longestHeader = 1 << 16;
+constexpr std::size_t blockBytes = 1 << 20;  // of the column of all frames that is read at once
 
 struct NpyHeader
 {
@@ -134,6 +136,9 @@ std::string NpyFile::readText(std::ifstream& file, std::uint64_t fileBytes)
         length |= byte(10) << 16 | byte(11) << 24;
     const std::uint64_t textPlace = magicBytes + (isLong ? 4 : 2);
     header_.bytes = textPlace + length;
+    if (length > longestHeader)
+        throw UsageError(path_ + ": a header of " + std::to_string(length) + " bytes; expected at most " +
+                         std::to_string(longestHeader));
     if (header_.bytes > fileBytes)
         throw cutOff();
     std::string text(length, '\0');
@@ -184,18 +189,22 @@ void NpyFile::checkShape(std::uint64_t fileBytes)
 std::vector<char> NpyFile::fortranFrame(std::ifstream& file, int index) const
 {
     const std::size_t width = factsOf(header_.samples).bytes;
-    const auto frames = static_cast<std::size_t>(frames_);
+    const std::size_t step = static_cast<std::size_t>(frames_) * width;  // from row to row
     const auto rows = static_cast<std::size_t>(size_.height);
     const auto columns = static_cast<std::size_t>(size_.width);
+    const std::size_t most = std::max<std::size_t>(1, blockBytes / step);
     std::vector<char> frame(rows * columns * width);
-    std::vector<char> column(frames * rows * width);
-    for (std::size_t x = 0; x < columns; ++x) {
-        if (!readBytes(file, header_.bytes + x * column.size(), column.data(), column.size()))
-            throw cutOff();
-        for (std::size_t y = 0; y < rows; ++y)
-            std::copy_n(column.data() + (y * frames + static_cast<std::size_t>(index)) * width, width,
-                        frame.data() + (y * columns + x) * width);
-    }
+    std::vector<char> block((std::min(most, rows) - 1) * step + width);
+    for (std::size_t x = 0; x < columns; ++x)
+        for (std::size_t top = 0; top < rows; top += most) {
+            const std::size_t count = std::min(most, rows - top);
+            const std::uint64_t place =
+                header_.bytes + (x * rows + top) * step + static_cast<std::size_t>(index) * width;
+            if (!readBytes(file, place, block.data(), (count - 1) * step + width))
+                throw cutOff();
+            for (std::size_t y = 0; y < count; ++y)
+                std::copy_n(block.data() + y * step, width, frame.data() + ((top + y) * columns + x) * width);
+        }
     return frame;
 }
 

@@ -80,25 +80,19 @@ class PfmFile : public FrameFile
 public:
     explicit PfmFile(std::string path);
 
-    int frameCount() const override { return static_cast<int>(images_.size()); }
+    int frameCount() const override { return static_cast<int>(places_.size()); }
     std::optional<FrameShape> shapeOfAll() const override { return FrameShape{size_, CV_32FC1}; }
     cv::Mat read(int index) override;
 
 private:
-    struct Image
-    {
-        std::uint64_t place;
-        std::endian order;
-    };
-
     PfmHeader headerAt(std::ifstream& file, std::uint64_t place, std::uint64_t fileBytes) const;
 
     std::string path_;
     cv::Size size_;
-    std::vector<Image> images_;
+    FrameTable places_;  // of the headers
 };
 
-PfmFile::PfmFile(std::string path) : path_(std::move(path))
+PfmFile::PfmFile(std::string path) : path_(std::move(path)), places_(path_)
 {
     std::uint64_t fileBytes = 0;
     std::ifstream file = openForReading(path_, fileBytes);
@@ -106,16 +100,17 @@ PfmFile::PfmFile(std::string path) : path_(std::move(path))
         requireFrameType(path_, CV_32FC3);
     for (std::uint64_t place = 0; place < fileBytes;) {
         const PfmHeader header = headerAt(file, place, fileBytes);
-        if (images_.empty())
+        requireFrameSize(path_, header.size.width, header.size.height);
+        if (places_.empty())
             size_ = header.size;
         else if (header.size != size_)
-            throw UsageError(path_ + ": frame " + std::to_string(images_.size()) +
+            throw UsageError(path_ + ": frame " + std::to_string(places_.size()) +
                              " has another size than frame 0; expected frames of one size");
+        places_.add(place);
         place += header.bytes;
-        images_.push_back({place, header.order});
         place += static_cast<std::uint64_t>(size_.width) * static_cast<std::uint64_t>(size_.height) * 4;
         if (place > fileBytes)
-            throw UsageError(path_ + ": cut off within frame " + std::to_string(images_.size() - 1) +
+            throw UsageError(path_ + ": cut off within frame " + std::to_string(places_.size() - 1) +
                              "; expected a complete PFM image");
     }
 }
@@ -137,15 +132,15 @@ cv::Mat PfmFile::read(int index)
 {
     std::uint64_t fileBytes = 0;
     std::ifstream file = openForReading(path_, fileBytes);
-    const Image& image = images_.at(static_cast<std::size_t>(index));
+    const PfmHeader header = headerAt(file, places_[index], fileBytes);
     const std::size_t rowBytes = static_cast<std::size_t>(size_.width) * sizeof(float);
     cv::Mat frame(size_, CV_32FC1);
     // The bottom row comes first.
-    std::uint64_t place = image.place;
+    std::uint64_t place = places_[index] + header.bytes;
     for (int y = size_.height - 1; y >= 0; --y, place += rowBytes)
         if (!readBytes(file, place, frame.ptr<char>(y), rowBytes))
             throw UsageError(path_ + ": frame " + std::to_string(index) + " can't be read");
-    if (image.order != std::endian::native)
+    if (header.order != std::endian::native)
         swapBytes(frame);
     return frame;
 }

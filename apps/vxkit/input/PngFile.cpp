@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <array>
 #include <opencv2/imgcodecs.hpp>
 #include <utility>
 
@@ -20,6 +21,7 @@ public:
 
     cv::Mat read(int /*index*/) override
     {
+        requireHeldSize();
         cv::Mat frame;
         try {
             const QuietStandardError quiet;
@@ -33,6 +35,25 @@ public:
     }
 
 private:
+    // The image library takes memory for what the header tells before it looks at the rest.
+    void requireHeldSize() const
+    {
+        constexpr std::size_t place = 16;  // of width and height, as big-endian words
+        std::uint64_t fileBytes = 0;
+        std::ifstream file = openForReading(path_, fileBytes);
+        std::array<char, 8> sides{};
+        if (!readBytes(file, place, sides.data(), sides.size()))
+            return;
+        const auto word = [&sides](std::size_t at) {
+            std::int64_t value = 0;
+            for (std::size_t i = at; i < at + 4; ++i)
+                value = value << 8 | static_cast<unsigned char>(sides.at(i));
+            return value;
+        };
+        requireFrameSize(path_, word(0), word(4));
+        requirePlausibleSize(path_, static_cast<std::uint64_t>(word(0) * word(4)) * 2, fileBytes);
+    }
+
     std::string path_;
 };
 

@@ -40,6 +40,7 @@ private:
 
 RawFile::RawFile(std::string path, const RawLayout& layout) : path_(std::move(path)), layout_(layout)
 {
+    requireFrameSize(path_, layout_.size.width, layout_.size.height);
     std::uint64_t bytes = 0;
     openForReading(path_, bytes);
     if (bytes <= layout_.header)

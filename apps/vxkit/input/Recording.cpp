@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
+#include <stdexcept>
 
 #include "apps/vxkit/formats/ByteOrder.h"
 #include "apps/vxkit/formats/FileFormats.h"
@@ -13,8 +15,9 @@ namespace vxapp {
 
 namespace {
 
-// Decoded frames are kept as long as they stay below this together.
+// Decoded frames are kept as long as they stay below this together; each counts as so much more than its pixels.
 constexpr std::size_t keptBytesLimit = std::size_t{256} << 20;
+constexpr std::size_t bytesPerKeptFrame = 512;
 constexpr int largestSide = 1 << 15;
 
 std::unique_ptr<FrameFile> openFile(const std::string& path, const RecordingOptions& options)
@@ -82,16 +85,33 @@ Recording::Recording(const RecordingOptions& options)
 {
     for (const std::string& name : names_)
         runFiles_->reads(name);
-    for (std::size_t file = 0; file < names_.size(); ++file) {
-        files_.push_back(openFile(names_[file], options));
-        for (int frame = 0; frame < files_.back()->frameCount(); ++frame)
-            places_.push_back({file, frame});
-    }
+    for (const std::string& name : names_)
+        addFile(name, options);
     select(options.frames);
     checkFrames();
     if (!options.takesBytes)
         requireMoreThanBytes(nameOf(0), shape_.sample);
     warnOfLayout();
+}
+
+void Recording::addFile(const std::string& name, const RecordingOptions& options)
+{
+    files_.push_back(openFile(name, options));
+    const int count = files_.back()->frameCount();
+    if (count > std::numeric_limits<int>::max() - frameCount_)
+        throw UsageError(name + ": " + std::to_string(count) + " frames behind " +
+                         std::to_string(frameCount_) + " of other inputs; expected " +
+                         std::to_string(std::numeric_limits<int>::max()) + " in all");
+    frameCount_ += count;
+    ends_.push_back(frameCount_);
+}
+
+Recording::Place Recording::placeOf(int index) const
+{
+    const int number = firstNumber_ + index;
+    const auto end = std::upper_bound(ends_.begin(), ends_.end(), number);
+    const int start = end == ends_.begin() ? 0 : *(end - 1);
+    return {static_cast<std::size_t>(end - ends_.begin()), number - start};
 }
 
 void Recording::select(const std::string& frames)
@@ -106,26 +126,33 @@ void Recording::select(const std::string& frames)
     if (first >= frameCount() || count > frameCount() - first)
         throw UsageError("--frames " + frames + ": goes beyond the recording, which has " +
                          std::to_string(frameCount()) + " frames, counted from 0");
-    places_.erase(places_.begin() + first + count, places_.end());
-    places_.erase(places_.begin(), places_.begin() + first);
     firstNumber_ = first;
+    frameCount_ = count;
 }
 
 void Recording::checkFrames()
 {
-    kept_.resize(places_.size());
-    std::size_t keptBytes = 0;
-    for (int i = 0; i < frameCount(); ++i) {
-        FrameFile& file = *files_[places_[static_cast<std::size_t>(i)].file];
-        if (const std::optional<FrameShape> shape = file.shapeOfAll()) {
-            requireShape(*shape, nameOf(i));
-            continue;
-        }
+    for (int first = 0; first < frameCount();) {
+        const std::size_t file = placeOf(first).file;
+        const int behind = std::min(ends_[file] - firstNumber_, frameCount());
+        if (const std::optional<FrameShape> shape = files_[file]->shapeOfAll())
+            requireShape(*shape, nameOf(first));
+        else
+            checkDecoded(first, behind);
+        first = behind;
+    }
+}
+
+// Frames of one file.
+void Recording::checkDecoded(int first, int behind)
+{
+    FrameFile& file = *files_[placeOf(first).file];
+    for (int i = first; i < behind; ++i) {
         const cv::Mat decoded = frame(i);
         requireShape({decoded.size(), decoded.type(), file.sampleOf(decoded)}, nameOf(i));
-        keptBytes += decoded.total() * decoded.elemSize();
-        if (keptBytes <= keptBytesLimit)
-            kept_[static_cast<std::size_t>(i)] = decoded;
+        keptBytes_ += decoded.total() * decoded.elemSize() + bytesPerKeptFrame;
+        if (keptBytes_ <= keptBytesLimit)
+            kept_.emplace(i, decoded);
     }
 }
 
@@ -152,17 +179,19 @@ void Recording::requireShape(const FrameShape& shape, const std::string& name)
 
 std::string Recording::nameOf(int index) const
 {
-    const Place& place = places_.at(static_cast<std::size_t>(index));
+    const Place place = placeOf(index);
     const std::string name = names_[place.file] == "-" ? "standard input" : names_[place.file];
     return files_[place.file]->frameCount() == 1 ? name : name + ", frame " + std::to_string(place.frame);
 }
 
 cv::Mat Recording::frame(int index)
 {
-    const auto i = static_cast<std::size_t>(index);
-    if (!kept_.at(i).empty())
-        return kept_[i];
-    return files_[places_[i].file]->read(places_[i].frame);
+    if (index < 0 || index >= frameCount_)
+        throw std::out_of_range("frame " + std::to_string(index) + " of " + std::to_string(frameCount_));
+    if (const auto kept = kept_.find(index); kept != kept_.end())
+        return kept->second;
+    const Place place = placeOf(index);
+    return files_[place.file]->read(place.frame);
 }
 
 cv::Mat_<float> Recording::values(int index)

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -41,16 +42,17 @@ RecordingOptions forFile(RecordingOptions options, const std::string& name);
 /// Frames of one size and kind, from any number of files in the order given.
 ///
 /// Opening a recording checks all of its frames, so that nothing fails half-way: image files are decoded
-/// once, headerless recordings and PFM files are checked by their sizes. What was decoded is kept up to a
-/// limit; everything else is read when it is asked for. All failures are UsageErrors that name the input. What
-/// is read but looks wrong is told on the standard error stream.
+/// once, headerless recordings and PFM files are checked by their sizes. What was decoded is kept up to
+/// 256 MiB; everything else is read when it is asked for. Beyond that a recording holds a few hundred bytes for
+/// each file and 8 for each frame of files that don't keep them at equal distances (FrameTable). All failures
+/// are UsageErrors that name the input. What is read but looks wrong is told on the standard error stream.
 class Recording
 {
 public:
     explicit Recording(const RecordingOptions& options);
 
     cv::Size frameSize() const { return shape_.size; }
-    int frameCount() const { return static_cast<int>(places_.size()); }
+    int frameCount() const { return frameCount_; }
     /// Number of frame 0 among all frames of the inputs: FIRST of "FIRST:COUNT".
     int firstNumber() const { return firstNumber_; }
     /// What a sample is in the files.
@@ -80,18 +82,23 @@ private:
         int frame;  // within the file
     };
 
+    void addFile(const std::string& name, const RecordingOptions& options);
+    Place placeOf(int index) const;
     void select(const std::string& frames);
     void checkFrames();
+    void checkDecoded(int first, int behind);
     void warnOfLayout();
     void requireShape(const FrameShape& shape, const std::string& name);
 
     std::shared_ptr<vxfiles::RunFiles> runFiles_;
     std::vector<std::string> names_;
     std::vector<std::unique_ptr<FrameFile>> files_;
-    std::vector<Place> places_;
-    std::vector<cv::Mat> kept_;  // by frame; empty where a frame is read when asked for
+    std::vector<int> ends_;  // of each file: frames up to its end, from the first file on
+    std::unordered_map<int, cv::Mat> kept_;
+    std::size_t keptBytes_ = 0;
     FrameShape shape_{{}, -1, SampleType::u16};
     int firstNumber_ = 0;
+    int frameCount_ = 0;
 };
 
 }  // namespace vxapp

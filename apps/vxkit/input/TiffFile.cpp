@@ -13,8 +13,7 @@ namespace vxapp {
 
 namespace {
 
-// No coding of TIFF makes a page smaller than this share of its pixels; a header that asks for more is damaged.
-constexpr std::uint64_t largestCompression = 4096;
+constexpr tmsize_t largestExtra = tmsize_t{256} << 20;
 
 struct CloseTiff
 {
@@ -72,7 +71,7 @@ private:
 
     std::string path_;
     std::uint64_t fileBytes_ = 0;
-    std::vector<std::uint64_t> pages_;
+    FrameTable pages_;
     SampleType lastRead_ = SampleType::u16;
 };
 
@@ -82,7 +81,7 @@ TiffFile::TiffFile(std::string path) : path_(std::move(path)), pages_(tiffPages(
     const QuietStandardError quiet;
     const OpenTiff tiff = open();
     // Smaller copies of a page and masks are no frames.
-    std::erase_if(pages_, [&](std::uint64_t place) {
+    pages_.eraseIf([&](std::uint64_t place) {
         return TIFFSetSubDirectory(tiff.get(), place) == 1 &&
                (fieldOf<std::uint32_t>(tiff.get(), TIFFTAG_SUBFILETYPE, 0) &
                 (FILETYPE_REDUCEDIMAGE | FILETYPE_MASK)) != 0;
@@ -93,7 +92,11 @@ TiffFile::TiffFile(std::string path) : path_(std::move(path)), pages_(tiffPages(
 
 OpenTiff TiffFile::open() const
 {
-    OpenTiff tiff(TIFFOpen(path_.c_str(), "rm"));
+    // Beside what a page holds the library takes memory for its coded bytes and for lists of their places.
+    TIFFOpenOptions* const options = TIFFOpenOptionsAlloc();
+    TIFFOpenOptionsSetMaxSingleMemAlloc(options, static_cast<tmsize_t>(fileBytes_) + largestExtra);
+    OpenTiff tiff(TIFFOpenExt(path_.c_str(), "rm", options));
+    TIFFOpenOptionsFree(options);
     if (!tiff)
         throw UsageError(path_ + ": can't be decoded; expected an undamaged, complete TIFF file");
     return tiff;
@@ -120,9 +123,7 @@ Page TiffFile::pageOf(TIFF* tiff, const std::string& name) const
                                                            : ": colours of a palette") +
                          " (TIFF photometric " + std::to_string(shades) +
                          "); expected counts that grow with it (1)");
-    const std::uint64_t bytes = std::uint64_t{width} * height * factsOf(*samples).bytes;
-    if (bytes / largestCompression > fileBytes_)
-        throw UsageError(name + ": can't be decoded; expected an undamaged, complete TIFF file");
+    requirePlausibleSize(name, std::uint64_t{width} * height * factsOf(*samples).bytes, fileBytes_);
     return {{static_cast<int>(width), static_cast<int>(height)}, *samples};
 }
 
@@ -139,17 +140,17 @@ bool readStrips(TIFF* tiff, char* bytes, std::size_t size)
     return done == size;
 }
 
-bool readTiles(TIFF* tiff, char* bytes, const Page& page, std::uint64_t fileBytes)
+bool readTiles(TIFF* tiff, char* bytes, const Page& page, const std::string& name, std::uint64_t fileBytes)
 {
     const auto tileWidth = static_cast<int>(fieldOf<std::uint32_t>(tiff, TIFFTAG_TILEWIDTH, 0));
     const auto tileHeight = static_cast<int>(fieldOf<std::uint32_t>(tiff, TIFFTAG_TILELENGTH, 0));
     const std::size_t pixel = factsOf(page.samples).bytes;
     const tmsize_t tileBytes = TIFFTileSize(tiff);
     if (tileWidth <= 0 || tileHeight <= 0 || tileBytes <= 0 ||
-        static_cast<std::uint64_t>(tileBytes) / largestCompression > fileBytes ||
         static_cast<std::uint64_t>(tileBytes) !=
             std::uint64_t{pixel} * static_cast<unsigned>(tileWidth) * static_cast<unsigned>(tileHeight))
         return false;
+    requirePlausibleSize(name, static_cast<std::uint64_t>(tileBytes), fileBytes);
     std::vector<char> tile(static_cast<std::size_t>(tileBytes));
     for (int top = 0; top < page.size.height; top += tileHeight)
         for (int left = 0; left < page.size.width; left += tileWidth) {
@@ -175,10 +176,10 @@ cv::Mat TiffFile::read(int index)
     const QuietStandardError quiet;
     const OpenTiff tiff = open();
     std::vector<char> bytes;
-    if (TIFFSetSubDirectory(tiff.get(), pages_.at(static_cast<std::size_t>(index))) == 1) {
+    if (TIFFSetSubDirectory(tiff.get(), pages_[index]) == 1) {
         const Page page = pageOf(tiff.get(), name);
         bytes.resize(static_cast<std::size_t>(page.size.area()) * factsOf(page.samples).bytes);
-        if (TIFFIsTiled(tiff.get()) != 0 ? readTiles(tiff.get(), bytes.data(), page, fileBytes_)
+        if (TIFFIsTiled(tiff.get()) != 0 ? readTiles(tiff.get(), bytes.data(), page, name, fileBytes_)
                                          : readStrips(tiff.get(), bytes.data(), bytes.size())) {
             lastRead_ = page.samples;
             return decodeSamples(bytes, page.size, page.samples, std::endian::native);

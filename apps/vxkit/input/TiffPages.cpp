@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <array>
-#include <limits>
-#include <string_view>
 
 #include "apps/vxkit/input/FrameFileParts.h"
 #include "apps/vxkit/terminal/Failure.h"
@@ -32,19 +30,20 @@ public:
         layout_ = big ? TiffLayout{bigEndian, 8, 8, 20, 8} : TiffLayout{bigEndian, 4, 2, 12, 4};
     }
 
-    std::vector<std::uint64_t> pages()
+    FrameTable pages()
     {
-        std::vector<std::uint64_t> places;
-        std::uint64_t place = link(layout_.firstLink);
-        while (place != 0) {
-            places.push_back(place);
-            // Fewer than one page in 8 bytes; more is a chain that bites its own tail.
-            if (places.size() > bytes_ / 8 || places.size() > std::numeric_limits<int>::max())
+        FrameTable places(path_);
+        // A page that is met again after 1, 2, 4, ... steps shows a loop within three times its length.
+        std::uint64_t mark = 0;
+        std::size_t nextMark = 1;
+        for (std::uint64_t place = link(layout_.firstLink); place != 0; place = behind(place)) {
+            if (place == mark)
                 throw UsageError(path_ + ": the TIFF pages form a loop; expected a sound file");
-            const std::uint64_t entries = number(place, layout_.countBytes, layout_.bigEndian);
-            if (entries > bytes_ / layout_.entryBytes)
-                throw cutOff();
-            place = link(place + layout_.countBytes + entries * layout_.entryBytes);
+            places.add(place);
+            if (places.size() == nextMark) {
+                mark = place;
+                nextMark *= 2;
+            }
         }
         if (places.empty())
             throw cutOff();
@@ -52,6 +51,15 @@ public:
     }
 
 private:
+    // The directory that follows one.
+    std::uint64_t behind(std::uint64_t place)
+    {
+        const std::uint64_t entries = number(place, layout_.countBytes, layout_.bigEndian);
+        if (entries > bytes_ / layout_.entryBytes)
+            throw cutOff();
+        return link(place + layout_.countBytes + entries * layout_.entryBytes);
+    }
+
     std::uint64_t link(std::uint64_t place) { return number(place, layout_.offsetBytes, layout_.bigEndian); }
 
     std::uint64_t number(std::uint64_t place, std::size_t width, bool bigEndian)
@@ -80,7 +88,7 @@ private:
 
 }  // namespace
 
-std::vector<std::uint64_t> tiffPages(const std::string& path)
+FrameTable tiffPages(const std::string& path)
 {
     return TiffChain(path).pages();
 }

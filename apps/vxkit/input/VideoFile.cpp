@@ -30,6 +30,12 @@ UsageError damaged(const std::string& path)
     return UsageError(path + ": cut off or damaged; expected a complete video");
 }
 
+std::uint64_t pixelsOf(const AVStream& stream)
+{
+    return static_cast<std::uint64_t>(stream.codecpar->width) *
+           static_cast<std::uint64_t>(stream.codecpar->height);
+}
+
 /// One pass over a video's frames.
 class VideoPass
 {
@@ -57,6 +63,8 @@ private:
 
 VideoPass::VideoPass(const std::string& path) : path_(path)
 {
+    std::uint64_t fileBytes = 0;
+    openForReading(path, fileBytes);
     const AvMessages messages;
     AVFormatContext* container = nullptr;
     AVDictionary* limits = nullptr;
@@ -73,6 +81,8 @@ VideoPass::VideoPass(const std::string& path) : path_(path)
     if (stream < 0)
         throw UsageError(path + ": holds no video");
     stream_ = static_cast<unsigned>(stream);
+    requireFrameSize(path, stream().codecpar->width, stream().codecpar->height);
+    requirePlausibleSize(path, pixelsOf(stream()) * sizeof(std::uint16_t), fileBytes);
     openDecoder();
 }
 
@@ -85,6 +95,8 @@ void VideoPass::openDecoder()
     decoder_.reset(avcodec_alloc_context3(codec));
     decoder_->err_recognition = AV_EF_CRCCHECK | AV_EF_EXPLODE;
     decoder_->thread_count = 1;
+    // Packets may tell another size than the container.
+    decoder_->max_pixels = static_cast<std::int64_t>(pixelsOf(stream()));
     if (avcodec_parameters_to_context(decoder_.get(), stream().codecpar) < 0 ||
         avcodec_open2(decoder_.get(), codec, nullptr) < 0)
         throw damaged(path_);
@@ -192,6 +204,9 @@ public:
                                  ": can't be decoded; expected an undamaged, complete video");
             }
         }
+        // Any number of videos may be listed: one that has been read to its end holds no decoder and no descriptor.
+        if (next_ == frames_)
+            pass_.reset();
         return *frame;
     }
 
