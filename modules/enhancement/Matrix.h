@@ -96,6 +96,8 @@ public:
     /// Header of rows by cols on the elements, which shares the ownership of own elements.
     cv::Mat_<Element> image() const
     {
+        if (size == 0)
+            return cv::Mat_<Element>(rows, cols);
         if (storage_.empty() || data != storage_[0])
             return cv::Mat_<Element>(rows, cols, data);
         return storage_.colRange(0, size).reshape(0, rows);

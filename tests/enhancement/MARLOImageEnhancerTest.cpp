@@ -159,6 +159,20 @@ TEST(Enhancer, StaysInsideFramesOfAnotherSize)
     }
 }
 
+TEST(Enhancer, TakesFramesWithoutPixelsOfEveryType)
+{
+    const QuietOutput quiet;
+    for (const cv::Size size : {cv::Size(0, 5), cv::Size(5, 0), cv::Size(0, 0)}) {
+        MARLOImageEnhancer enhancer(size.width, size.height);
+        cv::Mat_<int> whole(size);
+        cv::Mat_<short> sample(size);
+        EXPECT_NO_THROW(enhancer.processFrame(whole, whole));
+        EXPECT_NO_THROW(enhancer.processFrame(sample, sample));
+        EXPECT_EQ(whole.size(), size);
+        EXPECT_EQ(sample.size(), size);
+    }
+}
+
 TEST(Enhancer, RebuildsABlockOnlyWhenItsBypassChanges)
 {
     const QuietOutput quiet;
