@@ -124,12 +124,14 @@ void openContextRecord(int context, int width, int height)
     const std::shared_ptr<DebugDeviceBase> device = debugDeviceFor(context);
     SuperResolution_CtxData& record = contextTable()[static_cast<std::size_t>(context)];
     record.setDebugDevice(device);
-    record.engine = std::make_shared<Engine>(width, height, EngineDefaults::flatWindow, enlargement);
+    auto engine = std::make_shared<Engine>(width, height, EngineDefaults::flatWindow, enlargement);
     record.width = width;
     record.height = height;
     record.frameCount = 0;
     record.srImage.create(static_cast<int>(static_cast<float>(height) * enlargement),
                           static_cast<int>(static_cast<float>(width) * enlargement));
+    // A record with an engine is an open context: last, behind what may throw.
+    record.engine = std::move(engine);
 
     record.engine->setReferenceIndex(EngineDefaults::flatReferenceIndex);
     record.engine->setWeightTV(EngineDefaults::weightTV);

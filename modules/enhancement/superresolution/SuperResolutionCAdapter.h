@@ -71,6 +71,10 @@ enum SuperResolution_Code
  * @param width, height  size of a frame in pixels
  * @return the context's number, 0 or more, or -1 after a failure that left a message. The number of a
  *         released context is given out again.
+ *
+ * For absurd sizes it does not return: what OpenCV or the memory refuses leaves it as a C++ exception
+ * (cv::Exception, std::bad_alloc), which ends a program in C. A host that takes sizes from files checks them first.
+ * No context is opened then.
  */
 VXKIT_API int SuperResolution_init(int width, int height);
 
