@@ -6,20 +6,13 @@
 #include <vector>
 
 #include "apps/vxkit/input/FrameFileParts.h"
+#include "apps/vxkit/input/TiffPage.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "apps/vxkit/terminal/QuietStream.h"
 
 namespace vxapp {
 
 namespace {
-
-constexpr tmsize_t largestExtra = tmsize_t{256} << 20;
-
-struct CloseTiff
-{
-    void operator()(TIFF* tiff) const { TIFFClose(tiff); }
-};
-using OpenTiff = std::unique_ptr<TIFF, CloseTiff>;
 
 struct Page
 {
@@ -66,7 +59,6 @@ public:
     cv::Mat read(int index) override;
 
 private:
-    OpenTiff open() const;
     Page pageOf(TIFF* tiff, const std::string& name) const;
 
     std::string path_;
@@ -78,28 +70,6 @@ private:
 TiffFile::TiffFile(std::string path) : path_(std::move(path)), pages_(tiffPages(path_))
 {
     openForReading(path_, fileBytes_);
-    const QuietStandardError quiet;
-    const OpenTiff tiff = open();
-    // Smaller copies of a page and masks are no frames.
-    pages_.eraseIf([&](std::uint64_t place) {
-        return TIFFSetSubDirectory(tiff.get(), place) == 1 &&
-               (fieldOf<std::uint32_t>(tiff.get(), TIFFTAG_SUBFILETYPE, 0) &
-                (FILETYPE_REDUCEDIMAGE | FILETYPE_MASK)) != 0;
-    });
-    if (pages_.empty())
-        throw UsageError(path_ + ": holds masks and smaller copies only; expected pages of full size");
-}
-
-OpenTiff TiffFile::open() const
-{
-    // Beside what a page holds the library takes memory for its coded bytes and for lists of their places.
-    TIFFOpenOptions* const options = TIFFOpenOptionsAlloc();
-    TIFFOpenOptionsSetMaxSingleMemAlloc(options, static_cast<tmsize_t>(fileBytes_) + largestExtra);
-    OpenTiff tiff(TIFFOpenExt(path_.c_str(), "rm", options));
-    TIFFOpenOptionsFree(options);
-    if (!tiff)
-        throw UsageError(path_ + ": can't be decoded; expected an undamaged, complete TIFF file");
-    return tiff;
 }
 
 Page TiffFile::pageOf(TIFF* tiff, const std::string& name) const
@@ -174,9 +144,9 @@ cv::Mat TiffFile::read(int index)
 {
     const std::string name = frameCount() == 1 ? path_ : path_ + ", frame " + std::to_string(index);
     const QuietStandardError quiet;
-    const OpenTiff tiff = open();
+    const TiffPage tiff(path_, pages_[index]);
     std::vector<char> bytes;
-    if (TIFFSetSubDirectory(tiff.get(), pages_[index]) == 1) {
+    if (tiff.isOpen()) {
         const Page page = pageOf(tiff.get(), name);
         bytes.resize(static_cast<std::size_t>(page.size.area()) * factsOf(page.samples).bytes);
         if (TIFFIsTiled(tiff.get()) != 0 ? readTiles(tiff.get(), bytes.data(), page, name, fileBytes_)

@@ -2,7 +2,9 @@
 #include <array>
 
 #include "apps/vxkit/input/FrameFileParts.h"
+#include "apps/vxkit/input/TiffPage.h"
 #include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/QuietStream.h"
 
 // The TIFF library ends at the first page that it can't find, so a file that was cut off would look like a
 // shorter recording. Following the chain of page directories shows the loss, and where each page is.
@@ -35,22 +37,41 @@ public:
         FrameTable places(path_);
         // A page that is met again after 1, 2, 4, ... steps shows a loop within three times its length.
         std::uint64_t mark = 0;
-        std::size_t nextMark = 1;
+        std::uint64_t steps = 0;
+        std::uint64_t nextMark = 1;
         for (std::uint64_t place = link(layout_.firstLink); place != 0; place = behind(place)) {
             if (place == mark)
                 throw UsageError(path_ + ": the TIFF pages form a loop; expected a sound file");
-            places.add(place);
-            if (places.size() == nextMark) {
+            if (isFrame(place))
+                places.add(place);
+            if (++steps == nextMark) {
                 mark = place;
                 nextMark *= 2;
             }
         }
-        if (places.empty())
+        if (steps == 0)
             throw cutOff();
+        if (places.empty())
+            throw UsageError(path_ + ": holds masks and smaller copies only; expected pages of full size");
         return places;
     }
 
 private:
+    // Smaller copies of a page and masks are no frames. Entries are sorted: what tells them comes first.
+    bool isFrame(std::uint64_t place)
+    {
+        const std::uint64_t tag =
+            number(place, layout_.countBytes, layout_.bigEndian) == 0
+                ? 0
+                : number(place + layout_.countBytes, sizeof(std::uint16_t), layout_.bigEndian);
+        if (tag != TIFFTAG_SUBFILETYPE && tag != TIFFTAG_OSUBFILETYPE)
+            return true;
+        const TiffPage page(path_, place);
+        std::uint32_t kind = 0;
+        return !page.isOpen() || TIFFGetField(page.get(), TIFFTAG_SUBFILETYPE, &kind) != 1 ||
+               (kind & (FILETYPE_REDUCEDIMAGE | FILETYPE_MASK)) == 0;
+    }
+
     // The directory that follows one.
     std::uint64_t behind(std::uint64_t place)
     {
@@ -90,6 +111,7 @@ private:
 
 FrameTable tiffPages(const std::string& path)
 {
+    const QuietStandardError quiet;
     return TiffChain(path).pages();
 }
 
