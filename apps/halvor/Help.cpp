@@ -20,7 +20,7 @@ the stream, holds for each frame its enhanced samples and four lines of the meas
 earlier one when it is whole; pipes and devices of that name get the frames as they come.
 
 Options:
-  -s FILE    read the settings from FILE; counts for the streams behind it
+  -s FILE    read the settings from FILE, a regular file; counts for the streams behind it
   -h         print the usage line (as the first argument)
   --help     print this text (as the first argument)
   --version  print the version (as the first argument)

@@ -2,6 +2,7 @@
 #include "apps/halvor/StreamHints.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <vector>
 
@@ -18,6 +19,10 @@ constexpr int usualFormats[][2] = {{80, 60},   {160, 120}, {206, 156}, {320, 240
 // surface would repeat at once: what is shorter than any frame doesn't count.
 std::size_t repeatedBytes(const std::string& stream)
 {
+    // What was a pipe can't be read again, and would be waited for.
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(stream, error))
+        return 0;
     std::ifstream file(stream, std::ios::binary);
     std::vector<char> bytes(searchedBytes);
     file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 namespace halvor::vx {
 
@@ -59,11 +61,11 @@ bool readLine(std::istream& file, std::string& line)
 
 ParameterFile::ParameterFile(const char* fileName)
 {
-    if (fileName != nullptr)
+    // Opening a pipe would wait for its other end, and a device may have none.
+    std::error_code error;
+    if (fileName != nullptr && std::filesystem::is_regular_file(fileName, error))
         file_.open(fileName, std::ios::binary);
-    // A folder opens as a file but yields nothing.
-    open_ = file_.is_open() && (file_.peek(), !file_.bad());
-    file_.clear();
+    open_ = file_.is_open();
 }
 
 bool ParameterFile::next()

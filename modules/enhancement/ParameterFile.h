@@ -16,7 +16,7 @@ namespace halvor::vx {
 class VXKIT_API ParameterFile
 {
 public:
-    /// @param fileName  may be null or name no file: then isOpen() is false
+    /// @param fileName  may be null or name no regular file: then isOpen() is false
     explicit ParameterFile(const char* fileName);
 
     /// Whether the file could be opened; without one next() gives false.

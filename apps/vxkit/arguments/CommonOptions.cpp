@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "apps/vxkit/arguments/SettingsFile.h"
+#include "apps/vxkit/input/RegularFile.h"
 #include "apps/vxkit/terminal/Versions.h"
 
 namespace vxapp {
@@ -67,7 +68,12 @@ void addCommonOptions(CLI::App& program, CommonOptions& options)
         program.set_config("--config", "",
                            "Take options that the command line does not give from this file:\n"
                            "lines OPTION=VALUE without dashes, below a line [COMMAND]");
-    config->type_name("FILE");
+    config->type_name("FILE")->check(CLI::Validator(
+        [](const std::string& path) {
+            const std::string kind = irregularKindOf(path);
+            return kind.empty() ? "" : path + ": is " + kind + "; expected a settings file";
+        },
+        ""));
     for (CLI::Option* option : {quiet, verbose, config})
         option->group(commonGroup);
     program.config_formatter(std::make_shared<SettingsFile>(program));

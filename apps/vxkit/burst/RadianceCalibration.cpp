@@ -17,6 +17,7 @@
 #include "apps/vxkit/burst/Calibration.h"
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/input/RegularFile.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "enhancement/superresolution/engine/PixelValues.h"
 
@@ -41,9 +42,9 @@ std::string trimmed(const std::string& text)
 // "key = value" in each line; a line that begins with # is a remark.
 std::map<std::string, std::string> readEntries(const std::string& path)
 {
-    std::error_code error;
+    requireRegularFile(path, "a calibration file");
     std::ifstream file(path);
-    if (!file || !fs::is_regular_file(path, error))
+    if (!file)
         throw UsageError("--radiance " + path + ": can't be read; expected a calibration file");
     std::map<std::string, std::string> entries;
     int number = 0;
@@ -78,6 +79,7 @@ std::optional<double> numberFrom(const std::string& text)
 cv::Mat_<double> meanImage(const std::string& name, cv::Size frameSize, const std::string& rawSize,
                            const std::shared_ptr<vxfiles::RunFiles>& files)
 {
+    requireRegularFile(name, "an image");
     RecordingOptions options;
     options.files = files;
     options.inputs = {name};

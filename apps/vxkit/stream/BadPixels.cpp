@@ -12,6 +12,7 @@
 
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/FrameFile.h"
+#include "apps/vxkit/input/RegularFile.h"
 #include "apps/vxkit/output/Output.h"
 #include "apps/vxkit/stream/SampleQuantiles.h"
 #include "apps/vxkit/terminal/Failure.h"
@@ -208,6 +209,7 @@ std::optional<cv::Size> mapSize(const std::string& path)
 
 BadPixelMap readBadPixels(const std::string& path, cv::Size size)
 {
+    requireRegularFile(path, "a map of bad pixels, an 8-bit PNG");
     const std::optional<cv::Size> told = mapSize(path);
     if (!told)
         throw UsageError(path + ": can't be read; expected a map of bad pixels, an 8-bit PNG");

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "apps/halvor/Settings.h"
+#include "apps/vxkit/input/RegularFile.h"
 #include "apps/vxkit/stream/Look.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "enhancement/ParameterFile.h"
@@ -31,6 +32,7 @@ constexpr const char* deviceLook = "device";
 // A file of another kind would pass as one that names nothing.
 void requireSettingsFile(const std::string& path)
 {
+    requireRegularFile(path, "a settings file");
     halvor::vx::ParameterFile file(path.c_str());
     if (!file.isOpen())
         throw UsageError(path + ": can't be read; expected a settings file");

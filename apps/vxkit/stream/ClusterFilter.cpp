@@ -7,6 +7,7 @@
 
 #include "apps/vxkit/formats/FileFormats.h"
 #include "apps/vxkit/input/FrameFile.h"
+#include "apps/vxkit/input/RegularFile.h"
 #include "apps/vxkit/output/Output.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "enhancement/PixelStatistics.h"
@@ -57,6 +58,7 @@ vxsupport::SceneStatistics gather(Recording& recording, SampleScale scale)
 
 cv::Mat_<float> readImage(const std::string& path, cv::Size expected)
 {
+    requireRegularFile(path, "an image");
     const std::unique_ptr<FrameFile> file = openImageFile(path);
     if (file->frameCount() != 1)
         throw UsageError(path + ": holds " + std::to_string(file->frameCount()) + " images; expected one");

@@ -8,6 +8,7 @@
 
 #include "apps/files/OutputFile.h"
 #include "apps/vxkit/input/Recording.h"
+#include "apps/vxkit/input/RegularFile.h"
 #include "apps/vxkit/terminal/Failure.h"
 
 namespace vxapp {
@@ -55,6 +56,7 @@ std::string listOf(const VectorRequest& request, const std::vector<VectorCase>& 
 
 std::string fileText(const fs::path& path)
 {
+    requireRegularFile(path.string(), "a file of vectors");
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
@@ -174,6 +176,7 @@ void writeVectors(const fs::path& folder, const VectorRequest& request, const st
 VectorRequest requestOf(const fs::path& folder, const VectorRequest& usual)
 {
     VectorRequest request = usual;
+    requireRegularFile((folder / listName).string(), "a list of vectors");
     std::ifstream list(folder / listName);
     std::string size;
     for (std::string line; std::getline(list, line) && !line.starts_with("block ");) {

@@ -1,12 +1,33 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/diagnostics/LogFacility.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
 #include <iostream>
+#include <system_error>
 
 #include "core/base/NeverDestroyed.h"
 #include "core/diagnostics/OutputSink.h"
 
 namespace halvor::vx {
+
+namespace {
+
+// Opening a pipe waits for somebody who reads it.
+bool wouldWait(const std::string& path)
+{
+    std::error_code error;
+    if (!std::filesystem::is_fifo(path, error))
+        return false;
+    const int reached = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (reached >= 0)
+        ::close(reached);
+    return reached < 0;
+}
+
+}  // namespace
 
 LogFacility& LogFacility::getInstance()
 {
@@ -29,9 +50,10 @@ void LogFacility::openLogFile(const std::string& path, bool startAnew)
     const std::lock_guard<std::mutex> lock(mutex_);
     file_.close();
     file_.clear();
-    if (startAnew)
+    if (startAnew && !wouldWait(path))
         std::ofstream(path, std::ios::trunc).close();
-    file_.open(path, std::ios::app);
+    if (!wouldWait(path))
+        file_.open(path, std::ios::app);
     // Told once: hosts open the same file again with every context.
     if (file_.is_open())
         unwritablePath_.clear();
