@@ -7,6 +7,8 @@
 #include <exception>
 #include <iomanip>
 #include <iostream>
+#include <new>
+#include <opencv2/core.hpp>
 #include <optional>
 #include <span>
 #include <string>
@@ -56,7 +58,8 @@ const char* const footer =
 
 Settings files (--config):
   Every option of a command, by its long name without dashes, in a section named after the command. What the
-  command line gives wins. Lines that begin with # are remarks.
+  command line gives wins. Lines that begin with # are remarks. Recordings may be pipes; settings, calibration, maps
+and images that go with them must be regular files.
 
     [superres]
     scale=0.01
@@ -126,6 +129,9 @@ void Program::parse(int argc, const char* const* argv)
     app_.parse(argc, argv);
 }
 
+const char* const outOfMemory =
+    "out of memory; expected smaller frames, a part of the recording (--frames) or more memory";
+
 int report(const std::string& message, ExitStatus status)
 {
     std::cerr << "vxkit: " << message << '\n';
@@ -144,6 +150,11 @@ int Program::run(int argc, const char* const* argv)
         return report(error.what(), exitEngine);
     } catch (const EngineError& error) {
         return report(error.what(), exitEngine);
+    } catch (const std::bad_alloc&) {
+        return report(outOfMemory, exitEngine);
+    } catch (const cv::Exception& error) {
+        const bool isMemory = error.code == cv::Error::StsNoMem;
+        return report(isMemory ? outOfMemory : "unexpected failure: " + error.err, exitEngine);
     } catch (const std::exception& error) {
         return report(std::string("unexpected failure: ") + error.what(), exitEngine);
     }

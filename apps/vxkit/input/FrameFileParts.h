@@ -34,7 +34,7 @@ void requirePlausibleSize(const std::string& name, std::uint64_t frameBytes, std
 /// A count of frames as an int; raises a UsageError if it isn't from 1 on or more than can be counted.
 int checkedFrameCount(const std::string& name, std::uint64_t count);
 
-/// Where the directories of a TIFF file's pages stand, from their chain alone.
+/// Where the directories of a TIFF file's pages of full size stand, from their chain.
 FrameTable tiffPages(const std::string& path);
 
 /// What bytes at the start of a file look like, for messages: "a GIF picture".

@@ -27,12 +27,6 @@ public:
     bool empty() const { return places_.empty(); }
     std::uint64_t operator[](int frame) const { return places_.at(static_cast<std::size_t>(frame)); }
 
-    template <typename Predicate>
-    void eraseIf(Predicate predicate)
-    {
-        std::erase_if(places_, predicate);
-    }
-
 private:
     std::string name_;
     std::size_t most_;

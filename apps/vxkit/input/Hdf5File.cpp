@@ -181,9 +181,6 @@ void Hdf5File::checkStorage(hid_t set) const
     requirePlausibleSize(path_, static_cast<std::uint64_t>(size_.area()) * sampleBytes, fileBytes);
     const Hdf5Handle plan(H5Dget_create_plist(set), H5Pclose);
     const H5D_layout_t layout = H5Pget_layout(plan.get());
-    if (layout == H5D_VIRTUAL || H5Pget_external_count(plan.get()) > 0)
-        throw UsageError(path_ + ": " + dataset_ +
-                         " lies in other files; expected a data set whose numbers lie in this one");
     std::array<hsize_t, 3> chunk{};
     if (layout != H5D_CHUNKED || H5Pget_chunk(plan.get(), 3, chunk.data()) < 2)
         return;

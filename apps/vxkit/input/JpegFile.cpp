@@ -25,7 +25,7 @@ constexpr std::size_t longestName = 32;
 constexpr std::size_t longestNumbering = 8;
 constexpr std::size_t mostChains = 64;
 constexpr std::size_t mostSegments = 4096;  // of 64 KiB each
-constexpr int mostTries = 64;  // of a file full of what looks like the start of an image
+constexpr int mostTries = 64;               // of a file full of what looks like the start of an image
 
 struct Chain
 {

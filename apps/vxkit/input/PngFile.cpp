@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <array>
+#include <new>
 #include <opencv2/imgcodecs.hpp>
 #include <utility>
 
@@ -26,7 +27,9 @@ public:
         try {
             const QuietStandardError quiet;
             frame = cv::imread(path_, cv::IMREAD_UNCHANGED);
-        } catch (const cv::Exception&) {  // told below
+        } catch (const cv::Exception& error) {  // told below
+            if (error.code == cv::Error::StsNoMem)
+                throw std::bad_alloc();
         }
         if (frame.empty())
             throw UsageError(path_ + ": can't be decoded; expected an undamaged, complete image");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <bit>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -48,7 +49,7 @@ public:
     std::optional<cv::Mat> next();
 
 private:
-    void openDecoder();
+    void openDecoder(std::uint64_t fileBytes);
     bool readPacket();
     cv::Mat counts() const;
     const AVStream& stream() const { return *container_->streams[stream_]; }
@@ -81,18 +82,20 @@ VideoPass::VideoPass(const std::string& path) : path_(path)
     if (stream < 0)
         throw UsageError(path + ": holds no video");
     stream_ = static_cast<unsigned>(stream);
-    requireFrameSize(path, stream().codecpar->width, stream().codecpar->height);
-    requirePlausibleSize(path, pixelsOf(stream()) * sizeof(std::uint16_t), fileBytes);
-    openDecoder();
+    openDecoder(fileBytes);
 }
 
-void VideoPass::openDecoder()
+void VideoPass::openDecoder(std::uint64_t fileBytes)
 {
+    requireFrameSize(path_, stream().codecpar->width, stream().codecpar->height);
+    requirePlausibleSize(path_, pixelsOf(stream()) * sizeof(std::uint16_t), fileBytes);
     const AVCodec* codec = avcodec_find_decoder(stream().codecpar->codec_id);
     if (codec == nullptr)
         throw UsageError(path_ + ": video in " + avcodec_get_name(stream().codecpar->codec_id) +
                          ", which the installed FFmpeg can't decode");
     decoder_.reset(avcodec_alloc_context3(codec));
+    if (!decoder_ || !frame_ || !packet_)
+        throw std::bad_alloc();
     decoder_->err_recognition = AV_EF_CRCCHECK | AV_EF_EXPLODE;
     decoder_->thread_count = 1;
     // Packets may tell another size than the container.

@@ -7,11 +7,13 @@
 #include <array>
 #include <bit>
 #include <random>
+#include <stdexcept>
 
 #include "apps/FrameSamples.h"
 #include "apps/TemporaryFolder.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "apps/vxkit/terminal/QuietStream.h"
+#include "doubles/AllocationCounter.h"
 
 using namespace vxapp;
 using testing::AllOf;
@@ -225,6 +227,26 @@ TEST_F(RecordingTest, NoticesThatAFileShrankAfterwards)
     std::filesystem::resize_file(at("a.pfm"), 100);
     EXPECT_THROW(raw.counts(1), UsageError);
     EXPECT_THROW(pfm.values(0), UsageError);
+}
+
+TEST_F(RecordingTest, TakesNoMemoryForFramesThatAreOnlyCounted)
+{
+    writeText(folder_ / "long.raw", "ab");
+    std::filesystem::resize_file(at("long.raw"), std::uint64_t{3} << 30);  // takes no room on the disk
+    constexpr int frames = 3 << 29;
+    const vxtest::AllocationCounter all;
+    EXPECT_EQ(open({"long.raw"}, "1x1", "5:2").frameCount(), 2);
+    EXPECT_LT(all.count(), 1000U);
+    const vxtest::AllocationCounter large(std::size_t{1} << 20);
+    Recording recording = open({"long.raw"}, "1x1");
+    ASSERT_EQ(recording.frameCount(), frames);
+    EXPECT_EQ(recording.counts(0)(0, 0), 'a' + 256 * 'b');
+    EXPECT_EQ(recording.counts(frames - 1)(0, 0), 0);
+    EXPECT_EQ(recording.nameOf(frames - 1), at("long.raw") + ", frame " + std::to_string(frames - 1));
+    EXPECT_THROW(recording.frame(frames), std::out_of_range);
+    EXPECT_EQ(large.count(), 0U);
+    EXPECT_THAT(refusal({"long.raw", "long.raw"}, "1x1"),
+                AllOf(HasSubstr("long.raw"), HasSubstr(std::to_string(frames) + " frames behind")));
 }
 
 TEST_F(RecordingTest, SurvivesDamagedAndRandomFiles)
