@@ -98,8 +98,9 @@ void VideoPass::openDecoder(std::uint64_t fileBytes)
         throw std::bad_alloc();
     decoder_->err_recognition = AV_EF_CRCCHECK | AV_EF_EXPLODE;
     decoder_->thread_count = 1;
-    // Packets may tell another size than the container.
-    decoder_->max_pixels = static_cast<std::int64_t>(pixelsOf(stream()));
+    // Packets may tell another size than the container. The library counts the edges that it adds, too.
+    constexpr std::int64_t edge = 256;
+    decoder_->max_pixels = (stream().codecpar->width + edge) * (stream().codecpar->height + edge);
     if (avcodec_parameters_to_context(decoder_.get(), stream().codecpar) < 0 ||
         avcodec_open2(decoder_.get(), codec, nullptr) < 0)
         throw damaged(path_);
