@@ -14,12 +14,10 @@
 #include "apps/vxkit/arguments/RunArguments.h"
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/output/FrameSink.h"
-#include "apps/vxkit/stream/ChainSettings.h"
 #include "apps/vxkit/stream/ContactSheet.h"
+#include "apps/vxkit/stream/Enhancement.h"
 #include "apps/vxkit/stream/FrameRun.h"
 #include "apps/vxkit/stream/LookMeasures.h"
-#include "apps/vxkit/stream/LookStage.h"
-#include "apps/vxkit/stream/Survey.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "apps/vxkit/terminal/QuietStream.h"
 
@@ -27,17 +25,12 @@ namespace vxapp {
 
 namespace {
 
-using halvor::vx::MARLOImageEnhancer;
-
 struct EnhanceOptions
 {
     RecordingOptions recording;
-    ScaleOptions scale;
-    ChainOptions chain;
+    EnhancementOptions enhancement;
     SequenceOptions results;
     ContactSheetOptions sheet;
-    BadPixelOptions badPixels;
-    LookReach reach;
     bool measures = false;
 };
 
@@ -49,22 +42,16 @@ public:
     void run();
 
 private:
-    bool isEqualised() const { return settings_.histMode != 0; }
     RunTimes enhanceAll();
-    void enhance(const cv::Mat_<short>& frame, MARLOImageEnhancer& chain);
-    void deliver(int index, const MARLOImageEnhancer& chain);
+    void deliver(int index);
 
     EnhanceOptions options_;
     Recording recording_;
-    SampleScale scale_;
-    ChainSettings settings_;
+    Enhancement enhancement_;
     SampleType resultType_;
-    std::optional<ToneSettings> tone_;
     std::unique_ptr<FrameSink> sink_;
     std::optional<ContactSheet> sheet_;
     std::optional<LookMeasures> measures_;
-    BadPixelMender mender_;
-    cv::Mat_<short> mended_, enhanced_;
     cv::Mat_<std::uint16_t> input_, counts_;
 };
 
@@ -81,104 +68,80 @@ void checkNames(const EnhanceOptions& options)
 Recording openRecording(const EnhanceOptions& options)
 {
     checkNames(options);
-    Recording recording(options.recording);
-    if (recording.frameSize().width < 2)
-        throw UsageError(recording.nameOf(0) + ": the chain needs frames of at least two columns");
-    return recording;
+    return Recording(options.recording);
 }
 
 EnhanceRun::EnhanceRun(const EnhanceOptions& options)
     : options_(options),
       recording_(openRecording(options)),
-      scale_(recording_, options.scale),
-      settings_(chainSettings(options.chain, recording_.frameSize(), 0.0)),
-      resultType_(settings_.histMode != 0 ? SampleType::u16 : scale_.typeFor(options.results)),
-      tone_(toneSettings(options.chain))
+      enhancement_(recording_, options.enhancement),
+      resultType_(enhancement_.isEqualised() ? SampleType::u16
+                                             : enhancement_.scale().typeFor(options.results))
 {
-    checkBadPixelNames(options.badPixels, recording_, options.results.force);
-    if (options.measures && !isEqualised())
+    checkBadPixelNames(options.enhancement.badPixels, recording_, options.results.force);
+    if (options.measures && !enhancement_.isEqualised())
         throw UsageError("--measure: expected frames that are equalised, not --no-hist");
     if (!options.results.path.empty())
-        sink_ = openFrameSink(options.results, recording_,
-                              {recording_.frameSize(), recording_.frameCount(), resultType_},
-                              isEqualised() ? equalisedRange : vxsupport::ValueRange{0.0F, 0.0F});
+        sink_ = openFrameSink(
+            options.results, recording_, {recording_.frameSize(), recording_.frameCount(), resultType_},
+            enhancement_.isEqualised() ? equalisedRange : vxsupport::ValueRange{0.0F, 0.0F});
     if (options.sheet.path.empty())
         return;
     ContactSheetOptions sheet = options.sheet;
     sheet.colourMap = options.results.colourMap;
     sheet.force = options.results.force;
-    sheet_.emplace(sheet, recording_, scale_.form());
+    sheet_.emplace(sheet, recording_, enhancement_.scale().form());
 }
 
 void EnhanceRun::run()
 {
-    const cv::Size size = recording_.frameSize();
-    const Survey found = survey(recording_, scale_, options_.badPixels);
-    std::cout << scale_.description() << '\n'
-              << tellBadPixels(found, options_.badPixels, options_.results.force) << '\n';
-    mender_ = BadPixelMender(found.badPixels);
-    settings_ = chainSettings(options_.chain, size, found.noise);
-    std::cout << settingsText(settings_, tone_) << std::flush;
+    const BadPixelOptions& badPixels = options_.enhancement.badPixels;
+    const Survey found = survey(recording_, enhancement_.scale(), badPixels);
+    std::cout << enhancement_.scale().description() << '\n'
+              << tellBadPixels(found, badPixels, options_.results.force) << '\n';
+    enhancement_.settle(found);
+    std::cout << settingsText(enhancement_.settings(), enhancement_.tone()) << std::flush;
     if (options_.measures)
         measures_.emplace();
     const RunTimes times = enhanceAll();
-    std::cout << speedText(times, size, "the chain") << std::endl;
+    std::cout << speedText(times, recording_.frameSize(), "the chain") << std::endl;
     if (measures_)
         std::cout << measures_->text() << std::flush;
     if (sheet_)
         std::cout << sheet_->write() << std::endl;
     if (sink_)
         std::cout << sink_->finish() << std::endl;
-    std::cout << scale_.remarks() << std::flush;
+    std::cout << enhancement_.scale().remarks() << std::flush;
 }
 
 RunTimes EnhanceRun::enhanceAll()
 {
     const QuietStandardOutput quiet;
-    std::optional<LookStage> stage;
-    if (tone_) {
-        stage.emplace(*tone_, options_.reach);
-        MARLOImageEnhancer chain = openChain(settings_, recording_.frameSize());
+    if (enhancement_.runsTwice())
         forEachFrame(
-            recording_, scale_, [&](const cv::Mat_<short>& frame) { enhance(frame, chain); },
-            [&](int) { stage->measure(chain); });
-    }
-    MARLOImageEnhancer chain = openChain(settings_, recording_.frameSize());
-    int index = 0;
+            recording_, enhancement_.scale(),
+            [&](const cv::Mat_<short>& samples) { enhancement_.measure(samples); }, [](int) {});
     return forEachFrame(
-        recording_, scale_,
-        [&](const cv::Mat_<short>& frame) {
+        recording_, enhancement_.scale(),
+        [&](const cv::Mat_<short>& samples) {
             if (measures_)
-                toCounts(frame, SampleForm::unsignedCounts, input_);
-            enhance(frame, chain);
-            if (stage)
-                stage->apply(index++, chain, enhanced_);
+                toCounts(samples, SampleForm::unsignedCounts, input_);
+            enhancement_.enhance(samples);
         },
-        [&](int i) { deliver(i, chain); });
+        [&](int index) { deliver(index); });
 }
 
-void EnhanceRun::enhance(const cv::Mat_<short>& frame, MARLOImageEnhancer& chain)
-{
-    if (mender_.mendsNothing()) {
-        chain.processFrame(frame, enhanced_);
-        return;
-    }
-    frame.copyTo(mended_);
-    mender_.mend(mended_);
-    chain.processFrame(mended_, enhanced_);
-}
-
-void EnhanceRun::deliver(int index, const MARLOImageEnhancer& chain)
+void EnhanceRun::deliver(int index)
 {
     if (sheet_)
-        sheet_->add(index, chain);
-    if (!isEqualised()) {
+        sheet_->add(index, enhancement_.chain());
+    if (!enhancement_.isEqualised()) {
         if (sink_)
-            sink_->add(scale_.toFile(enhanced_, resultType_));
+            sink_->add(enhancement_.scale().toFile(enhancement_.enhanced(), resultType_));
         return;
     }
     // What is equalised counts from 0 on, whatever the input did.
-    toCounts(enhanced_, SampleForm::signedSamples, counts_);
+    toCounts(enhancement_.enhanced(), SampleForm::signedSamples, counts_);
     if (measures_)
         measures_->add(input_, counts_, topLevel);
     if (sink_)
@@ -220,12 +183,12 @@ void addEnhanceCommand(CLI::App& program)
         "Runs the camera's enhancer chain over a recording: noise, pattern, equalisation, peaking");
     auto options = std::make_shared<EnhanceOptions>();
     addRecordingOptions(command, options->recording);
-    addScaleOptions(command, options->scale);
+    addScaleOptions(command, options->enhancement.scale);
     addSequenceOptions(command, options->results);
     addContactSheetOptions(command, options->sheet);
-    addChainOptions(command, options->chain);
-    addReachOption(command, options->reach);
-    addBadPixelOptions(command, options->badPixels);
+    addChainOptions(command, options->enhancement.chain);
+    addReachOption(command, options->enhancement.reach);
+    addBadPixelOptions(command, options->enhancement.badPixels);
     command.add_flag(
         "--measure", options->measures,
         "Also (or, without -o, only) print how the display is used: the share of its levels "

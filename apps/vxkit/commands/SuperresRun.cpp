@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "apps/files/OutputNames.h"
+#include "apps/vxkit/burst/BurstInput.h"
 #include "apps/vxkit/burst/QualityMap.h"
 #include "apps/vxkit/burst/RadianceCalibration.h"
 #include "apps/vxkit/terminal/Failure.h"
@@ -24,24 +25,6 @@ namespace vxapp {
 
 namespace {
 
-constexpr int largestWindow = vxsupport::EngineLimits::largestWindow;
-
-int checkedWindow(const Recording& recording, const SuperresOptions& options,
-                  const SuperresSettings& settings)
-{
-    const int window = settings.windowSize();
-    const int smallest =
-        options.engine.motion == BurstMotion::single ? 1 : vxsupport::EngineLimits::smallestWindow;
-    if (window < smallest || window > largestWindow)
-        throw UsageError("--window " + std::to_string(window) + ": expected " + std::to_string(smallest) +
-                         " to " + std::to_string(largestWindow) + " frames");
-    if (recording.frameCount() < window)
-        throw UsageError(options.recording.inputs.front() + ": " + std::to_string(recording.frameCount()) +
-                         (recording.frameCount() == 1 ? " frame" : " frames") +
-                         " in all; expected at least " + std::to_string(window));
-    return window;
-}
-
 // The engine's settings with the calibration, whose size is that of the frames.
 SuperresSettings settingsFor(const SuperresOptions& options, const Recording& recording)
 {
@@ -53,22 +36,6 @@ SuperresSettings settingsFor(const SuperresOptions& options, const Recording& re
         settings.radiance = readRadianceCalibration(options.radiance, recording.frameSize(),
                                                     options.recording.size, recording.files());
     return settings;
-}
-
-Calibration calibrationFor(const SuperresOptions& options, const SuperresSettings& settings,
-                           Recording& recording)
-{
-    if (settings.radiance)
-        return Calibration::byEngine();
-    if (!vxsupport::isFixedPoint(settings.kind()))
-        return {options.scale, options.offset, recording.holdsFloats()};
-    if (recording.holdsFloats())
-        throw UsageError(recording.nameOf(0) + ": holds floats; expected 16-bit counts for --engine " +
-                         options.engineName);
-    double largest = 0.0;
-    for (int i = 0; i < recording.frameCount(); ++i)
-        largest = std::max(largest, cv::norm(recording.values(i), cv::NORM_INF));
-    return Calibration::signedCounts(options.scale, options.offset, largest);
 }
 
 // What a difference of 1 in the engine's values is in those of the results.
@@ -85,8 +52,8 @@ SuperresRun::SuperresRun(const SuperresOptions& options, Results& results)
     : printer_(results),
       recording_(options.recording),
       settings_(settingsFor(options, recording_)),
-      calibration_(calibrationFor(options, settings_, recording_)),
-      window_(checkedWindow(recording_, options, settings_)),
+      calibration_(calibrationFor(settings_, options.scale, options.offset, recording_)),
+      window_(checkedWindow(recording_, settings_, options.recording.inputs.front())),
       first_(options.lastOnly ? recording_.frameCount() - window_ : 0),
       files_(options.results, recording_.firstNumber() + first_ + window_ - 1,
              recording_.frameCount() - first_ - window_ + 1, calibration_.unit(), recording_),

@@ -94,6 +94,14 @@ Recording::Recording(const RecordingOptions& options)
     warnOfLayout();
 }
 
+Recording::Recording(std::unique_ptr<FrameFile> frames, const std::string& name) : names_{name}
+{
+    files_.push_back(std::move(frames));
+    frameCount_ = files_.front()->frameCount();
+    ends_.push_back(frameCount_);
+    checkFrames();
+}
+
 void Recording::addFile(const std::string& name, const RecordingOptions& options)
 {
     files_.push_back(openFile(name, options));

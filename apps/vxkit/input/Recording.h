@@ -50,6 +50,9 @@ class Recording
 {
 public:
     explicit Recording(const RecordingOptions& options);
+    /// Frames that are no file's, for programs that hold them in memory.
+    /// @param name  what messages call them
+    Recording(std::unique_ptr<FrameFile> frames, const std::string& name);
 
     cv::Size frameSize() const { return shape_.size; }
     int frameCount() const { return frameCount_; }
