@@ -40,6 +40,9 @@ public:
 
     SampleForm form() const { return form_; }
     bool isChosen() const { return isChosen_; }
+    /// value = count * scale() + offset()
+    double scale() const { return scale_; }
+    double offset() const { return offset_; }
     /// Type of the values that come back.
     SampleType valueType() const { return valueType_; }
 

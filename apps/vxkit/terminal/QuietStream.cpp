@@ -10,6 +10,8 @@ namespace vxapp {
 
 namespace {
 
+bool mayBeSilenced = true;
+
 void flushAll()
 {
     std::cout.flush();
@@ -19,8 +21,16 @@ void flushAll()
 
 }  // namespace
 
-QuietStream::QuietStream(int descriptor) : descriptor_(descriptor), saved_(::dup(descriptor))
+void allowQuietStreams(bool isAllowed)
 {
+    mayBeSilenced = isAllowed;
+}
+
+QuietStream::QuietStream(int descriptor)
+    : descriptor_(descriptor), saved_(mayBeSilenced ? ::dup(descriptor) : -1)
+{
+    if (saved_ < 0)
+        return;
     flushAll();
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (nowhere < 0)

@@ -5,6 +5,10 @@
 
 namespace vxapp {
 
+/// Whether the process's streams may be silenced, as in a program they may. A host's threads write to them too, so that
+/// one with a log of its own forbids it.
+void allowQuietStreams(bool isAllowed);
+
 /// Keeps one of the program's output streams silent for its lifetime, for C and C++ alike.
 class QuietStream
 {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/vxkit/terminal/Verbosity.h"
 
+#include <atomic>
 #include <iostream>
 
 namespace vxapp {
@@ -10,6 +11,7 @@ namespace {
 // One for the whole process, as its output streams are.
 Verbosity current = Verbosity::normal;
 std::streambuf* silenced = nullptr;  // of the standard output, while remarks are
+std::atomic<WarningSink> warningSink = nullptr;
 
 }  // namespace
 
@@ -20,7 +22,15 @@ Verbosity verbosity()
 
 void warn(const std::string& text)
 {
-    std::cerr << "vxkit: warning: " << text << std::endl;
+    if (const WarningSink sink = warningSink)
+        sink(text);
+    else
+        std::cerr << "vxkit: warning: " << text << std::endl;
+}
+
+void setWarningSink(WarningSink sink)
+{
+    warningSink = sink;
 }
 
 std::ostream& resultStream()

@@ -29,6 +29,11 @@ inline bool isVerbose()
 /// --quiet.
 void warn(const std::string& text);
 
+/// Takes the warnings of the whole process in place of the standard error stream, for hosts that have a log. May be
+/// called on any thread. Null: the standard error stream.
+using WarningSink = void (*)(const std::string& text);
+void setWarningSink(WarningSink sink);
+
 /// The standard output, for results: it speaks even where remarks, which go to std::cout, are silenced.
 std::ostream& resultStream();
 

@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "bindings/python/src/Arrays.h"
+
+#include <cstring>
+#include <memory>
+#include <opencv2/core.hpp>
+#include <utility>
+
+namespace vxpy {
+
+namespace {
+
+using vxapp::SampleType;
+
+struct NumpyType
+{
+    SampleType samples;
+    char kind;
+    std::size_t bytes;
+    const char* name;
+};
+
+constexpr NumpyType numpyTypes[] = {
+    {SampleType::u8, 'u', 1, "uint8"},    {SampleType::u16, 'u', 2, "uint16"},
+    {SampleType::s16, 'i', 2, "int16"},   {SampleType::u32, 'u', 4, "uint32"},
+    {SampleType::s32, 'i', 4, "int32"},   {SampleType::f32, 'f', 4, "float32"},
+    {SampleType::f64, 'f', 8, "float64"},
+};
+
+// What an image of the samples' own bytes is for OpenCV.
+int imageType(SampleType samples)
+{
+    return samples == SampleType::u32 ? CV_32SC1 : vxapp::factsOf(samples).storage;
+}
+
+py::array asArray(const py::object& object, const std::string& what)
+{
+    py::array array = py::array::ensure(object);
+    if (!array) {
+        PyErr_Clear();
+        throw py::value_error(what + ": expected an array, found " +
+                              std::string(py::str(py::type::of(object))));
+    }
+    return array;
+}
+
+bool liesInRows(const py::array& array)
+{
+    const py::ssize_t bytes = array.itemsize();
+    return array.shape(0) > 0 && array.shape(1) > 0 && array.strides(1) == bytes &&
+           (array.shape(0) == 1 || array.strides(0) >= bytes * array.shape(1)) &&
+           reinterpret_cast<std::uintptr_t>(array.data()) % static_cast<std::uintptr_t>(bytes) == 0;
+}
+
+cv::Mat imageOn(const py::array& array, SampleType samples)
+{
+    const std::size_t step =
+        array.shape(0) == 1 ? std::size_t{cv::Mat::AUTO_STEP} : static_cast<std::size_t>(array.strides(0));
+    // OpenCV has no image of constants: what is read is not written to.
+    return {static_cast<int>(array.shape(0)), static_cast<int>(array.shape(1)), imageType(samples),
+            const_cast<void*>(array.data()), step};
+}
+
+bool isNative(const py::dtype& type)
+{
+    return type.attr("isnative").cast<bool>();
+}
+
+void requireFrame(const py::array& array, const std::string& what)
+{
+    constexpr py::ssize_t largestSide = 1 << 16;
+    const auto fits = [](py::ssize_t side) { return side > 0 && side <= largestSide; };
+    if (array.ndim() != 2 || !fits(array.shape(0)) || !fits(array.shape(1)))
+        throw py::value_error(what + ": has the shape " + std::string(py::str(array.attr("shape"))) +
+                              "; expected rows and columns (height, width), 1 to 65536 of each");
+}
+
+}  // namespace
+
+std::string arrayText(const py::array& array)
+{
+    return std::string(py::str(py::object(array.dtype()))) + " " + std::string(py::str(array.attr("shape")));
+}
+
+SampleType sampleTypeOf(const py::array& array, const std::string& what)
+{
+    const py::dtype type = array.dtype();
+    for (const NumpyType& known : numpyTypes)
+        if (type.kind() == known.kind && static_cast<std::size_t>(type.itemsize()) == known.bytes)
+            return known.samples;
+    std::string expected;
+    for (const NumpyType& known : numpyTypes)
+        expected += std::string(expected.empty() ? "" : ", ") + known.name;
+    throw py::value_error(what + ": holds " + std::string(py::str(py::object(type))) + "; expected one of " +
+                          expected);
+}
+
+py::dtype dtypeOf(SampleType samples)
+{
+    for (const NumpyType& known : numpyTypes)
+        if (known.samples == samples)
+            return py::dtype(known.name);
+    throw py::value_error("unknown type of samples");
+}
+
+FrameView frameView(const py::object& frame, const std::string& what)
+{
+    py::array array = asArray(frame, what);
+    const SampleType samples = sampleTypeOf(array, what);
+    requireFrame(array, what);
+    if (!isNative(array.dtype()))
+        array = array.attr("astype")(dtypeOf(samples));
+    if (!liesInRows(array))
+        array = array.attr("copy")("C");
+    cv::Mat image = imageOn(array, samples);
+    return {std::move(array), std::move(image), samples};
+}
+
+std::vector<FrameView> frameViews(const py::object& frames, const std::string& what)
+{
+    std::vector<FrameView> views;
+    const auto add = [&](const py::object& frame) {
+        const std::string name = what + ", frame " + std::to_string(views.size());
+        views.push_back(frameView(frame, name));
+        const FrameView& first = views.front();
+        if (views.back().image.size() != first.image.size() || views.back().samples != first.samples)
+            throw py::value_error(name + ": has " + arrayText(views.back().array) + ", while frame 0 has " +
+                                  arrayText(first.array) + "; expected frames of one shape and type");
+    };
+    if (py::isinstance<py::array>(frames)) {
+        const auto array = py::reinterpret_borrow<py::array>(frames);
+        if (array.ndim() == 2) {
+            views.push_back(frameView(array, what));
+            return views;
+        }
+        if (array.ndim() != 3)
+            throw py::value_error(what + ": has the shape " + std::string(py::str(array.attr("shape"))) +
+                                  "; expected (frames, height, width) or (height, width)");
+    }
+    if (!py::isinstance<py::iterable>(frames))
+        throw py::value_error(what + ": expected an array or a sequence of arrays, found " +
+                              std::string(py::str(py::type::of(frames))));
+    for (const py::handle frame : frames)
+        add(py::reinterpret_borrow<py::object>(frame));
+    if (views.empty())
+        throw py::value_error(what + ": holds no frames; expected at least one");
+    return views;
+}
+
+cv::Mat writableImage(const py::object& out, cv::Size size, SampleType samples)
+{
+    const std::string expected = std::string(py::str(py::object(dtypeOf(samples)))) + " (" +
+                                 std::to_string(size.height) + ", " + std::to_string(size.width) + ")";
+    if (!py::isinstance<py::array>(out))
+        throw py::value_error("out: expected an array, " + expected + ", found " +
+                              std::string(py::str(py::type::of(out))));
+    const auto array = py::reinterpret_borrow<py::array>(out);
+    if (array.ndim() != 2 || array.shape(0) != size.height || array.shape(1) != size.width ||
+        sampleTypeOf(array, "out") != samples)
+        throw py::value_error("out: has " + arrayText(array) + "; expected " + expected);
+    if (!isNative(array.dtype()) || !liesInRows(array))
+        throw py::value_error("out: expected native values whose rows lie one behind the other");
+    if (!array.writeable())
+        throw py::value_error("out: is read-only; expected a writable array");
+    return imageOn(array, samples);
+}
+
+py::array arrayOf(const cv::Mat& image, SampleType samples)
+{
+    const py::dtype type = dtypeOf(samples);
+    const std::vector<py::ssize_t> shape{image.rows, image.cols};
+    if (samples == SampleType::u32) {
+        py::array_t<std::uint32_t> array(shape);
+        auto values = array.mutable_unchecked<2>();
+        for (int y = 0; y < image.rows; ++y)
+            for (int x = 0; x < image.cols; ++x)
+                values(y, x) = static_cast<std::uint32_t>(image.at<double>(y, x));
+        return array;
+    }
+    const bool isOurs = image.u != nullptr && image.u->refcount == 1;
+    auto kept = std::make_unique<cv::Mat>(isOurs ? image : image.clone());
+    const std::vector<py::ssize_t> strides{static_cast<py::ssize_t>(kept->step[0]),
+                                           static_cast<py::ssize_t>(kept->elemSize())};
+    void* const data = kept->data;
+    const py::capsule owner(kept.release(),
+                            [](void* held) { std::unique_ptr<cv::Mat>(static_cast<cv::Mat*>(held)); });
+    return {type, shape, strides, data, owner};
+}
+
+}  // namespace vxpy

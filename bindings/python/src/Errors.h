@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include <string>
+
+#include "apps/vxkit/terminal/Failure.h"
+
+// How the library's errors reach Python.
+namespace vxpy {
+
+namespace py = pybind11;
+
+/// Adds the class vxkit.Error, and makes Python exceptions of what the library throws: bad input a ValueError, shortage
+/// of memory a MemoryError, anything else a vxkit.Error.
+void addErrors(py::module_& module);
+
+/// Names of options as Python calls them: "psf_sigma" of "--psf-sigma".
+std::string inPython(const std::string& message);
+
+/// Raises what is wrong with a file as an OSError of its kind, and what is wrong with an option as a ValueError.
+[[noreturn]] void raiseOfFile(const vxapp::UsageError& error);
+
+/// Runs something on files.
+template <typename Function>
+auto onFiles(Function function)
+{
+    try {
+        return function();
+    } catch (const vxapp::UsageError& error) {
+        raiseOfFile(error);
+    }
+}
+
+}  // namespace vxpy
