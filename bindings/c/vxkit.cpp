@@ -328,3 +328,12 @@ vxkit_status vxkit_set_threads(int threads)
         chooseThreads(threads);
     });
 }
+
+vxkit_status vxkit_run(void (*work)(void* user), void* user)
+{
+    return guarded([&] {
+        if (work == nullptr)
+            throw Failure(VXKIT_NULL_ARGUMENT, "work: is null");
+        work(user);
+    });
+}

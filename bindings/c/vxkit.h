@@ -450,6 +450,16 @@ VXKIT_C_API vxkit_status vxkit_set_log(vxkit_log log, void* user, vxkit_level mo
  */
 VXKIT_C_API vxkit_status vxkit_set_threads(int threads);
 
+/**
+ * Does a host's own work with the C++ classes as the calls of this interface are done: what classes print goes to the log
+ * alone, and the work has the threads of vxkit_set_threads().
+ *
+ * @param work  is called once, on this thread, before the call returns; no exception may leave it
+ * @param user  is handed to it
+ * @return VXKIT_OK, VXKIT_NULL_ARGUMENT
+ */
+VXKIT_C_API vxkit_status vxkit_run(void (*work)(void* user), void* user);
+
 #ifdef __cplusplus
 }
 #endif

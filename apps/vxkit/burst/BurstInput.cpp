@@ -14,8 +14,7 @@ int checkedWindow(const Recording& recording, const SuperresSettings& settings, 
 {
     const int window = settings.windowSize();
     constexpr int largestWindow = vxsupport::EngineLimits::largestWindow;
-    const int smallest =
-        settings.motion == BurstMotion::single ? 1 : vxsupport::EngineLimits::smallestWindow;
+    const int smallest = settings.motion == BurstMotion::single ? 1 : vxsupport::EngineLimits::smallestWindow;
     if (window < smallest || window > largestWindow)
         throw UsageError("--window " + std::to_string(window) + ": expected " + std::to_string(smallest) +
                          " to " + std::to_string(largestWindow) + " frames");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bindings/python/src/Arrays.h"
 
+#include <bit>
 #include <cstring>
 #include <memory>
 #include <opencv2/core.hpp>
@@ -63,7 +64,8 @@ cv::Mat imageOn(const py::array& array, SampleType samples)
 
 bool isNative(const py::dtype& type)
 {
-    return type.attr("isnative").cast<bool>();
+    constexpr char other = std::endian::native == std::endian::little ? '>' : '<';
+    return type.byteorder() != other;
 }
 
 void requireFrame(const py::array& array, const std::string& what)

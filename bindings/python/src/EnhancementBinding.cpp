@@ -6,27 +6,27 @@
 #include <memory>
 #include <utility>
 
-#include "apps/vxkit/stream/ChainTable.h"
 #include "apps/vxkit/stream/Enhancement.h"
 #include "apps/vxkit/stream/Look.h"
 #include "bindings/python/src/ArrayFile.h"
 #include "bindings/python/src/Bindings.h"
 #include "bindings/python/src/Errors.h"
 #include "bindings/python/src/Quiet.h"
+#include "support/drivers/ChainTable.h"
 
 namespace vxpy {
 
 namespace {
 
 using vxapp::ChainOptions;
-using vxapp::ChainSetting;
 using vxapp::EnhancementOptions;
 using vxapp::SampleType;
+using vxsupport::ChainSetting;
 
-// "tnr_alpha" of "--tnr-alpha"
+// "tnr_alpha" of "tnr-alpha"
 std::string nameInPython(const ChainSetting& setting)
 {
-    return inPython(vxapp::optionOf(setting));
+    return inPython("--" + vxsupport::nameOf(setting));
 }
 
 int settingFrom(const ChainSetting& setting, const py::handle& value)
@@ -35,7 +35,7 @@ int settingFrom(const ChainSetting& setting, const py::handle& value)
     if (setting.isMode() && py::isinstance<py::str>(value)) {
         std::string expected;
         int mode = 0;
-        for (const char* const known : vxapp::histogramModeNames()) {
+        for (const char* const known : vxsupport::histogramModeNames()) {
             if (value.cast<std::string>() == known)
                 return mode;
             expected += std::string(mode++ > 0 ? ", " : "") + known;
@@ -58,20 +58,20 @@ int settingFrom(const ChainSetting& setting, const py::handle& value)
 
 void takeSetting(const std::string& name, const py::handle& value, ChainOptions& options)
 {
-    const auto blocks = vxapp::chainBlocks();
+    const auto blocks = vxsupport::chainBlocks();
     for (std::size_t i = 0; i < blocks.size(); ++i)
         if (name == blocks[i].prefix) {
             options.blocks[i] = value.cast<bool>();
             return;
         }
-    const auto table = vxapp::chainTable();
+    const auto table = vxsupport::chainTable();
     for (std::size_t i = 0; i < table.size(); ++i)
         if (name == nameInPython(table[i])) {
             options.values[i] = settingFrom(table[i], value);
             return;
         }
     std::string known;
-    for (const vxapp::ChainBlock& block : blocks)
+    for (const vxsupport::ChainBlock& block : blocks)
         known += std::string(block.prefix) + ", ";
     for (const ChainSetting& setting : table)
         known += nameInPython(setting) + ", ";
@@ -84,8 +84,8 @@ ChainOptions chainFrom(const std::string& look, const std::string& file, const p
     ChainOptions options;
     options.look = look;
     options.file = file;
-    options.values.resize(vxapp::chainTable().size());
-    options.blocks.resize(vxapp::chainBlocks().size());
+    options.values.resize(vxsupport::chainTable().size());
+    options.blocks.resize(vxsupport::chainBlocks().size());
     for (const auto& [name, value] : settings)
         takeSetting(name.cast<std::string>(), value, options);
     return options;
@@ -169,8 +169,7 @@ private:
     {
         const py::gil_scoped_release released;
         const std::lock_guard lock(input_->mutex);
-        const Quiet quiet;
-        function();
+        quietly(function);
     }
 
     void read(int index) { enhancement_->scale().toSamples(input_->recording, index, samples_); }

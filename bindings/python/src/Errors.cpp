@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "core/base/Exception.h"
+#include "support/drivers/SettingError.h"
 
 namespace vxpy {
 
@@ -53,6 +54,35 @@ void raiseOfFile(const vxapp::UsageError& error)
     throw py::error_already_set();
 }
 
+void raiseError(const std::string& message, int code)
+{
+    const py::object error = py::reinterpret_borrow<py::object>(errorClass)(inPython(message));
+    error.attr("code") = code;
+    PyErr_SetObject(errorClass, error.ptr());
+    throw py::error_already_set();
+}
+
+void raiseStatus(vxkit_status status, const std::string& message)
+{
+    PyObject* type = errorClass;
+    switch (status) {
+        case VXKIT_NULL_ARGUMENT:
+        case VXKIT_UNKNOWN_NAME:
+        case VXKIT_OUT_OF_RANGE:
+        case VXKIT_WRONG_SHAPE:
+        case VXKIT_WRONG_TYPE:
+            type = PyExc_ValueError;
+            break;
+        case VXKIT_OUT_OF_MEMORY:
+            type = PyExc_MemoryError;
+            break;
+        default:
+            break;
+    }
+    raise(type, message);
+    throw py::error_already_set();
+}
+
 void addErrors(py::module_& module)
 {
     errorClass =
@@ -74,6 +104,8 @@ void addErrors(py::module_& module)
             raise(PyExc_ValueError, failure.what());
         } catch (const vxapp::EngineError& failure) {
             raise(errorClass, failure.what());
+        } catch (const vxsupport::SettingError& failure) {
+            raise(PyExc_ValueError, "--" + std::string(failure.what()));
         } catch (const halvor::vx::Exception& failure) {
             raise(errorClass, failure.what());
         } catch (const cv::Exception& failure) {

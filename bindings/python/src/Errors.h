@@ -6,6 +6,7 @@
 #include <string>
 
 #include "apps/vxkit/terminal/Failure.h"
+#include "bindings/c/vxkit.h"
 
 // How the library's errors reach Python.
 namespace vxpy {
@@ -21,6 +22,12 @@ std::string inPython(const std::string& message);
 
 /// Raises what is wrong with a file as an OSError of its kind, and what is wrong with an option as a ValueError.
 [[noreturn]] void raiseOfFile(const vxapp::UsageError& error);
+
+/// Raises a vxkit.Error with an engine's code.
+[[noreturn]] void raiseError(const std::string& message, int code);
+
+/// Raises what a call of the C interface answers.
+[[noreturn]] void raiseStatus(vxkit_status status, const std::string& message);
 
 /// Runs something on files.
 template <typename Function>

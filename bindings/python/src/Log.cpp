@@ -4,6 +4,7 @@
 #include <string>
 
 #include "apps/vxkit/terminal/Verbosity.h"
+#include "bindings/c/vxkit.h"
 
 namespace vxpy {
 
@@ -27,11 +28,38 @@ void takeWarning(const std::string& text)
     tell("warning", text);
 }
 
+// Failures are raised, and what classes print helps to find a fault.
+void takeLine(void* /*user*/, vxkit_level level, const char* source, const char* text)
+{
+    if (level != VXKIT_ERROR)
+        tell(level == VXKIT_WARNING ? "info" : "debug", std::string(source) + ": " + text);
+}
+
+void chooseLevel(const std::string& level)
+{
+    if (level == "warning")
+        vxkit_set_log(nullptr, nullptr, VXKIT_ERROR);
+    else if (level == "info")
+        vxkit_set_log(takeLine, nullptr, VXKIT_WARNING);
+    else if (level == "debug")
+        vxkit_set_log(takeLine, nullptr, VXKIT_INFO);
+    else if (level == "trace")
+        vxkit_set_log(takeLine, nullptr, VXKIT_DEBUG);
+    else
+        throw py::value_error("level " + level + ": expected warning, info, debug or trace");
+}
+
 }  // namespace
 
-void addLog(py::module_& /*module*/)
+void addLog(py::module_& module)
 {
     vxapp::setWarningSink(takeWarning);
+    module.def("set_log_level", &chooseLevel, py::arg("level"));
+    // After the interpreter's end there is no logger.
+    py::module_::import("atexit").attr("register")(py::cpp_function([] {
+        vxapp::setWarningSink(nullptr);
+        vxkit_set_log(nullptr, nullptr, VXKIT_ERROR);
+    }));
 }
 
 }  // namespace vxpy

@@ -18,4 +18,5 @@ PYBIND11_MODULE(_vxkit, module)
     vxpy::addSuperres(module);
     vxpy::addEnhancement(module);
     vxpy::addMeasures(module);
+    vxpy::addObjects(module);
 }

@@ -1,16 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <exception>
+
+#include "bindings/c/vxkit.h"
+
 namespace vxpy {
 
-/// What the library's classes print within its life goes to the log, as in calls of the C interface.
-class Quiet
+/// Runs work with the library's classes as the calls of its C interface run: what they print goes to the log.
+template <typename Work>
+void quietly(Work work)
 {
-public:
-    Quiet() {}
-    ~Quiet() {}
-    Quiet(const Quiet&) = delete;
-    Quiet& operator=(const Quiet&) = delete;
-};
+    struct Call
+    {
+        Work& work;
+        std::exception_ptr failure{};
+    } call{work};
+    const auto run = [](void* user) {
+        auto& made = *static_cast<Call*>(user);
+        try {
+            made.work();
+        } catch (...) {
+            made.failure = std::current_exception();
+        }
+    };
+    vxkit_run(run, &call);
+    if (call.failure)
+        std::rethrow_exception(call.failure);
+}
 
 }  // namespace vxpy

@@ -63,16 +63,11 @@ struct BurstResult
     cv::Mat_<float> image;
 };
 
-BurstResult solve(SharedRecording& shared, const SuperresSettings& settings, std::optional<double> scale,
-                  std::optional<double> offset)
+BurstResult solve(vxapp::Recording& recording, const SuperresSettings& settings,
+                  const Calibration& calibration)
 {
-    const py::gil_scoped_release released;
-    const std::lock_guard lock(shared.mutex);
-    const Quiet quiet;
-    vxapp::Recording& recording = shared.recording;
-    const Calibration calibration = vxapp::calibrationFor(settings, scale, offset, recording);
     const int window = vxapp::checkedWindow(recording, settings, "frames");
-    const auto engine = vxapp::openBurstEngine(recording.frameSize(), settings);
+    const auto engine = vxsupport::openBurstEngine(recording.frameSize(), settings);
     const int first = recording.frameCount() - window;
     calibration.requirePlausible(calibration.toEngine(recording.values(first)), recording.nameOf(first));
     BurstResult result;
@@ -80,6 +75,19 @@ BurstResult solve(SharedRecording& shared, const SuperresSettings& settings, std
         result.answer = engine->addFrame(calibration.toEngine(recording.values(i)));
     if (result.answer.hasImage)
         result.image = calibration.fromEngine(engine->image());
+    return result;
+}
+
+BurstResult solve(SharedRecording& shared, const SuperresSettings& settings, std::optional<double> scale,
+                  std::optional<double> offset)
+{
+    const py::gil_scoped_release released;
+    const std::lock_guard lock(shared.mutex);
+    BurstResult result;
+    quietly([&] {
+        result = solve(shared.recording, settings,
+                       vxapp::calibrationFor(settings, scale, offset, shared.recording));
+    });
     return result;
 }
 

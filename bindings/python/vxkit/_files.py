@@ -178,11 +178,9 @@ def read(path, *, size=None, frames=None, dtype=None, endian=None, header=0, fra
 
 def _sequence(frames):
     """Frames with a length, one frame as a sequence of one."""
-    if isinstance(frames, Recording):
-        return frames
-    if isinstance(frames, np.ndarray):
-        return frames[np.newaxis] if frames.ndim == 2 else frames
-    return frames if hasattr(frames, "__len__") and hasattr(frames, "__getitem__") else list(frames)
+    if isinstance(frames, np.ndarray) and frames.ndim == 2:
+        return frames[np.newaxis]
+    return frames if hasattr(frames, "__len__") else list(frames)
 
 
 def write(path, frames, *, force=False, format=None, fps=9.0, range=None, colour_map=None, endian="little"):
@@ -236,11 +234,14 @@ def write(path, frames, *, force=False, format=None, fps=9.0, range=None, colour
         raise ValueError(f"endian {endian}: expected little or big")
     limits = range if range is None or isinstance(range, str) else "{}:{}".format(*range)
     source = frames._files if isinstance(frames, Recording) else None
+    walk = iter(frames)
+    first = next(walk)
     writer = _vxkit.Writer(
-        os.fspath(path), frames[0], len(frames), force, format or "", fps, limits or "", colour_map or "",
+        os.fspath(path), first, len(frames), force, format or "", fps, limits or "", colour_map or "",
         endian == "big", source,
     )
-    for frame in frames:
+    writer.add(first)
+    for frame in walk:
         writer.add(frame)
     return writer.finish()
 

@@ -1,0 +1,48 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What pages and examples show, run as it stands."""
+
+import os
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+import numpy as np
+import pytest
+
+import vxkit
+
+TREE = Path(__file__).resolve().parents[3]
+
+
+@pytest.fixture
+def night(tmp_path):
+    recording = vxkit.simulate_recording(frames=14, column_offset=0.2)
+    counts = np.round((recording.read_all() + 273.15) * 100).astype(np.uint16)
+    vxkit.write(tmp_path / "night.raw", counts)
+    return tmp_path
+
+
+def test_the_code_on_the_page_runs(night, monkeypatch, capsys):
+    monkeypatch.chdir(night)
+    blocks = re.findall(r"```python\n(.*?)```", (TREE / "docs/host-python.md").read_text(), re.DOTALL)
+    assert len(blocks) >= 6
+    names = {}
+    for block in blocks:
+        exec(compile(block, "docs/host-python.md", "exec"), names)
+    assert "frames: 3 frames in all; expected at least 5" in capsys.readouterr().out
+    assert vxkit.read("clear.mkv").shape == vxkit.read("clear.tiff").shape == (14, 120, 160)
+    assert len(names["results"]) == 4
+
+
+def run_example(name, *arguments):
+    return subprocess.run([sys.executable, TREE / "examples/python" / name, *arguments], capture_output=True, text=True,
+                          check=True, env=os.environ).stdout
+
+
+def test_examples_run(night):
+    assert "dB" in run_example("plot_burst.py", night / "burst.png")
+    assert (night / "burst.png").read_bytes().startswith(b"\x89PNG")
+    told = run_example("denoise_recording.py", night / "night.raw", night / "calm.tiff", "160x120")
+    before, after = map(float, re.search(r"(\S+) counts before, (\S+) after", told).groups())
+    assert after < before / 2
