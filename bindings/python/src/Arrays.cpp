@@ -99,9 +99,22 @@ SampleType sampleTypeOf(const py::array& array, const std::string& what)
 
 py::dtype dtypeOf(SampleType samples)
 {
-    for (const NumpyType& known : numpyTypes)
-        if (known.samples == samples)
-            return py::dtype(known.name);
+    switch (samples) {
+        case SampleType::u8:
+            return py::dtype::of<std::uint8_t>();
+        case SampleType::u16:
+            return py::dtype::of<std::uint16_t>();
+        case SampleType::s16:
+            return py::dtype::of<std::int16_t>();
+        case SampleType::u32:
+            return py::dtype::of<std::uint32_t>();
+        case SampleType::s32:
+            return py::dtype::of<std::int32_t>();
+        case SampleType::f32:
+            return py::dtype::of<float>();
+        case SampleType::f64:
+            return py::dtype::of<double>();
+    }
     throw py::value_error("unknown type of samples");
 }
 
@@ -151,15 +164,17 @@ std::vector<FrameView> frameViews(const py::object& frames, const std::string& w
 
 cv::Mat writableImage(const py::object& out, cv::Size size, SampleType samples)
 {
-    const std::string expected = std::string(py::str(py::object(dtypeOf(samples)))) + " (" +
-                                 std::to_string(size.height) + ", " + std::to_string(size.width) + ")";
+    const auto expected = [&] {
+        return std::string(py::str(py::object(dtypeOf(samples)))) + " (" + std::to_string(size.height) +
+               ", " + std::to_string(size.width) + ")";
+    };
     if (!py::isinstance<py::array>(out))
-        throw py::value_error("out: expected an array, " + expected + ", found " +
+        throw py::value_error("out: expected an array, " + expected() + ", found " +
                               std::string(py::str(py::type::of(out))));
     const auto array = py::reinterpret_borrow<py::array>(out);
     if (array.ndim() != 2 || array.shape(0) != size.height || array.shape(1) != size.width ||
         sampleTypeOf(array, "out") != samples)
-        throw py::value_error("out: has " + arrayText(array) + "; expected " + expected);
+        throw py::value_error("out: has " + arrayText(array) + "; expected " + expected());
     if (!isNative(array.dtype()) || !liesInRows(array))
         throw py::value_error("out: expected native values whose rows lie one behind the other");
     if (!array.writeable())
