@@ -37,6 +37,9 @@ auto onFiles(Function function)
         return function();
     } catch (const vxapp::UsageError& error) {
         raiseOfFile(error);
+    } catch (const vxapp::WriteError& error) {
+        PyErr_SetString(PyExc_OSError, error.what());
+        throw py::error_already_set();
     }
 }
 

@@ -234,6 +234,10 @@ def write(path, frames, *, force=False, format=None, fps=9.0, range=None, colour
         raise ValueError(f"endian {endian}: expected little or big")
     limits = range if range is None or isinstance(range, str) else "{}:{}".format(*range)
     source = frames._files if isinstance(frames, Recording) else None
+    if isinstance(frames, Recording) and os.path.exists(path):
+        for source_path in frames.paths:
+            if os.path.exists(source_path) and os.path.samefile(path, source_path):
+                raise OSError(f"{os.fspath(path)}: is an input; expected another output name")
     walk = iter(frames)
     first = next(walk)
     writer = _vxkit.Writer(
