@@ -94,7 +94,8 @@ Recording::Recording(const RecordingOptions& options)
     warnOfLayout();
 }
 
-Recording::Recording(std::unique_ptr<FrameFile> frames, const std::string& name) : names_{name}
+Recording::Recording(std::unique_ptr<FrameFile> frames, const std::string& name)
+    : runFiles_(std::make_shared<vxfiles::RunFiles>()), names_{name}
 {
     files_.push_back(std::move(frames));
     frameCount_ = files_.front()->frameCount();
