@@ -190,8 +190,8 @@ def write(path, frames, *, force=False, format=None, fps=9.0, range=None, colour
     Parameters
     ----------
     path : str or os.PathLike
-        Its ending tells the format. Formats with one file for each frame number them: "frame-0000.png"; a single frame goes
-        without.
+        Its ending tells the format. Formats with one file for each frame number them: "frame-0000.png", with a list of
+        checksums "frame.png.sha256" beside them; a single frame goes without.
     frames : array_like, Recording or iterable
         One frame ``(height, width)`` or many ``(frames, height, width)``, written one by one. What has no length is
         collected first.
