@@ -22,7 +22,7 @@ class CMakeBuild(build_ext):
         # Folder of the package and of the library are one, so that the extension looks for it beside itself.
         subprocess.run(
             ["cmake", "-S", TREE, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DVXKIT_PYTHON=ON",
-             "-DVXKIT_BUILD_TESTING=OFF", "-DVXKIT_WERROR=OFF", f"-DPython_EXECUTABLE={sys.executable}",
+             "-DVXKIT_BUILD_TESTING=OFF", f"-DPython_EXECUTABLE={sys.executable}",
              "-DVXKIT_PYTHON_DIR=wheel", "-DCMAKE_INSTALL_LIBDIR=wheel/vxkit"],
             check=True,
         )
