@@ -1,0 +1,7 @@
+# SPDX-License-Identifier: Apache-2.0
+import sys
+
+from ._command import main
+
+if __name__ == "__main__":
+    sys.exit(main())
