@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <opencv2/core/utility.hpp>
 #include <sstream>
 #include <thread>
@@ -60,7 +61,10 @@ int leastRunning()
 
 void shareMachine(char** argv)
 {
-    chooseThreads();
+    try {
+        chooseThreads();
+    } catch (const std::bad_alloc&) {  // the program goes on, and tells it where it is told how
+    }
     if (isWaitToldByUser() || omp_get_max_threads() < 2)
         return;
     if (const SetBlocktime set = setBlocktime())

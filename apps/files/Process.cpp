@@ -93,6 +93,8 @@ public:
         : program_(std::move(program)), signals_(signalsToWatch()), end_(::eventfd(0, EFD_CLOEXEC))
     {
         arrivals_ = Descriptor(::signalfd(-1, &signals_, SFD_CLOEXEC));
+        // The standard error stream as it is now: later it may stand for nothing while a library is kept silent.
+        errors_ = Descriptor(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
         if (!arrivals_.isOpen() || !end_.isOpen())
             return;  // without descriptors signals do what they always do
         ::pthread_sigmask(SIG_BLOCK, &signals_, &before_);
@@ -122,7 +124,7 @@ private:
             ::read(arrivals_.get(), &arrived, sizeof(arrived)) != static_cast<ssize_t>(sizeof(arrived)))
             return;
         const int number = static_cast<int>(arrived.ssi_signo);
-        writeAll(STDERR_FILENO, stopText(program_, number, abandonAll()));
+        writeAll(errors_.isOpen() ? errors_.get() : STDERR_FILENO, stopText(program_, number, abandonAll()));
         dieBy(number);
     }
 
@@ -131,6 +133,7 @@ private:
     sigset_t before_{};
     Descriptor arrivals_;
     Descriptor end_;
+    Descriptor errors_;
     std::thread thread_;
 };
 

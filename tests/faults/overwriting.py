@@ -14,7 +14,7 @@ INPUTS = [
     ("vxkit convert one.csv -o OUT", "one.csv"),
     ("vxkit enhance rec.npy --settings s.raw -o OUT", "s.raw"),
     ("vxkit enhance rec.npy --bad-pixels map.png --contact-sheet OUT", "map.png"),
-    ("vxkit enhance rec.npy --bad-pixels map.png --write-bad-pixels OUT", "map.png"),
+    ("vxkit enhance rec.npy --bad-pixels map.png -o o.raw --write-bad-pixels OUT", "map.png"),
     ("vxkit enhance rec.npy --frames 0:1 --bad-pixels map.png -o OUT", "map.png"),
     ("vxkit enhance one.png --contact-sheet OUT", "one.png"),
     ("vxkit convert rec.npy --config c.raw -o OUT", "c.raw"),

@@ -16,8 +16,7 @@ NO_FILES = [
     "vxkit superres {m}/burst.tif --engine reference --radiance SPECIAL -o r.tif",
     "vxkit superres {m}/burst.tif --engine reference --radiance names.txt -o r.tif",
     "vxkit superres {m}/burst.tif --engine reference --trace SPECIAL -o r.tif --force",
-    "vxkit filter --cluster {m}/degrees.npy --mean SPECIAL --std-dev SPECIAL -o r.raw",
-    "vxkit compare SPECIAL {m}/truth.tif",
+    "vxkit filter --cluster {m}/rec.raw --size 48x36 --mean SPECIAL --std-dev SPECIAL -o r.raw",
     "halvor -s SPECIAL {m}/stream.raw",
 ]
 
