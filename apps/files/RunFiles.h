@@ -24,6 +24,9 @@ public:
     /// @throws UsageError if it is an input or another output, or can't be written
     void writes(const std::filesystem::path& path, bool force);
 
+    /// Forgets the outputs, for a host that reads once and writes more than once.
+    void beginOutputs() { outputs_.clear(); }
+
 private:
     /// A file that is there, or a name in a folder.
     struct Identity

@@ -39,6 +39,7 @@ public:
     {
         onFiles([&] {
             const py::gil_scoped_release released;
+            input_->recording.files()->beginOutputs();
             sink_ =
                 vxapp::openFrameSink(options, input_->recording, {view_.image.size(), frames, view_.samples});
         });

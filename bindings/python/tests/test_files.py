@@ -60,6 +60,14 @@ def test_reads_parts_and_headerless_layouts(tmp_path):
     assert recording.first_number == 1 and same_bits(recording.read_all(), frames[1:])
 
 
+def test_a_recording_is_written_as_often_as_one_likes(tmp_path):
+    vxkit.write(tmp_path / "in.npy", np.arange(3 * 4 * 5, dtype=np.uint16).reshape(3, 4, 5))
+    recording = vxkit.read(tmp_path / "in.npy")
+    for _ in range(3):
+        vxkit.write(tmp_path / "out.npy", recording, force=True)
+    assert np.array_equal(vxkit.read(tmp_path / "out.npy").read_all(), recording.read_all())
+
+
 def test_errors_tell_what_is_the_matter_with_files(tmp_path, caplog):
     frames = some_frames("uint16")
     path = tmp_path / "frames.tiff"
