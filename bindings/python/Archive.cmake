@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# vxkit.archive and its command; Python alone. Its tests need python3-distributed.
+# vxkit.archive and its command; Python alone. Its tests need python3-distributed and python3-xxhash.
 
 file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR}/vxkit/archive ${package_dir}/archive SYMBOLIC)
 install(DIRECTORY vxkit/archive DESTINATION ${VXKIT_PYTHON_DIR}/vxkit COMPONENT vxkit_archive

@@ -258,7 +258,7 @@ def test_of_two_workers_one_commits_and_a_former_run_none(tmp_path):
     manifest = _manifest.Manifest(output)
     (output / "manifest/partial").mkdir(exist_ok=True)
     files = [Path(shutil.copy(item.path, output / "manifest/partial" / str(index))) for index in range(2)]
-    made = {"sha256": _files.checksum(item.path)}
+    made = {"xxh128": _files.checksum(item.path)}
     answers = [_work.finish(job, item, source, file, made, 0.0) for file in files]
     assert [answer["state"] for answer in answers] == ["done", "kept"]
     assert manifest.load(item.name)["commits"] == 1 and not os.listdir(output / "manifest/partial")

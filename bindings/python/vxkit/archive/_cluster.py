@@ -20,6 +20,8 @@ SETTINGS = {
     "distributed.worker.profile.interval": "500ms",
     "distributed.worker.profile.cycle": "10s",
     "distributed.admin.tick.interval": "500ms",
+    "distributed.worker.memory.monitor-interval": "250ms",
+    "distributed.scheduler.work-stealing-interval": "1s",
 }
 
 

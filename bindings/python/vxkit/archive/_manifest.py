@@ -121,7 +121,7 @@ def commit(manifest, run, name, new, result, record):
     former = manifest.load(name)
     known = (former or {}).get("result") or {}
     is_whole = bool(known) and _files.is_same(result, known)
-    if is_whole and is_repeat(former, record) and _files.checksum(result) == known["sha256"]:
+    if is_whole and is_repeat(former, record) and _files.checksum(result) == known.get("xxh128"):
         os.unlink(new)
         return False
     require_ours(result, former)
@@ -157,7 +157,7 @@ def link_first(new, result, known):
 def is_repeat(former, record):
     """Whether two records speak of the same work with the same outcome."""
     same = all(former.get(part) == record[part] for part in ("state", "key", "split"))
-    return same and all(former[part].get("sha256") == record[part]["sha256"] for part in ("input", "result"))
+    return same and all(former[part].get("xxh128") == record[part]["xxh128"] for part in ("input", "result"))
 
 
 def require_ours(result, former):

@@ -123,7 +123,7 @@ def about(job, item):
 def taken(path):
     """Identity and checksum of an input."""
     before = _files.identity(path)
-    return {"path": path, **before, "sha256": _files.checksum(path)}
+    return {"path": path, **before, "xxh128": _files.checksum(path)}
 
 
 def require_unchanged(source):
@@ -156,10 +156,10 @@ def recording(job, item, verify):
 def refreshed(job, item, former, source, verify):
     """Whether a result is what this job would make; then its record takes the files' new times."""
     result = job.result(item.name)
-    if not is_current(job, former) or former["input"]["sha256"] != source["sha256"]:
+    if not is_current(job, former) or former["input"].get("xxh128") != source["xxh128"]:
         return False
     known = former["result"]
-    if not (_files.is_same(result, known) and (not verify or _files.checksum(result) == known["sha256"])):
+    if not (_files.is_same(result, known) and (not verify or _files.checksum(result) == known.get("xxh128"))):
         return False
     current = {**former, "input": {**former["input"], **source}, "result": {**known, **_files.identity(result)}}
     if current != former:
@@ -177,7 +177,7 @@ def plan(job, opened, source, units, size):
 
 def part_of(job, item, plan, index):
     """Name of a finished window: another for other input, settings or split."""
-    work = [job.key, job.window, job.warmup, plan["source"]["sha256"], plan["windows"][index]]
+    work = [job.key, job.window, job.warmup, plan["source"]["xxh128"], plan["windows"][index]]
     return _manifest.Manifest(job.output).parts / item.name / f"{index:06}-{_files.short_hash(work)}.npy"
 
 
@@ -228,7 +228,7 @@ def write(job, frames, suffix):
         new.unlink(missing_ok=True)
         raise
     kind = {"shape": list(frames.shape), "type": np.dtype(frames.dtype).name}
-    return new, {**kind, "notes": frames.notes, "sha256": digest}
+    return new, {**kind, "notes": frames.notes, "xxh128": digest}
 
 
 def write_npy(path, frames):
