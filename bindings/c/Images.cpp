@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bindings/c/Images.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
 #include <opencv2/core.hpp>
 
 #include "bindings/c/Failure.h"
+#include "enhancement/superresolution/engine/PixelValues.h"
 
 namespace vxc {
 
@@ -87,6 +89,19 @@ void convertExactly(const cv::Mat& frame, cv::Mat_<float>& floats)
                                                       std::to_string(y) + ", column " + std::to_string(x) +
                                                       " is no number of single precision; expected f32");
         }
+}
+
+// Counts that were taken for degrees would else give failures that name corners and bad pixels.
+void requireSomeDegrees(const cv::Mat_<float>& frame)
+{
+    using halvor::vx::temperatureLimits;
+    if (std::any_of(frame.begin(), frame.end(), [](float value) {
+            return value >= temperatureLimits.lowest && value <= temperatureLimits.highest;
+        }))
+        return;
+    throw Failure(VXKIT_OUT_OF_RANGE,
+                  "frame: no value lies within -274 to 5000, others count as bad pixels; expected degrees "
+                  "Celsius, or counts that were turned into such or divided by 16");
 }
 
 void requireSignedCounts(const cv::Mat_<float>& frame)

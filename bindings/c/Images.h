@@ -20,6 +20,8 @@ void requireType(const vxkit_image& image, vxkit_type expected, const char* what
 /// A frame of another type as floats.
 /// @throws Failure  if a value is not one of single precision
 void convertExactly(const cv::Mat& frame, cv::Mat_<float>& floats);
+/// @throws Failure  for a frame in which the engines would find bad pixels alone
+void requireSomeDegrees(const cv::Mat_<float>& frame);
 /// @throws Failure  unless all values are whole and within signed 16 bits
 void requireSignedCounts(const cv::Mat_<float>& frame);
 

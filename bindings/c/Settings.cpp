@@ -32,14 +32,25 @@ Setting setting(std::string name, vxkit_setting_type type, double low, double hi
             .help = std::move(help)};
 }
 
+// The ends of single precision mean that there is none.
+std::string rangeText(double low, double high)
+{
+    constexpr double aboveZero = std::numeric_limits<float>::min();
+    constexpr double largest = std::numeric_limits<float>::max();
+    if (low == aboveZero)
+        return "a number above 0" + (high < largest ? ", at most " + plainText(high) : std::string());
+    return plainText(low) + (high < largest ? " to " + plainText(high) : " or more");
+}
+
 std::string expected(const Setting& setting)
 {
     if (setting.type == VXKIT_CHOICE)
         return "expected one of " + setting.joinedChoices;
     if (setting.type == VXKIT_SWITCH)
-        return "expected 0 or 1";
-    return std::string("expected ") + (setting.type == VXKIT_INTEGER ? "a whole number from " : "") +
-           plainText(setting.low) + " to " + plainText(setting.high);
+        return "expected 0 or 1, off or on";
+    if (setting.type == VXKIT_INTEGER)
+        return "expected a whole number from " + plainText(setting.low) + " to " + plainText(setting.high);
+    return "expected " + rangeText(setting.low, setting.high);
 }
 
 [[noreturn]] void refuse(const Setting& setting, const std::string& found)

@@ -137,6 +137,8 @@ const cv::Mat_<float>& SuperresObject::engineFrame(const cv::Mat& frame)
     }
     if (takesCounts())
         requireSignedCounts(input_);
+    else
+        requireSomeDegrees(input_);
     return input_;
 }
 

@@ -40,7 +40,8 @@ Setting reference(int most, int standard)
 Setting camera()
 {
     return textSetting("camera", "",
-                       "Camera model and lens, which set the point spread, such as \"k325 FOV25\"");
+                       "Camera model and lens, which set the point spread, such as \"k325 FOV25\"; others "
+                       "leave it as it is");
 }
 
 Setting psfSigma(float standard, double most)

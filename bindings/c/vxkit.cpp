@@ -11,6 +11,7 @@
 
 #include "bindings/c/Call.h"
 #include "bindings/c/Images.h"
+#include "support/drivers/BurstEngine.h"
 
 using namespace vxc;
 
@@ -85,6 +86,11 @@ const char* vxkit_type_text(vxkit_type type)
     constexpr std::array<const char*, 7> texts{"u8", "i8", "u16", "i16", "i32", "f32", "f64"};
     const auto index = static_cast<std::size_t>(type);
     return index < texts.size() ? texts[index] : "unknown type";
+}
+
+const char* vxkit_code_text(int code)
+{
+    return vxsupport::meaningOf(code);
 }
 
 int vxkit_kind_count(void)

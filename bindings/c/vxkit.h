@@ -319,13 +319,18 @@ VXKIT_C_API vxkit_status vxkit_learn_statistics(vxkit_object* object, const vxki
 /** What vxkit_add_frame() tells of the frame and of the image that it gave. */
 typedef struct vxkit_burst_report
 {
-    int code; /**< a SuperResolution_Code of enhancement/superresolution/SuperResolutionCAdapter.h: 0, or what was
-                         found about the frame or the image */
+    int code;       /**< 0, or what was found about the frame or the image: vxkit_code_text() */
     int has_image;  /**< 1: a new image was computed with this frame */
     int iterations; /**< steps of the solver; -1 where not told */
     double factor;  /**< the enlargement that was achieved, up to 2; NaN where not told */
     int frames;     /**< frames that vxkit_frame_report_at() tells of; 0 where not told */
 } vxkit_burst_report;
+
+/**
+ * @return what a report's code means, in a few words. Codes are those of SuperResolution_Code
+ *         (enhancement/superresolution/SuperResolutionCAdapter.h); for a number that is none, "failure"
+ */
+VXKIT_C_API const char* vxkit_code_text(int code);
 
 /** What the last image tells of a frame of the window. */
 typedef struct vxkit_frame_report
@@ -340,8 +345,10 @@ typedef struct vxkit_frame_report
  * Adds a frame and, from "window" frames on, computes the image from the latest ones. The frame is copied.
  *
  * @param frame   of the object's size: degrees Celsius in VXKIT_F32. A pixel may hold one of the 32-bit patterns 0x81,
- *                0x82, 0x84 and 0x85, which mark it as bad, and is repaired. The engines in fixed point take signed
- *                counts, VXKIT_I16. Each takes the other types too if all values are whole numbers or fit exactly.
+ *                0x82, 0x84 and 0x85, which mark it as bad, and is repaired, as are all outside of -274 to 5000: raw
+ *                counts are to be turned into degrees, or to be divided by 16. A frame without any pixel within is
+ *                refused. The engines in fixed point take signed counts, VXKIT_I16. Each takes the other types too if
+ *                all values are whole numbers or fit exactly.
  * @param report  is filled; may be null
  * @return VXKIT_OK with an image, a warning, or while the window fills; VXKIT_NO_RESULT if the engine failed on the frame,
  *         with the report filled; VXKIT_OUT_OF_RANGE for values that the engine's type does not hold and for settings

@@ -18,30 +18,6 @@ namespace {
 
 using halvor::vx::EngineDefaults;
 
-std::string meaningOf(int code)
-{
-    switch (code) {
-        case SuperResolution_success:
-            return "success";
-        case SuperResolution_fallbackPixel:
-            return "a bad pixel had too few good neighbours and took a fallback value";
-        case SuperResolution_poorFrame:
-            return "a frame has half or more of its pixels unregistered";
-        case SuperResolution_noStructure:
-            return "image has not enough structure";
-        case SuperResolution_largeDisplacement:
-            return "a frame is displaced by more than a tenth of its height";
-        case SuperResolution_noCorner:
-            return "no corner of the reference frame could be tracked";
-        case SuperResolution_windowRestarted:
-            return "the frame's values leave the range of the frames before; the window starts anew with it";
-        case SuperResolution_registrationFailed:
-            return "the frame could not be registered with the one before; the window starts anew with it";
-        default:
-            return "failure";
-    }
-}
-
 constexpr std::array<std::pair<const char*, BurstMotion>, 4> motions{{
     {"global", BurstMotion::global},
     {"local", BurstMotion::local},
@@ -129,6 +105,30 @@ std::string cameraText(const SuperresSettings& settings)
              << "; an unknown camera is assumed: ";
     text << "point spread " << sigma.value_or(unknown) << " pixels of the result";
     return text.str();
+}
+
+const char* meaningOf(int code)
+{
+    switch (code) {
+        case SuperResolution_success:
+            return "success";
+        case SuperResolution_fallbackPixel:
+            return "a bad pixel had too few good neighbours and took a fallback value";
+        case SuperResolution_poorFrame:
+            return "a frame has half or more of its pixels unregistered";
+        case SuperResolution_noStructure:
+            return "image has not enough structure";
+        case SuperResolution_largeDisplacement:
+            return "a frame is displaced by more than a tenth of its height";
+        case SuperResolution_noCorner:
+            return "no corner of the reference frame could be tracked";
+        case SuperResolution_windowRestarted:
+            return "the frame's values leave the range of the frames before; the window starts anew with it";
+        case SuperResolution_registrationFailed:
+            return "the frame could not be registered with the one before; the window starts anew with it";
+        default:
+            return "failure";
+    }
 }
 
 bool isFailure(int code)

@@ -104,6 +104,9 @@ struct BurstAnswer
 /// Whether a code means that no image came of the frame.
 bool isFailure(int code);
 
+/// What a code means, for people.
+const char* meaningOf(int code);
+
 /// The answer's stored message, or else the meaning of its code.
 std::string textOf(const BurstAnswer& answer);
 

@@ -136,6 +136,8 @@ TEST(Handles, RefuseCallsOfOtherKindsAndNullArguments)
     EXPECT_EQ(vxkit_create(nullptr, 8, 8, nullptr), VXKIT_NULL_ARGUMENT);
     EXPECT_EQ(vxkit_setting_count(nullptr), -1);
     EXPECT_EQ(vxkit_setting_count("sharpest"), -1);
+    EXPECT_EQ(vxkit_set_number(engine, "psf-sigma", 0.0), VXKIT_OUT_OF_RANGE);
+    EXPECT_THAT(vxkit_error(engine), HasSubstr("a number above 0"));
     EXPECT_EQ(vxkit_set_number(engine, "windows", 3.0), VXKIT_UNKNOWN_NAME);
     EXPECT_THAT(vxkit_error(engine), testing::AllOf(HasSubstr("windows"), HasSubstr("relative-residue")));
     std::array<char, 2> narrow{'x', 'y'};
@@ -348,6 +350,7 @@ TEST(Texts, TellVersionStatusAndType)
                                                 std::to_string(VXKIT_VERSION_PATCH));
     EXPECT_STREQ(vxkit_status_text(VXKIT_WRONG_SHAPE), "wrong shape");
     EXPECT_STREQ(vxkit_status_text(static_cast<vxkit_status>(-3)), "unknown status");
+    EXPECT_STREQ(vxkit_code_text(-9), "no corner of the reference frame could be tracked");
     EXPECT_STREQ(vxkit_type_text(VXKIT_F64), "f64");
     EXPECT_STREQ(vxkit_type_text(static_cast<vxkit_type>(7)), "unknown type");
 }

@@ -208,6 +208,19 @@ TEST(EngineHandles, TakeFramesOfAnyStrideAndTypeThatHoldsThemExactly)
     EXPECT_EQ(vxkit_add_frame(doubles, &inexact, nullptr), VXKIT_OUT_OF_RANGE);
 }
 
+TEST(EngineHandles, RefuseCountsThatWouldAllBeBadPixels)
+{
+    for (const char* kind : {"production", "reference", "local", "single"}) {
+        const Handle engine(kind);
+        cv::Mat_<std::uint16_t> counts(72, 96, std::uint16_t{29000});
+        const vxkit_image frame = imageOf(counts);
+        EXPECT_EQ(vxkit_add_frame(engine, &frame, nullptr), VXKIT_OUT_OF_RANGE) << kind;
+        EXPECT_THAT(vxkit_error(engine), testing::HasSubstr("5000"));
+        counts(71, 95) = 5000;
+        EXPECT_EQ(vxkit_add_frame(engine, &frame, nullptr), VXKIT_OK) << kind;
+    }
+}
+
 TEST(EngineHandles, TellFailuresOfTheEngineWithTheirCode)
 {
     const vxsupport::Burst burst = testBurst();
