@@ -4,12 +4,6 @@
 #include "fuzz/FuzzInput.h"
 
 // Reads an input as a map of bad pixels and mends a frame by it.
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
-{
-    vxfuzz::beSilent();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const vxfuzz::MemoryFile file(vxfuzz::textOf(data, size));

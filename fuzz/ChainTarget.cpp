@@ -179,12 +179,6 @@ void runUnsharp(vxfuzz::Numbers& numbers)
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
-{
-    vxfuzz::beSilent();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     vxfuzz::Numbers numbers(vxfuzz::textOf(data, size));

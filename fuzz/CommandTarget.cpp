@@ -65,13 +65,6 @@ private:
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
-{
-    vxfuzz::beSilent();
-    vxfuzz::Sandbox::instance();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const std::string_view bytes = vxfuzz::textOf(data, size);

@@ -184,12 +184,6 @@ private:
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
-{
-    vxfuzz::beSilent();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     FlatRun(vxfuzz::Numbers(vxfuzz::textOf(data, size))).run();

@@ -41,18 +41,6 @@ void require(bool holds, const char* promise)
     std::abort();
 }
 
-void beSilent()
-{
-    static NullBuffer nowhere;
-    std::cout.rdbuf(&nowhere);
-    std::cerr.rdbuf(&nowhere);
-    const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    require(::dup2(nothing, STDIN_FILENO) >= 0 && ::dup2(nothing, STDOUT_FILENO) >= 0, "there is /dev/null");
-    ::close(nothing);
-    cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
-    cv::redirectError([](int, const char*, const char*, const char*, int, void*) { return 0; });
-}
-
 std::pair<std::string_view, std::string_view> splitAtZero(std::string_view bytes)
 {
     const std::size_t end = std::min(bytes.find('\0'), bytes.size());
@@ -129,3 +117,17 @@ cv::Mat_<float> Numbers::frame(cv::Size size)
 }
 
 }  // namespace vxfuzz
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+{
+    static vxfuzz::NullBuffer nowhere;
+    std::cout.rdbuf(&nowhere);
+    std::cerr.rdbuf(&nowhere);
+    const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    vxfuzz::require(::dup2(nothing, STDIN_FILENO) >= 0 && ::dup2(nothing, STDOUT_FILENO) >= 0,
+                    "there is /dev/null");
+    ::close(nothing);
+    cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
+    cv::redirectError([](int, const char*, const char*, const char*, int, void*) { return 0; });
+    return 0;
+}

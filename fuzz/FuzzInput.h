@@ -8,18 +8,19 @@
 #include <string_view>
 #include <utility>
 
-// What the fuzz targets share. Each target defines LLVMFuzzerTestOneInput, which libFuzzer's engine calls, or the
-// replaying main.
+// What the fuzz targets share.
+
+/// Keeps standard output, the streams and the image library's log silent for the rest of the process, and empties the
+/// standard input. libFuzzer's engine, or the replaying main, calls it first.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
+
+/// Each target defines it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace vxfuzz {
 
 /// Stops the program, as a finding, if something promised does not hold.
 void require(bool holds, const char* promise);
-
-/// Keeps standard output, the streams and the image library's log silent for the rest of the process, and empties the
-/// standard input.
-void beSilent();
 
 inline std::string_view textOf(const std::uint8_t* data, std::size_t size)
 {

@@ -23,13 +23,6 @@ bool hasSmallFrames(const char* settingsPath)
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
-{
-    vxfuzz::beSilent();
-    vxfuzz::Sandbox::instance();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const auto [settings, stream] = vxfuzz::splitAtZero(vxfuzz::textOf(data, size));

@@ -8,8 +8,6 @@
 
 #include "fuzz/FuzzInput.h"
 
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
-
 namespace {
 
 namespace fs = std::filesystem;

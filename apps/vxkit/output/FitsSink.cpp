@@ -7,9 +7,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "apps/files/Failure.h"
-#include "apps/files/OutputFile.h"
-#include "apps/vxkit/output/FrameSinkParts.h"
+#include "apps/vxkit/output/ForeignSink.h"
 
 namespace vxapp {
 
@@ -50,11 +48,10 @@ struct CloseFits
     }
 };
 
-class FitsSink : public FrameSink
+class FitsSink : public ForeignSink
 {
 public:
-    explicit FitsSink(const SinkRequest& request)
-        : shape_(request.shape), file_(request.options.path, request.options.force)
+    explicit FitsSink(const SinkRequest& request) : ForeignSink(request)
     {
         errno = 0;
         int status = 0;
@@ -90,20 +87,10 @@ public:
         std::error_code error;
         const std::uintmax_t size = std::filesystem::file_size(file_.temporaryPath(), error);
         require(status == 0 && !error && size == static_cast<std::uintmax_t>(end));
-        file_.commit();
-        return file_.path().string() + " (" + framesText(shape_) + ", " +
-               std::string(factsOf(shape_.samples).text) + ")";
+        return commit();
     }
 
 private:
-    void require(bool isDone) const
-    {
-        if (!isDone)
-            throw vxfiles::writeFailure(file_.path(), errno);
-    }
-
-    SequenceShape shape_;
-    vxfiles::OutputFile file_;
     std::unique_ptr<fitsfile, CloseFits> fits_;
     LONGLONG added_ = 0;
 };

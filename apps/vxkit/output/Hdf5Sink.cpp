@@ -2,10 +2,8 @@
 #include <array>
 #include <cerrno>
 
-#include "apps/files/Failure.h"
-#include "apps/files/OutputFile.h"
 #include "apps/vxkit/formats/Hdf5Handles.h"
-#include "apps/vxkit/output/FrameSinkParts.h"
+#include "apps/vxkit/output/ForeignSink.h"
 
 namespace vxapp {
 
@@ -33,11 +31,10 @@ hid_t storedAs(SampleType samples)
     }
 }
 
-class Hdf5Sink : public FrameSink
+class Hdf5Sink : public ForeignSink
 {
 public:
-    explicit Hdf5Sink(const SinkRequest& request)
-        : shape_(request.shape), file_(request.options.path, request.options.force)
+    explicit Hdf5Sink(const SinkRequest& request) : ForeignSink(request)
     {
         const QuietHdf5 quiet;
         errno = 0;
@@ -77,20 +74,10 @@ public:
             errno = 0;
             require(set_.reset() && space_.reset() && hdf5_.reset());
         }
-        file_.commit();
-        return file_.path().string() + " (" + framesText(shape_) + " in /" + dataSet + ", " +
-               std::string(factsOf(shape_.samples).text) + ")";
+        return commit(std::string(" in /") + dataSet);
     }
 
 private:
-    void require(bool isDone) const
-    {
-        if (!isDone)
-            throw vxfiles::writeFailure(file_.path(), errno);
-    }
-
-    SequenceShape shape_;
-    vxfiles::OutputFile file_;
     Hdf5Handle hdf5_;
     Hdf5Handle space_;
     Hdf5Handle set_;

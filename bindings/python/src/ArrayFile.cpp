@@ -23,24 +23,24 @@ public:
     }
     vxapp::SampleType sampleOf(const cv::Mat& /*frame*/) const override { return views_.front().samples; }
 
-    cv::Mat read(int index) override
-    {
-        const FrameView& view = views_.at(static_cast<std::size_t>(index));
-        // As files give them: without gaps between rows, which engines take by their address.
-        if (view.samples != vxapp::SampleType::u32)
-            return view.image.isContinuous() ? view.image : view.image.clone();
-        cv::Mat_<double> values(view.image.size());
-        for (int y = 0; y < values.rows; ++y)
-            for (int x = 0; x < values.cols; ++x)
-                values(y, x) = static_cast<std::uint32_t>(view.image.at<int>(y, x));
-        return cv::Mat(values);
-    }
+    cv::Mat read(int index) override { return storedImage(views_.at(static_cast<std::size_t>(index))); }
 
 private:
     std::vector<FrameView> views_;
 };
 
 }  // namespace
+
+cv::Mat storedImage(const FrameView& view)
+{
+    if (view.samples != vxapp::SampleType::u32)
+        return view.image.isContinuous() ? view.image : view.image.clone();
+    cv::Mat_<double> values(view.image.size());
+    for (int y = 0; y < values.rows; ++y)
+        for (int x = 0; x < values.cols; ++x)
+            values(y, x) = static_cast<std::uint32_t>(view.image.at<int>(y, x));
+    return cv::Mat(values);
+}
 
 std::shared_ptr<SharedRecording> recordingOf(const py::object& frames, const std::string& what)
 {

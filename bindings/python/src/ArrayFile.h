@@ -10,6 +10,10 @@
 
 namespace vxpy {
 
+/// A frame as files give it: without gaps between rows, which engines take by their address; numbers that no image holds
+/// as doubles.
+cv::Mat storedImage(const FrameView& view);
+
 /// A recording as Python holds it: one call at a time, from any thread. To be released with the interpreter lock held,
 /// since its frames may be arrays.
 struct SharedRecording

@@ -17,17 +17,6 @@ namespace {
 
 using vxapp::SampleType;
 
-cv::Mat storedImage(const FrameView& view)
-{
-    if (view.samples != SampleType::u32)
-        return view.image.isContinuous() ? view.image : view.image.clone();
-    cv::Mat_<double> values(view.image.size());
-    for (int y = 0; y < values.rows; ++y)
-        for (int x = 0; x < values.cols; ++x)
-            values(y, x) = static_cast<std::uint32_t>(view.image.at<int>(y, x));
-    return cv::Mat(values);
-}
-
 /// The output of a known number of frames like the first.
 class Writer
 {
