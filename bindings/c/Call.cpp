@@ -2,6 +2,7 @@
 #include "bindings/c/Call.h"
 
 #include <omp.h>
+#include <pthread.h>
 
 #include <new>
 #include <opencv2/core.hpp>
@@ -13,25 +14,42 @@ namespace vxc {
 
 namespace {
 
-int& chosenThreads()
+struct ThreadState
 {
-    thread_local int threads = 0;
-    return threads;
+    int chosen = 0;         // 0: OpenMP's own choice
+    bool hasTeam = false;   // OpenMP may keep threads for this one
+    bool lostTeam = false;  // they stayed behind in the process that this one was forked from
+};
+
+ThreadState& threadState()
+{
+    thread_local ThreadState state;
+    return state;
+}
+
+// In the child of a fork this thread is the only one, and OpenMP goes on to count on the others. Alone it never waits.
+void beginChild()
+{
+    threadState().lostTeam = threadState().hasTeam;
 }
 
 }  // namespace
 
 void chooseThreads(int threads)
 {
-    chosenThreads() = threads;
+    threadState().chosen = threads;
 }
 
 CallThreads::CallThreads()
 {
-    if (chosenThreads() == 0)
+    [[maybe_unused]] static const int watched = ::pthread_atfork(nullptr, nullptr, beginChild);
+    ThreadState& state = threadState();
+    state.hasTeam = true;
+    const int threads = state.lostTeam ? 1 : state.chosen;
+    if (threads == 0)
         return;
     before_ = omp_get_max_threads();
-    omp_set_num_threads(chosenThreads());
+    omp_set_num_threads(threads);
 }
 
 CallThreads::~CallThreads()

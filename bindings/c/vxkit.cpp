@@ -340,6 +340,7 @@ vxkit_status vxkit_run(void (*work)(void* user), void* user)
     return guarded([&] {
         if (work == nullptr)
             throw Failure(VXKIT_NULL_ARGUMENT, "work: is null");
+        const CallThreads threads;
         work(user);
     });
 }

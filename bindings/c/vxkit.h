@@ -25,8 +25,9 @@
  * thread; a second one at the same time gives VXKIT_BUSY and changes nothing. A call itself computes with OpenMP's
  * threads, see vxkit_set_threads(); its result is the same bit for bit for any number of them.
  *
- * Fork: after the first use a process must not fork and go on to use the library in the child, where OpenMP's threads do
- * not exist. Fork before the first use, or let the child start a program (exec).
+ * Fork: a child inherits the handles and may use them. If the thread that forked had made calls before, its calls in the
+ * child compute with one thread, whatever vxkit_set_threads() says, since OpenMP's other threads stayed behind; threads
+ * that the child starts have all of them. No other thread may be in a call while a thread forks.
  *
  * Quiet: what the classes behind this interface print elsewhere reaches the callback of vxkit_set_log() alone.
  *

@@ -2,6 +2,9 @@
 """superres() and compare() against the program."""
 
 import json
+import os
+import subprocess
+import sys
 
 import numpy as np
 import pytest
@@ -53,6 +56,22 @@ def test_takes_frames_in_any_form(burst):
                  np.asfortranarray(frames), frames.astype(np.float64)):
         assert same_bits(vxkit.superres(form).image, expected)
     assert same_bits(vxkit.superres(frames[:, ::-1]).image, vxkit.superres(frames[:, ::-1].copy()).image)
+
+
+# A child of which nothing comes back hangs; so it runs where it can be given up.
+def test_computes_in_a_forked_child(burst):
+    script = """
+import multiprocessing, sys, vxkit
+def work(engine):
+    frames = vxkit.read(sys.argv[1])
+    return vxkit.superres(frames, **engine).image.tobytes()
+engines = [{}, {"engine": "phase"}, {"engine": "reference"}, {"motion": "local"}]
+before = [work(engine) for engine in engines]
+with multiprocessing.get_context("fork").Pool(2) as pool:
+    assert pool.map(work, engines) == before
+"""
+    surroundings = {**os.environ, "OMP_NUM_THREADS": "3"}
+    subprocess.run([sys.executable, "-c", script, burst[0]], env=surroundings, check=True, timeout=120)
 
 
 def test_says_what_is_wrong_with_the_input(burst):

@@ -338,6 +338,10 @@ TEST(Threads, AreChosenForCallsAlone)
     EXPECT_EQ(vxkit_set_threads(before + 3), VXKIT_OK);
     processed(Handle("spatial"), sampleStream(1).front());
     EXPECT_EQ(omp_get_max_threads(), before);
+    int inside = 0;
+    const auto look = [](void* seen) { *static_cast<int*>(seen) = omp_get_max_threads(); };
+    EXPECT_EQ(vxkit_run(look, &inside), VXKIT_OK);
+    EXPECT_EQ(std::pair(inside, omp_get_max_threads()), std::pair(before + 3, before));
     EXPECT_EQ(vxkit_set_threads(-1), VXKIT_OUT_OF_RANGE);
     EXPECT_EQ(vxkit_set_threads(0), VXKIT_OK);
 }
