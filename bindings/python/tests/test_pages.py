@@ -25,13 +25,16 @@ def night(tmp_path):
 
 def test_the_code_on_the_page_runs(night, monkeypatch, capsys):
     monkeypatch.chdir(night)
-    blocks = re.findall(r"```python\n(.*?)```", (TREE / "docs/host-python.md").read_text(), re.DOTALL)
+    # A build without videos shows the same with another format.
+    clear = "clear.mkv" if any(entry["name"] == "mkv" for entry in vxkit.formats()) else "clear.npy"
+    page = (TREE / "docs/host-python.md").read_text().replace("clear.mkv", clear)
+    blocks = re.findall(r"```python\n(.*?)```", page, re.DOTALL)
     assert len(blocks) >= 6
     names = {}
     for block in blocks:
         exec(compile(block, "docs/host-python.md", "exec"), names)
     assert "frames: 3 frames in all; expected at least 5" in capsys.readouterr().out
-    assert vxkit.read("clear.mkv").shape == vxkit.read("clear.tiff").shape == (14, 120, 160)
+    assert vxkit.read(clear).shape == vxkit.read("clear.tiff").shape == (14, 120, 160)
     assert len(names["results"]) == 4
 
 
