@@ -4,6 +4,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <utility>
 
+#include "apps/vxkit/formats/PngChunks.h"
 #include "apps/vxkit/input/FrameFileParts.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "apps/vxkit/terminal/QuietStream.h"
@@ -23,10 +24,13 @@ public:
     cv::Mat read(int /*index*/) override
     {
         requireHeldSize();
+        std::uint64_t bytes = 0;
+        std::ifstream file = openForReading(path_, bytes);
         cv::Mat frame;
         try {
             const QuietStandardError quiet;
-            frame = cv::imread(path_, cv::IMREAD_UNCHANGED);
+            if (hasWholeChunks(file))
+                frame = cv::imread(path_, cv::IMREAD_UNCHANGED);
         } catch (const cv::Exception& error) {  // told below
             if (error.code == cv::Error::StsNoMem)
                 throw std::bad_alloc();

@@ -8,7 +8,6 @@
 #include "apps/vxkit/input/FrameFileParts.h"
 #include "apps/vxkit/input/TiffPage.h"
 #include "apps/vxkit/terminal/Failure.h"
-#include "apps/vxkit/terminal/QuietStream.h"
 
 namespace vxapp {
 
@@ -143,7 +142,6 @@ bool readTiles(TIFF* tiff, char* bytes, const Page& page, const std::string& nam
 cv::Mat TiffFile::read(int index)
 {
     const std::string name = frameCount() == 1 ? path_ : path_ + ", frame " + std::to_string(index);
-    const QuietStandardError quiet;
     const TiffPage tiff(path_, pages_[index]);
     std::vector<char> bytes;
     if (tiff.isOpen()) {

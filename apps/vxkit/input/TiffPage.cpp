@@ -97,10 +97,7 @@ private:
 
 TiffPage::TiffPage(const std::string& path, std::uint64_t place) : view_(std::make_unique<View>(path, place))
 {
-    const std::unique_ptr<TIFFOpenOptions, decltype(&TIFFOpenOptionsFree)> options(TIFFOpenOptionsAlloc(),
-                                                                                   TIFFOpenOptionsFree);
-    if (!options)
-        throw std::bad_alloc();
+    const auto options = quietTiffOptions();
     TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), static_cast<tmsize_t>(view_->size()) + largestExtra);
     tiff_.reset(TIFFClientOpenExt(path.c_str(), "rm", view_.get(), View::read, View::write, View::seek,
                                   View::close, View::sizeOf, nullptr, nullptr, options.get()));

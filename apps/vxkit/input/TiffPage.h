@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <tiffio.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>
+
+#include "apps/vxkit/formats/TiffHandles.h"
 
 namespace vxapp {
 
@@ -30,13 +30,9 @@ public:
 
 private:
     class View;
-    struct Close
-    {
-        void operator()(TIFF* tiff) const { TIFFClose(tiff); }
-    };
 
     std::unique_ptr<View> view_;  // outlives the library's object
-    std::unique_ptr<TIFF, Close> tiff_;
+    TiffHandle tiff_;
 };
 
 }  // namespace vxapp

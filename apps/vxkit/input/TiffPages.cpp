@@ -4,7 +4,6 @@
 #include "apps/vxkit/input/FrameFileParts.h"
 #include "apps/vxkit/input/TiffPage.h"
 #include "apps/vxkit/terminal/Failure.h"
-#include "apps/vxkit/terminal/QuietStream.h"
 
 // The TIFF library ends at the first page that it can't find, so a file that was cut off would look like a
 // shorter recording. Following the chain of page directories shows the loss, and where each page is.
@@ -111,7 +110,6 @@ private:
 
 FrameTable tiffPages(const std::string& path)
 {
-    const QuietStandardError quiet;
     return TiffChain(path).pages();
 }
 

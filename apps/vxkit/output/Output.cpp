@@ -16,6 +16,7 @@
 
 #include "apps/files/OutputFile.h"
 #include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/formats/PngChunks.h"
 #include "apps/vxkit/output/TiffWriter.h"
 #include "apps/vxkit/terminal/Failure.h"
 #include "core/io/ImageIO.h"
@@ -38,18 +39,6 @@ std::vector<float> finiteValues(const cv::Mat_<float>& image)
     return values;
 }
 
-// CRC-32 as PNG chunks carry it (polynomial 0xEDB88320, reflected).
-std::uint32_t crc32(std::string_view bytes)
-{
-    std::uint32_t crc = 0xFFFFFFFFU;
-    for (const char c : bytes) {
-        crc ^= static_cast<unsigned char>(c);
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc & 1U) != 0 ? (crc >> 1) ^ 0xEDB88320U : crc >> 1;
-    }
-    return ~crc;
-}
-
 std::string bigEndian(std::uint32_t number)
 {
     std::string bytes;
@@ -66,7 +55,7 @@ void insertText(std::vector<unsigned char>& png, const std::string& keyword, con
     body.push_back('\0');
     body += text;
     const auto length = static_cast<std::uint32_t>(body.size() - 4);
-    const std::string chunk = bigEndian(length) + body + bigEndian(crc32(body));
+    const std::string chunk = bigEndian(length) + body + bigEndian(crcOfChunk(body));
     png.insert(png.begin() + headerEnd, chunk.begin(), chunk.end());
 }
 

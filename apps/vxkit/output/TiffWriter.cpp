@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/vxkit/output/TiffWriter.h"
 
-#include <tiffio.h>
-
 #include <cerrno>
 #include <cstdint>
 #include <string>
 
 #include "apps/files/Failure.h"
-#include "apps/vxkit/terminal/QuietStream.h"
+#include "apps/vxkit/formats/TiffHandles.h"
 
 namespace vxapp {
 
@@ -22,11 +20,6 @@ bool needsBigTiff(const SequenceShape& shape)
         factsOf(shape.samples).bytes * static_cast<std::uint64_t>(shape.size.area()) + directoryBytes;
     return pageBytes * static_cast<std::uint64_t>(shape.frames) > UINT32_MAX;
 }
-
-struct CloseTiff
-{
-    void operator()(TIFF* tiff) const { TIFFClose(tiff); }
-};
 
 int formatOf(SampleType samples)
 {
@@ -46,27 +39,23 @@ int formatOf(SampleType samples)
 
 struct TiffWriter::Handle
 {
-    std::unique_ptr<TIFF, CloseTiff> tiff;
+    TiffHandle tiff;
 };
 
 TiffWriter::TiffWriter(const vxfiles::OutputFile& file, const SequenceShape& shape)
     : path_(file.path()), shape_(shape), handle_(std::make_unique<Handle>())
 {
-    const QuietStandardError quiet;
     errno = 0;
-    handle_->tiff.reset(TIFFOpen(file.temporaryPath().c_str(), needsBigTiff(shape_) ? "w8" : "w"));
+    const auto options = quietTiffOptions();
+    handle_->tiff.reset(
+        TIFFOpenExt(file.temporaryPath().c_str(), needsBigTiff(shape_) ? "w8" : "w", options.get()));
     require(handle_->tiff != nullptr);
 }
 
-TiffWriter::~TiffWriter()
-{
-    const QuietStandardError quiet;
-    handle_.reset();
-}
+TiffWriter::~TiffWriter() = default;
 
 void TiffWriter::add(const cv::Mat& frame)
 {
-    const QuietStandardError quiet;
     errno = 0;
     TIFF* tiff = handle_->tiff.get();
     const auto rows = static_cast<std::uint32_t>(frame.rows);
@@ -86,7 +75,6 @@ void TiffWriter::add(const cv::Mat& frame)
 
 void TiffWriter::finish()
 {
-    const QuietStandardError quiet;
     errno = 0;
     require(TIFFFlush(handle_->tiff.get()) == 1);
     handle_->tiff.reset();
