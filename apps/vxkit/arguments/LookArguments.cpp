@@ -27,7 +27,7 @@ void addBadPixelOptions(CLI::App& command, BadPixelOptions& options)
         .add_option("--bad-pixels", options.source,
                     "Mend hot and cold pixels ahead of everything else: auto (the default) learns them over "
                     "the frames,\n"
-                    "off leaves them, or a map of the frames' size, an 8-bit PNG in which they are not 0")
+                    "off leaves them, or a map of the frames' size, a PNG in which they are not 0")
         ->type_name("auto|MAP.png|off");
     command
         .add_option("--write-bad-pixels", options.output,

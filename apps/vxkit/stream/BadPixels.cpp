@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "apps/vxkit/formats/FileFormats.h"
+#include "apps/vxkit/formats/PngChunks.h"
 #include "apps/vxkit/input/FrameFile.h"
 #include "apps/vxkit/input/RegularFile.h"
 #include "apps/vxkit/output/Output.h"
@@ -195,6 +196,9 @@ std::optional<cv::Size> mapSize(const std::string& path)
         return openImageFile(path)->shapeOfAll()->size;
     if (format != formatNamed("png"))
         return std::nullopt;
+    std::ifstream file(path, std::ios::binary);
+    if (!hasWholeChunks(file))
+        throw UsageError(path + ": can't be decoded; expected an undamaged, complete image");
     const auto side = [&start](std::size_t place) {
         std::uint32_t pixels = 0;
         for (std::size_t i = 0; i < 4; ++i)
@@ -205,14 +209,29 @@ std::optional<cv::Size> mapSize(const std::string& path)
     return cv::Size{side(16), side(20)};
 }
 
+// Marks of 8 bits stay as they are. In any other image pixels are bad that are not 0, or not black.
+cv::Mat marksOf(const cv::Mat& image)
+{
+    if (image.type() == CV_8UC1 || image.empty())
+        return image;
+    std::vector<cv::Mat> colours;
+    cv::split(image, colours);
+    if (colours.size() > 3)
+        colours.pop_back();                // how opaque a pixel is
+    cv::Mat marks = colours.front() != 0;  // 255, as hot ones have
+    for (const cv::Mat& colour : colours)
+        marks |= colour != 0;
+    return marks;
+}
+
 }  // namespace
 
 BadPixelMap readBadPixels(const std::string& path, cv::Size size)
 {
-    requireRegularFile(path, "a map of bad pixels, an 8-bit PNG");
+    requireRegularFile(path, "a map of bad pixels, a PNG or PGM image");
     const std::optional<cv::Size> told = mapSize(path);
     if (!told)
-        throw UsageError(path + ": can't be read; expected a map of bad pixels, an 8-bit PNG");
+        throw UsageError(path + ": can't be read; expected a map of bad pixels, a PNG or PGM image");
     if (*told != size)
         throw UsageError(path + ": has " + std::to_string(told->width) + "x" + std::to_string(told->height) +
                          " pixels, while the frames have " + std::to_string(size.width) + "x" +
@@ -220,7 +239,7 @@ BadPixelMap readBadPixels(const std::string& path, cv::Size size)
     cv::Mat read;
     try {
         const QuietStandardError quiet;
-        read = cv::imread(path, cv::IMREAD_GRAYSCALE);
+        read = marksOf(cv::imread(path, cv::IMREAD_UNCHANGED));
     } catch (const cv::Exception&) {  // told below
     }
     if (read.size() != size)

@@ -69,7 +69,7 @@ private:
     std::vector<Repair> repairs_;
 };
 
-/// Reads a map as writeBadPixels() writes it; any 8-bit PNG or PGM image will do, pixels above 0 are bad.
+/// Reads a map as writeBadPixels() writes it; any PNG or PGM image will do, pixels above 0 are bad.
 /// @throws UsageError if it can't be read or has another size
 BadPixelMap readBadPixels(const std::string& path, cv::Size size);
 /// Writes a PNG: good pixels 0, cold ones 85, hot ones 255.

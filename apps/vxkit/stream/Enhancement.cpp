@@ -3,6 +3,7 @@
 
 #include "apps/vxkit/input/Recording.h"
 #include "apps/vxkit/terminal/Failure.h"
+#include "apps/vxkit/terminal/Verbosity.h"
 
 namespace vxapp {
 
@@ -28,6 +29,9 @@ Enhancement::Enhancement(Recording& recording, const EnhancementOptions& options
 
 void Enhancement::settle(const Survey& found)
 {
+    if (const int bad = found.badPixels.marks.empty() ? 0 : found.badPixels.bad(); bad > size_.area() / 2)
+        warn("the map of bad pixels marks " + std::to_string(bad) + " of " + std::to_string(size_.area()) +
+             " pixels; expected 0 for the good ones");
     mender_ = BadPixelMender(found.badPixels);
     settings_ = chainSettings(options_, size_, found.noise);
     stage_.reset();

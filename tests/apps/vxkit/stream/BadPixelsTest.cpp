@@ -4,6 +4,7 @@
 #include <cmath>
 #include <functional>
 #include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include "apps/TemporaryFolder.h"
@@ -120,4 +121,14 @@ TEST_F(BadPixels, MapSurvivesItsFile)
     const BadPixelMap read = readBadPixels(at("map.png"), frameSize);
     EXPECT_EQ(cv::norm(read.marks, map.marks, cv::NORM_INF), 0.0);
     EXPECT_EQ(read.count(BadPixelMap::hot), 3);
+    // A paint program's: low counts of 16 bits, or a dark colour.
+    cv::Mat deep;
+    cv::Mat colours;
+    map.marks.convertTo(deep, CV_16U, 1.0 / 85.0);
+    const cv::Mat none = map.marks * 0;
+    cv::merge(std::vector<cv::Mat>{map.marks / 255, none, none}, colours);
+    cv::imwrite(at("deep.png"), deep);
+    cv::imwrite(at("colours.png"), colours);
+    EXPECT_EQ(readBadPixels(at("deep.png"), frameSize).bad(), map.bad());
+    EXPECT_EQ(readBadPixels(at("colours.png"), frameSize).bad(), 3);
 }
