@@ -86,6 +86,18 @@ std::optional<float> psfSigmaFor(const std::string& camera)
     return halvor::vx::psfSigmaOf(model, fieldOfView);
 }
 
+std::string cameraModels()
+{
+    return "310 315 316 320 321 322 325 330";
+}
+
+std::string unknownCameraText()
+{
+    return ": no known camera and lens; expected one of the models " + cameraModels() +
+           " and FOV with the field of view, as in \"k325 FOV25\" (for another camera measure --psf-sigma "
+           "with vxkit psf)";
+}
+
 std::string referenceRange(const SuperresSettings& settings)
 {
     return "0 (the newest frame) to " + std::to_string(settings.windowSize() - 1) + " (the oldest)";

@@ -75,6 +75,12 @@ EngineKind engineKindFrom(const std::string& name);
 /// Point spread of the camera and lens in a text; empty for a text that names no known ones.
 std::optional<float> psfSigmaFor(const std::string& camera);
 
+/// The three digits of each camera model whose point spread is known, with spaces between them.
+std::string cameraModels();
+
+/// What is wrong with a text of which there is no point spread, to stand behind it.
+std::string unknownCameraText();
+
 /// What the engines make of a camera and lens text, for people.
 std::string cameraText(const SuperresSettings& settings);
 

@@ -85,7 +85,7 @@ void addEngineOptions(CLI::App& command, SuperresSettings& settings)
         .add_option("--camera", settings.camera,
                     "Camera and lens, which set the width of the point spread: the three digits of\n"
                     "a model (" +
-                        cameraModels() + ") and FOV with the field of view")
+                        vxsupport::cameraModels() + ") and FOV with the field of view")
         ->check(knownCamera())
         ->type_name("\"k325 FOV25\"");
     command

@@ -245,11 +245,24 @@ std::string SampleScale::description() const
              << (isChosen_ ? ", chosen from the recording" : "");
     else if (isChosen_)
         text << "; whole numbers, taken as counts";
-    if (scale_ > noise_ && noise_ > 0.0)
+    if (lostDetail())
         text << "\nwarning: a count is more than the noise of " << noise_
              << ", since the values go so far apart: detail is lost; --scale and --offset choose the range "
                 "that matters";
     return text.str();
+}
+
+int SampleScale::undefinedValues() const
+{
+    int undefined = 0;
+    for (const auto& [frame, count] : undefined_)
+        undefined += count;
+    return undefined;
+}
+
+std::optional<double> SampleScale::lostDetail() const
+{
+    return scale_ > noise_ && noise_ > 0.0 ? std::optional(scale_) : std::nullopt;
 }
 
 std::string SampleScale::remarks() const
@@ -258,10 +271,7 @@ std::string SampleScale::remarks() const
     if (fileType_ == SampleType::u16 && form_ == SampleForm::unsignedCounts && largestCount_ > largestSigned)
         text += "note: counts up to " + std::to_string(static_cast<int>(largestCount_)) +
                 " were taken as unsigned; --signed takes those above 32767 as negative\n";
-    int undefined = 0;
-    for (const auto& [frame, count] : undefined_)
-        undefined += count;
-    if (undefined > 0)
+    if (const int undefined = undefinedValues(); undefined > 0)
         text += "note: " + std::to_string(undefined) +
                 (undefined == 1 ? " value was no number and was" : " values were no numbers and were") +
                 " filled in from neighbours\n";

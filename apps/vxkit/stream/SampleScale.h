@@ -58,6 +58,10 @@ public:
 
     /// How counts are meant, for people.
     std::string description() const;
+    /// Values of the frames so far that were no numbers.
+    int undefinedValues() const;
+    /// What a count is, if it is more than the recording's noise, so that detail is lost.
+    std::optional<double> lostDetail() const;
     /// What was strange about the values of the frames so far, for people; empty for nothing.
     std::string remarks() const;
 

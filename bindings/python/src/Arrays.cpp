@@ -34,14 +34,30 @@ int imageType(SampleType samples)
     return samples == SampleType::u32 ? CV_32SC1 : vxapp::factsOf(samples).storage;
 }
 
+// Masked pixels hold values that are none.
+void requireUnmasked(const py::object& object, const std::string& what)
+{
+    if (!py::hasattr(object, "mask"))
+        return;
+    const py::module_ masks = py::module_::import("numpy.ma");
+    if (masks.attr("is_masked")(object).cast<bool>())
+        throw py::value_error(what + ": has " + std::string(py::str(masks.attr("count_masked")(object))) +
+                              " masked pixels; expected none (filled(), or floats with nan in their place)");
+}
+
 py::array asArray(const py::object& object, const std::string& what)
 {
-    py::array array = py::array::ensure(object);
-    if (!array) {
-        PyErr_Clear();
-        throw py::value_error(what + ": expected an array, found " +
-                              std::string(py::str(py::type::of(object))));
+    if (py::isinstance<py::array>(object)) {
+        requireUnmasked(object, what);
+        return py::reinterpret_borrow<py::array>(object);
     }
+    py::array array = py::array::ensure(object);
+    PyErr_Clear();
+    // numpy makes an array of anything: of what it doesn't know, one that holds it.
+    const bool isKnown = array && array.dtype().kind() != 'O' && !py::isinstance<py::str>(object) &&
+                         !py::isinstance<py::bytes>(object);
+    if (!isKnown)
+        throw py::value_error(what + ": expected an array, found " + typeName(object));
     return array;
 }
 
@@ -78,6 +94,11 @@ void requireFrame(const py::array& array, const std::string& what)
 }
 
 }  // namespace
+
+std::string typeName(const py::handle& object)
+{
+    return std::string(py::str(py::type::handle_of(object).attr("__name__")));
+}
 
 std::string arrayText(const py::array& array)
 {
@@ -154,12 +175,22 @@ std::vector<FrameView> frameViews(const py::object& frames, const std::string& w
     }
     if (!py::isinstance<py::iterable>(frames))
         throw py::value_error(what + ": expected an array or a sequence of arrays, found " +
-                              std::string(py::str(py::type::of(frames))));
+                              typeName(frames));
     for (const py::handle frame : frames)
         add(py::reinterpret_borrow<py::object>(frame));
     if (views.empty())
         throw py::value_error(what + ": holds no frames; expected at least one");
     return views;
+}
+
+void requireApart(const FrameView& frame, const cv::Mat& image, const py::array& out)
+{
+    const bool isSame = frame.image.data == image.data && frame.image.step[0] == image.step[0];
+    const bool isBeside = frame.image.dataend <= image.datastart || image.dataend <= frame.image.datastart;
+    if (isSame || isBeside)
+        return;
+    if (py::module_::import("numpy").attr("shares_memory")(frame.array, out).cast<bool>())
+        throw py::value_error("out: lies partly on the frame; expected the frame itself or other memory");
 }
 
 cv::Mat writableImage(const py::object& out, cv::Size size, SampleType samples)
@@ -169,14 +200,16 @@ cv::Mat writableImage(const py::object& out, cv::Size size, SampleType samples)
                ", " + std::to_string(size.width) + ")";
     };
     if (!py::isinstance<py::array>(out))
-        throw py::value_error("out: expected an array, " + expected() + ", found " +
-                              std::string(py::str(py::type::of(out))));
+        throw py::value_error("out: expected an array, " + expected() + ", found " + typeName(out));
     const auto array = py::reinterpret_borrow<py::array>(out);
     if (array.ndim() != 2 || array.shape(0) != size.height || array.shape(1) != size.width ||
         sampleTypeOf(array, "out") != samples)
         throw py::value_error("out: has " + arrayText(array) + "; expected " + expected());
     if (!isNative(array.dtype()) || !liesInRows(array))
-        throw py::value_error("out: expected native values whose rows lie one behind the other");
+        throw py::value_error(
+            "out: has the strides " + std::string(py::str(array.attr("strides"))) + " of " +
+            arrayText(array) +
+            "; expected values in native byte order that lie one behind the other in a row");
     if (!array.writeable())
         throw py::value_error("out: is read-only; expected a writable array");
     return imageOn(array, samples);

@@ -22,6 +22,9 @@ struct FrameView
     vxapp::SampleType samples;
 };
 
+/// Of its class, for messages.
+std::string typeName(const py::handle& object);
+
 /// "uint16 (120, 160)"
 std::string arrayText(const py::array& array);
 
@@ -40,6 +43,10 @@ FrameView frameView(const py::object& frame, const std::string& what);
 /// An array to write into.
 /// @throws ValueError unless it is a writable array of the shape and type that lies in rows
 cv::Mat writableImage(const py::object& out, cv::Size size, vxapp::SampleType samples);
+
+/// @param image  on the array of the result
+/// @throws ValueError where it would overwrite parts of a frame that are still to be read
+void requireApart(const FrameView& frame, const cv::Mat& image, const py::array& out);
 
 /// An array that owns the image; on its memory where nobody else holds it.
 /// @param image  in the storage of its samples

@@ -44,6 +44,8 @@ int settingFrom(const ChainSetting& setting, const py::handle& value)
     }
     long chosen = 0;
     try {
+        if (py::isinstance<py::bool_>(value))
+            throw py::cast_error();
         chosen = value.cast<long>();
     } catch (const py::cast_error&) {
         throw py::value_error(name + ": expected a whole number from " + std::to_string(setting.low) +
@@ -56,12 +58,22 @@ int settingFrom(const ChainSetting& setting, const py::handle& value)
     return static_cast<int>(chosen);
 }
 
+bool switchFrom(const std::string& name, const py::handle& value)
+{
+    try {
+        if (!value.is_none())
+            return value.cast<bool>();
+    } catch (const py::cast_error&) {  // told below
+    }
+    throw py::value_error(name + ": expected True or False, found " + std::string(py::repr(value)));
+}
+
 void takeSetting(const std::string& name, const py::handle& value, ChainOptions& options)
 {
     const auto blocks = vxsupport::chainBlocks();
     for (std::size_t i = 0; i < blocks.size(); ++i)
         if (name == blocks[i].prefix) {
-            options.blocks[i] = value.cast<bool>();
+            options.blocks[i] = switchFrom(name, value);
             return;
         }
     const auto table = vxsupport::chainTable();
@@ -111,6 +123,10 @@ public:
         return enhancement_->isEqualised() ? SampleType::u16 : enhancement_->scale().valueType();
     }
     bool runsTwice() const { return enhancement_->runsTwice(); }
+    /// Pixels of the frames so far that were no numbers.
+    int undefinedValues() { return enhancement_->scale().undefinedValues(); }
+    /// What one count stands for, if that is more than the recording's noise.
+    std::optional<double> lostDetail() { return enhancement_->scale().lostDetail(); }
 
     /// Looks through the recording.
     py::dict survey()
@@ -136,7 +152,7 @@ public:
             if (view.samples != SampleType::u8 || view.image.size() != input_->recording.frameSize())
                 throw py::value_error("bad_pixels: has " + arrayText(view.array) +
                                       "; expected uint8 values in the shape of a frame, " +
-                                      std::string(py::str(shape())));
+                                      std::string(py::str(py::make_tuple(shape()[1], shape()[2]))));
             found.badPixels.marks = view.image.clone();
         }
         unlocked([&] { enhancement_->settle(found); });
@@ -233,6 +249,8 @@ void addEnhancement(py::module_& module)
         .def_property_readonly("shape", &EnhancedRecording::shape)
         .def_property_readonly("dtype", [](EnhancedRecording& self) { return dtypeOf(self.type()); })
         .def_property_readonly("runs_twice", &EnhancedRecording::runsTwice)
+        .def_property_readonly("undefined_values", &EnhancedRecording::undefinedValues)
+        .def_property_readonly("lost_detail", &EnhancedRecording::lostDetail)
         .def("survey", &EnhancedRecording::survey)
         .def("settle", &EnhancedRecording::settle, py::arg("noise"), py::arg("bad_pixels"))
         .def("measure", &EnhancedRecording::measure)

@@ -18,10 +18,29 @@ PyObject* errorClass = nullptr;  // borrowed from the module, which lives as lon
 
 void raise(PyObject* type, const std::string& message)
 {
-    PyErr_SetString(type, inPython(message).c_str());
+    PyErr_SetObject(type, textOf(inPython(message)).ptr());
+}
+
+// "uint16" of "u16": types of samples as numpy calls them.
+std::string withNumpyNames(const std::string& text, const std::string& before)
+{
+    const auto renamed = [&](const std::string& in, const char* letters, const char* name) {
+        const std::regex type("\\b(" + before + ")[" + letters + "](8|16|32|64)\\b");
+        return std::regex_replace(in, type, "$1" + std::string(name) + "$2");
+    };
+    return renamed(renamed(renamed(text, "u", "uint"), "is", "int"), "f", "float");
 }
 
 }  // namespace
+
+py::str textOf(const std::string& text)
+{
+    PyObject* const decoded =
+        PyUnicode_DecodeUTF8(text.data(), static_cast<py::ssize_t>(text.size()), "surrogateescape");
+    if (decoded == nullptr)
+        throw py::error_already_set();
+    return py::reinterpret_steal<py::str>(decoded);
+}
 
 std::string inPython(const std::string& message)
 {
@@ -34,14 +53,16 @@ std::string inPython(const std::string& message)
             text += letter == '-' ? '_' : letter;
         place = message.begin() + found->position(2) + found->length(2);
     }
-    return text.append(place, message.end());
+    return withNumpyNames(text.append(place, message.end()), "dtype ");
 }
 
-void raiseOfFile(const vxapp::UsageError& error)
+namespace {
+
+// @param usual  of what tells of nothing that may happen to a file
+PyObject* kindOf(const std::string& message, PyObject* usual)
 {
-    const std::string message = error.what();
     const auto tells = [&](std::string_view words) { return message.find(words) != std::string::npos; };
-    PyObject* type = PyExc_OSError;
+    PyObject* type = usual;
     if (message.starts_with("--") || tells("expected an output name that ends in"))
         type = PyExc_ValueError;
     else if (tells("no such file") || tells("does not exist"))
@@ -50,13 +71,23 @@ void raiseOfFile(const vxapp::UsageError& error)
         type = PyExc_FileExistsError;
     else if (tells("no permission") || tells("Permission denied"))
         type = PyExc_PermissionError;
-    raise(type, message);
+    else if (tells("can't be read") || tells("can't be decoded"))
+        type = PyExc_OSError;
+    return type;
+}
+
+}  // namespace
+
+void raiseOfFile(const vxapp::UsageError& error)
+{
+    const std::string message = error.what();
+    raise(kindOf(message, PyExc_OSError), message);
     throw py::error_already_set();
 }
 
 void raiseError(const std::string& message, int code)
 {
-    const py::object error = py::reinterpret_borrow<py::object>(errorClass)(inPython(message));
+    const py::object error = py::reinterpret_borrow<py::object>(errorClass)(textOf(inPython(message)));
     error.attr("code") = code;
     PyErr_SetObject(errorClass, error.ptr());
     throw py::error_already_set();
@@ -65,6 +96,8 @@ void raiseError(const std::string& message, int code)
 void raiseStatus(vxkit_status status, const std::string& message)
 {
     PyObject* type = errorClass;
+    static const std::regex function("vxkit_([a-z_]+)");
+    std::string text = std::regex_replace(withNumpyNames(message, ""), function, "$1()");
     switch (status) {
         case VXKIT_NULL_ARGUMENT:
         case VXKIT_UNKNOWN_NAME:
@@ -76,10 +109,13 @@ void raiseStatus(vxkit_status status, const std::string& message)
         case VXKIT_OUT_OF_MEMORY:
             type = PyExc_MemoryError;
             break;
+        case VXKIT_BUSY:
+            text = "in use by another thread; an object takes one call at a time";
+            break;
         default:
             break;
     }
-    raise(type, message);
+    raise(type, text);
     throw py::error_already_set();
 }
 
@@ -101,7 +137,7 @@ void addErrors(py::module_& module)
             if (thrown)
                 std::rethrow_exception(thrown);
         } catch (const vxapp::UsageError& failure) {
-            raise(PyExc_ValueError, failure.what());
+            raise(kindOf(failure.what(), PyExc_ValueError), failure.what());
         } catch (const vxapp::EngineError& failure) {
             raise(errorClass, failure.what());
         } catch (const vxsupport::SettingError& failure) {

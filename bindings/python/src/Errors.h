@@ -17,6 +17,9 @@ namespace py = pybind11;
 /// of memory a MemoryError, anything else a vxkit.Error.
 void addErrors(py::module_& module);
 
+/// A text in which names of files may stand that are no UTF-8; as os.fsdecode() has them.
+py::str textOf(const std::string& text);
+
 /// Names of options as Python calls them: "psf_sigma" of "--psf-sigma".
 std::string inPython(const std::string& message);
 
@@ -38,7 +41,7 @@ auto onFiles(Function function)
     } catch (const vxapp::UsageError& error) {
         raiseOfFile(error);
     } catch (const vxapp::WriteError& error) {
-        PyErr_SetString(PyExc_OSError, error.what());
+        PyErr_SetObject(PyExc_OSError, textOf(error.what()).ptr());
         throw py::error_already_set();
     }
 }

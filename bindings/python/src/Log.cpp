@@ -5,6 +5,7 @@
 
 #include "apps/vxkit/terminal/Verbosity.h"
 #include "bindings/c/vxkit.h"
+#include "bindings/python/src/Errors.h"
 
 namespace vxpy {
 
@@ -17,7 +18,7 @@ void tell(const char* level, const std::string& text)
 {
     const py::gil_scoped_acquire acquired;
     try {
-        py::module_::import("logging").attr("getLogger")("vxkit").attr(level)("%s", text);
+        py::module_::import("logging").attr("getLogger")("vxkit").attr(level)("%s", textOf(text));
     } catch (py::error_already_set& error) {
         error.discard_as_unraisable("the logger vxkit");
     }
@@ -25,7 +26,7 @@ void tell(const char* level, const std::string& text)
 
 void takeWarning(const std::string& text)
 {
-    tell("warning", text);
+    tell("warning", inPython(text));
 }
 
 // Failures are raised, and what classes print helps to find a fault.

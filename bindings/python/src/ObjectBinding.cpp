@@ -2,6 +2,7 @@
 // Engines, chain, blocks, filters and simulators: objects of the C interface, by their kinds.
 
 #include <cmath>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "bindings/python/src/Arrays.h"
 #include "bindings/python/src/Bindings.h"
 #include "bindings/python/src/Errors.h"
+#include "support/drivers/BurstEngine.h"
 
 namespace vxpy {
 
@@ -91,18 +93,32 @@ public:
 
     int width() const { return size_.width; }
     int height() const { return size_.height; }
-    void reset() { require(vxkit_reset(object_)); }
-
-    void set(const std::string& name, const py::handle& value)
+    void reset()
     {
-        if (py::isinstance<py::str>(value))
-            return require(vxkit_set_text(object_, name.c_str(), value.cast<std::string>().c_str()));
-        try {
-            require(vxkit_set_number(object_, name.c_str(), value.cast<double>()));
-        } catch (const py::cast_error&) {
-            throw py::value_error(name + ": expected a number or a text, found " +
-                                  std::string(py::repr(value)));
+        require(vxkit_reset(object_));
+        streamed_.reset();
+    }
+
+    /// @param shown  the setting's name in messages
+    void set(const std::string& name, const py::handle& value, const std::string& shown)
+    {
+        vxkit_status status = VXKIT_OK;
+        if (py::isinstance<py::str>(value)) {
+            const auto text = value.cast<std::string>();
+            if (name == "camera" && !text.empty() && !vxsupport::psfSigmaFor(text))
+                throw py::value_error(inPython(shown + " " + text + vxsupport::unknownCameraText()));
+            status = vxkit_set_text(object_, name.c_str(), text.c_str());
+        } else {
+            try {
+                status = vxkit_set_number(object_, name.c_str(), value.cast<double>());
+            } catch (const py::cast_error&) {
+                throw py::value_error(shown + ": expected a number or a text, found " +
+                                      std::string(py::repr(value)));
+            }
         }
+        const std::string message = status == VXKIT_OK ? "" : vxkit_last_error();
+        if (status != VXKIT_OK)
+            raiseStatus(status, message.starts_with(name) ? shown + message.substr(name.size()) : message);
     }
     double number(const std::string& name) const
     {
@@ -122,12 +138,12 @@ public:
 
     py::array process(const py::object& frame, const py::object& out)
     {
-        const FrameView view = frameView(frame, "frame");
+        const FrameView view = frameOfStream(frame);
         const vxkit_image src = imageOf(view.image, view.samples, "frame");
-        // Of a frame of another size the library tells what was expected.
         const bool isLevels = equalises_ && view.samples == SampleType::s16;
         const Target target(out, view.image.size(), isLevels && out.is_none() ? levelType() : view.samples,
                             equalises_);
+        requireApart(view, target.image, target.array);
         const vxkit_image dst = imageOf(target.image, target.type, "out");
         vxkit_status status = VXKIT_OK;
         {
@@ -135,6 +151,7 @@ public:
             status = vxkit_process(object_, &src, &dst);
         }
         require(status);
+        streamed_ = view.samples;
         return target.array;
     }
 
@@ -170,6 +187,7 @@ public:
     py::tuple addFrame(const py::object& frame)
     {
         const FrameView view = frameView(frame, "frame");
+        requireSize(view);
         const vxkit_image src = imageOf(view.image, view.samples, "frame");
         vxkit_burst_report report{};
         vxkit_status status = VXKIT_OK;
@@ -219,6 +237,29 @@ public:
     }
 
 private:
+    void requireSize(const FrameView& view) const
+    {
+        if (view.image.size() != size_)
+            throw py::value_error("frame: has " + arrayText(view.array) + "; expected the shape (" +
+                                  std::to_string(size_.height) + ", " + std::to_string(size_.width) + ")");
+    }
+
+    FrameView frameOfStream(const py::object& frame) const
+    {
+        FrameView view = frameView(frame, "frame");
+        requireSize(view);
+        if (view.samples != SampleType::u16 && view.samples != SampleType::s16)
+            throw py::value_error("frame: holds " + std::string(py::str(view.array.dtype())) +
+                                  "; expected uint16 counts or int16 samples");
+        // The same bits mean other counts in the other type, and filters remember counts.
+        if (streamed_ && *streamed_ != view.samples)
+            throw py::value_error("frame: holds " + std::string(py::str(view.array.dtype())) +
+                                  ", while the frames before held " +
+                                  std::string(py::str(dtypeOf(*streamed_))) +
+                                  "; expected one type, or reset() first");
+        return view;
+    }
+
     // Equalised levels are no signed samples; without the equaliser results are.
     SampleType levelType() const
     {
@@ -242,6 +283,7 @@ private:
     cv::Size size_;
     vxkit_object* object_ = nullptr;
     bool equalises_ = false;
+    std::optional<SampleType> streamed_;  // of the frames so far
 };
 
 py::list kindList()
@@ -289,7 +331,7 @@ void addObjects(py::module_& module)
         .def_property_readonly("width", &Object::width, "Columns of a frame.")
         .def_property_readonly("height", &Object::height, "Rows of a frame.")
         .def("reset", &Object::reset, "Forget frames and what was learned; keep the settings.")
-        .def("_set", &Object::set)
+        .def("_set", &Object::set, py::arg("name"), py::arg("value"), py::arg("shown"))
         .def("_number", &Object::number)
         .def("_text", &Object::text)
         .def("_process", &Object::process, py::arg("frame"), py::arg("out") = py::none(),

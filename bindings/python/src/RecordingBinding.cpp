@@ -138,7 +138,7 @@ void addRecording(py::module_& module)
         .def_property_readonly("first",
                                [](const SharedRecording& shared) { return shared.recording.firstNumber(); })
         .def("name_of",
-             [](const SharedRecording& shared, int index) { return shared.recording.nameOf(index); })
+             [](const SharedRecording& shared, int index) { return textOf(shared.recording.nameOf(index)); })
         .def("frame", &frameOf, py::arg("index"), py::arg("out") = py::none());
     module.def("formats", &formatList);
 }

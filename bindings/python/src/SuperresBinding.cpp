@@ -30,6 +30,8 @@ std::optional<Value> optionalOf(const py::dict& settings, const char* name)
     if (value.is_none())
         return std::nullopt;
     try {
+        if (py::isinstance<py::bool_>(value))
+            throw py::cast_error();
         return value.cast<Value>();
     } catch (const py::cast_error&) {
         throw py::value_error(std::string(name) + ": expected a number" +
@@ -46,6 +48,8 @@ SuperresSettings settingsFrom(const py::dict& given)
         settings.engine = vxapp::engineKindFrom(given["engine"].cast<std::string>());
     if (!given["camera"].is_none())
         settings.camera = given["camera"].cast<std::string>();
+    if (!settings.camera.empty() && !vxsupport::psfSigmaFor(settings.camera))
+        throw py::value_error(inPython("camera " + settings.camera + vxsupport::unknownCameraText()));
     settings.window = optionalOf<int>(given, "window");
     settings.reference = optionalOf<int>(given, "reference");
     settings.relativeResidue = optionalOf<float>(given, "relative_residue");

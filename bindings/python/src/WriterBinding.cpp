@@ -49,12 +49,12 @@ public:
         ++count_;
     }
 
-    std::string finish()
+    py::str finish()
     {
-        return onFiles([&] {
+        return textOf(inPython(onFiles([&] {
             const py::gil_scoped_release released;
             return sink_->finish();
-        });
+        })));
     }
 
 private:

@@ -88,7 +88,12 @@ def test_settings_have_names_ranges_and_help():
     for wrong, words in [
         (lambda: vxkit.Enhancer(64, 48, tnr_alpha=101), "tnr.alpha.*0 to 100"),
         (lambda: setattr(enhancer, "hist_mode", "round"), "hist.mode.*linear"),
-        (lambda: setattr(enhancer, "tnr_alpha", [1]), "tnr.alpha: expected a number"),
+        (lambda: setattr(enhancer, "tnr_alpha", [1]), "tnr_alpha: expected a number"),
+        (lambda: setattr(enhancer, "tnr_alpha", 1.5), "tnr_alpha 1.5: expected a whole number"),
+        (lambda: setattr(enhancer, "tnr_alpha", True), "tnr_alpha: expected int, 0 to 100 %, found True"),
+        (lambda: vxkit.Enhancer(64.0, 48), "width: expected a whole number from 1 to"),
+        (lambda: vxkit.Production(64, 48, camera="mine"), "camera mine: no known camera and lens; expected one of"),
+        (lambda: vxkit.superres(np.zeros((5, 48, 64)), camera="mine"), "camera mine: no known camera and lens"),
         (lambda: vxkit.Enhancer(64, 48, tnr_beta=1), "tnr_beta: no setting of Enhancer; expected one of tnr"),
         (lambda: vxkit.Production(4, 4), "4"),
         (lambda: vxkit.simulate_burst(width=48, height=40, netd=-1), "netd"),
@@ -100,19 +105,30 @@ def test_settings_have_names_ranges_and_help():
     for name, kind in vxkit._objects.CLASSES.items():
         text = getattr(vxkit, name).__doc__
         for setting in vxkit._vxkit.settings(kind):
-            assert setting["name"].replace("-", "_") + " : " in text and setting["help"].rstrip(".") in text
+            assert vxkit._objects._python(setting["name"]) + " : " in text and setting["help"].rstrip(".") in text
+    # A misspelt setting must not become an attribute, and one that Python has a word for can be written.
+    with pytest.raises(AttributeError, match="tnr_alfa: no setting of Enhancer; expected one of tnr, tnr_alpha"):
+        enhancer.tnr_alfa = 5
+    assert vxkit.TemporalNoiseBlock(64, 48, global_=7).global_ == 7
 
 
 def test_wrong_frames_tell_both_shapes_or_types():
     enhancer = vxkit.Enhancer(64, 48)
     good = np.zeros((48, 64), np.uint16)
+    canvas = np.zeros((49, 128), np.uint16)
+    assert enhancer.process(canvas[:48, :64], out=canvas[:48, 64:]).base is canvas, "rows side by side"
+    canvas = np.zeros((49, 64), np.uint16)
     for wrong, words in [
-        (lambda: enhancer.process(good[:40]), "64x40.*64x48"),
-        (lambda: enhancer.process(good.astype("f4")), "f32.*16"),
+        (lambda: enhancer.process(good[:40]), r"uint16 \(40, 64\); expected the shape \(48, 64\)"),
+        (lambda: enhancer.process(good.astype("f4")), "float32; expected uint16 counts or int16"),
+        (lambda: enhancer.process(None), "expected an array, found NoneType"),
+        (lambda: enhancer.process(canvas[:48], out=canvas[1:]), "out: lies partly on the frame"),
+        (lambda: (enhancer.process(good), enhancer.process(good.astype("i2"))), "int16, while the frames before held uint16"),
+        (lambda: vxkit.ClusterFilter(64, 48).learn([good, good.astype("f4")]), "float32"),
         (lambda: enhancer.process(good[np.newaxis]), r"shape \(1, 48, 64\)"),
         (lambda: enhancer.process(good, out=good[:40]), r"uint16 \(40, 64\).*uint16 \(48, 64\)"),
-        (lambda: enhancer.process(good, out=np.zeros((48, 64, 2), np.uint16)[:, :, 0]), "rows lie one behind"),
-        (lambda: vxkit.Production(64, 48).add(good[:, :50]), "50x48.*64x48"),
+        (lambda: enhancer.process(good, out=np.zeros((48, 64, 2), np.uint16)[:, :, 0]), "lie one behind the other in a row"),
+        (lambda: vxkit.Production(64, 48).add(good[:, :50]), r"\(48, 50\).*\(48, 64\)"),
     ]:
         with pytest.raises(ValueError, match=words):
             wrong()

@@ -1,8 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 """What pages and examples show, run as it stands."""
 
+import ast
 import os
 import re
+import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -41,6 +43,29 @@ def test_the_code_on_the_page_runs(night, monkeypatch, capsys):
 def run_example(name, *arguments):
     return subprocess.run([sys.executable, TREE / "examples/python" / name, *arguments], capture_output=True, text=True,
                           check=True, env=os.environ).stdout
+
+
+def test_help_and_stubs_tell_every_name(tmp_path):
+    assert set(vxkit.__all__) <= set(dir(vxkit)) and all(getattr(vxkit, name).__doc__ for name in vxkit.__all__)
+    folder = Path(vxkit.__file__).parent
+    stubs = {file: ast.parse((folder / file).read_text()) for file in ("__init__.pyi", "_objects.pyi")}
+    told = {node.name for node in stubs["__init__.pyi"].body if hasattr(node, "name")}
+    told.update(alias.asname for node in stubs["__init__.pyi"].body if isinstance(node, ast.ImportFrom)
+                for alias in node.names if alias.asname)
+    assert set(vxkit.__all__) == {name for name in told if not name.startswith("_")}
+
+
+def test_is_for_the_main_interpreter_of_its_own_version(tmp_path):
+    code = f"import sys; sys.path[:0] = {sys.path}; import vxkit"
+    code = f"import _xxsubinterpreters as s; s.run_string(s.create(), {code!r})"
+    done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, timeout=60)
+    assert "imported by a subinterpreter" in done.stderr
+    shutil.copytree(Path(vxkit.__file__).parent, tmp_path / "vxkit")
+    (built,) = (tmp_path / "vxkit").glob("_vxkit*.so")
+    built.rename(built.with_name("_vxkit.cpython-309-x86_64-linux-gnu.so"))
+    done = subprocess.run([sys.executable, "-c", "import vxkit"], capture_output=True, text=True, cwd=tmp_path,
+                          env={**os.environ, "PYTHONPATH": str(tmp_path)})
+    assert "cpython-309-x86_64-linux-gnu.so was built for another interpreter" in done.stderr
 
 
 def test_examples_run(night):

@@ -25,7 +25,8 @@ where their rows lie one behind the other. Wrong shapes, types and settings rais
 and anything else `vxkit.Error`. The interpreter lock is released while the library computes.
 """
 
-from . import _vxkit
+from . import _interpreter  # first: the others would tell what follows from a wrong one
+from . import _arguments, _objects, _vxkit
 from ._burst import Comparison, SuperresResult, compare, superres
 from ._enhance import Enhanced, Survey, enhance, enhance_frames, looks, survey
 from ._files import Recording, formats, read, write
@@ -43,7 +44,7 @@ def set_threads(threads):
     threads : int
         1 to 1024; 0 for OpenMP's own choice.
     """
-    _vxkit.set_threads(threads)
+    _vxkit.set_threads(_arguments.integer("threads", threads, 0, 1024))
 
 
 def set_log_level(level):
@@ -56,7 +57,16 @@ def set_log_level(level):
         "warning" (at first): what looks wrong about files. "info": also exceptions inside the library. "debug": also what
         classes print. "trace": also the engines' traces, which slow them down.
     """
-    _vxkit.set_log_level(level)
+    _vxkit.set_log_level(_arguments.choice("level", level, ("warning", "info", "debug", "trace")))
 
 
 __version__ = _vxkit.version
+__all__ = [
+    "Burst", "Comparison", "Enhanced", "Error", "Recording", "SimulatedRecording", "SuperresResult", "Survey", "compare",
+    "enhance", "enhance_frames", "formats", "looks", "read", "set_log_level", "set_threads", "simulate_burst",
+    "simulate_recording", "superres", "survey", "write", *_objects.__all__,
+]
+
+
+def __dir__():
+    return sorted([*__all__, "__all__", "__doc__", "__file__", "__name__", "__path__", "__version__"])

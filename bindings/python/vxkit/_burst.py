@@ -6,8 +6,7 @@ from typing import Optional, Tuple
 
 import numpy as np
 
-from . import _vxkit
-from ._files import Recording
+from . import _arguments, _vxkit
 
 
 @dataclass(repr=False, eq=False)
@@ -126,12 +125,15 @@ def superres(
     >>> result.image.shape
     (240, 320)
     """
+    if engine is not None:
+        _arguments.choice("engine", engine, _vxkit.engine_names())
+    _arguments.choice("motion", motion, _vxkit.motion_names())
     settings = {
         "motion": motion,
         "engine": engine,
         "window": window,
         "reference": reference,
-        "camera": camera,
+        "camera": None if camera is None else _arguments.text("camera", camera),
         "psf_sigma": psf_sigma,
         "relative_residue": relative_residue,
         "iterations": iterations,
@@ -147,7 +149,7 @@ def superres(
         for name in ("relative_residue", "iterations", "weight", "registration_error"):
             if settings[name] is not None:
                 raise ValueError(f"{name}: has no meaning with motion {motion}")
-    answer = _vxkit.superres(frames._files if isinstance(frames, Recording) else frames, settings)
+    answer = _vxkit.superres(_arguments.frames(frames), settings)
     if answer["image"] is None:
         error = _vxkit.Error(f"{answer['message']} (code {answer['code']})")
         error.code = answer["code"]
@@ -204,4 +206,5 @@ def compare(image, reference, *, margin=0, align=False):
     ValueError
         The shapes differ, a value is not finite, or the margin leaves too little.
     """
-    return Comparison(**_vxkit.compare(image, reference, margin, align))
+    pixels = _arguments.integer("margin", margin, 0, 2**16)
+    return Comparison(**_vxkit.compare(image, reference, pixels, _arguments.flag("align", align)))

@@ -1,14 +1,16 @@
 # SPDX-License-Identifier: Apache-2.0
 """Enhancement of a recording by a look."""
 
+import logging
 import os
 from dataclasses import dataclass
 from typing import Optional
 
 import numpy as np
 
-from . import _vxkit
-from ._files import Recording
+from . import _arguments, _vxkit
+
+_LONGEST_REACH = 1000
 
 
 @dataclass(repr=False, eq=False)
@@ -40,7 +42,8 @@ class Enhanced:
     """
     A recording that is enhanced frame by frame; made by `enhance_frames`.
 
-    Iterating gives the frames in their order, each computed when it is asked for. Iterating again starts anew.
+    Iterating gives the frames in their order, each computed when it is asked for. Iterating again starts anew, and ends
+    the walk before.
 
     Attributes
     ----------
@@ -52,8 +55,10 @@ class Enhanced:
         What the recording was found to be.
     """
 
-    def __init__(self, work, survey):
+    def __init__(self, work, source, survey):
         self._work = work
+        self._source = source
+        self._walk = None
         self.survey = survey
         self.shape = work.shape
         self.dtype = work.dtype
@@ -61,9 +66,19 @@ class Enhanced:
     def __len__(self):
         return self.shape[0]
 
+    def __repr__(self):
+        frames, height, width = self.shape
+        return f"<vxkit.Enhanced {frames} frames of {width}x{height}, {self.dtype}>"
+
     def __iter__(self):
-        for index in self._start():
+        for index in self._steps():
             yield self._work.enhance(index)
+
+    def __array__(self, dtype=None, copy=None):
+        if copy is False:
+            raise ValueError("frames are enhanced into new memory; expected copy=None or True")
+        frames = self.into(np.empty(self.shape, self.dtype))
+        return frames if dtype is None else frames.astype(dtype, copy=False)
 
     def into(self, out):
         """
@@ -82,32 +97,93 @@ class Enhanced:
         if not isinstance(out, np.ndarray) or out.shape != self.shape or out.dtype != self.dtype:
             found = f"{out.dtype} {out.shape}" if isinstance(out, np.ndarray) else type(out)
             raise ValueError(f"out: has {found}; expected {self.dtype} {self.shape}")
-        for index in self._start():
+        _require_apart(self._source, out)
+        for index in self._steps():
             self._work.enhance(index, out[index])
         return out
 
-    def _start(self):
-        self._work.settle(self.survey.noise, self.survey.bad_pixels)
-        if self._work.runs_twice:
+    def _steps(self):
+        """Numbers of the frames in their order. The library's object remembers frames, so that one walk is under way."""
+        walk = self._walk = object()
+        self._work.settle(_arguments.number("survey.noise", self.survey.noise, 0), self.survey.bad_pixels)
+        steps = [self._work.measure] * self._work.runs_twice + [None]
+        for step in steps:
             for index in range(len(self)):
-                self._work.measure(index)
-        return range(len(self))
+                if self._walk is not walk:
+                    raise _vxkit.Error("this walk through the frames was ended by a later one; expected one at a time")
+                if step:
+                    step(index)
+                else:
+                    yield index
+        self._tell()
+
+    def _tell(self):
+        filled = self._work.undefined_values
+        if filled:
+            logging.getLogger("vxkit").warning("frames: %d values were no numbers and were filled in from neighbours", filled)
+
+
+def _require_apart(frames, out):
+    """A result may replace its own frame, but none that is still to be read."""
+    if not isinstance(frames, (list, tuple, np.ndarray)):
+        return
+    for index, frame in enumerate([frames] if np.ndim(frames[0]) == 1 else frames):
+        if not (isinstance(frame, np.ndarray) and np.may_share_memory(frame, out)):
+            continue
+        own = out[index]
+        is_own = frame.__array_interface__["data"] == own.__array_interface__["data"] and frame.strides == own.strides
+        others = (out[:index], out[index + 1:]) if is_own else (out,)
+        if any(np.shares_memory(frame, other) for other in others):
+            raise ValueError(f"out: lies on frame {index} in another place; expected the array of the frames or other memory")
+
+
+def _settings_path(settings_file):
+    if settings_file is None:
+        return b""
+    encoded, path = _arguments.path("settings_file", settings_file)
+    _require_file(path, "a settings file")
+    return encoded
+
+
+def _require_file(path, what):
+    if not os.path.exists(path):
+        raise FileNotFoundError(f"{path}: no such file; expected {what}")
+
+
+def _bad_pixels(given):
+    """What the extension reads, and a map."""
+    if isinstance(given, np.ndarray):
+        return b"off", given.astype(np.uint8) * np.uint8(255) if given.dtype == bool else given
+    if given in ("auto", "off"):
+        return os.fsencode(given), None
+    what = "'auto', 'off', the name of a map, or an array of uint8 or bool"
+    if not isinstance(given, (str, bytes, os.PathLike)):
+        raise ValueError(f"bad_pixels: expected {what}, found {given!r:.80}")
+    encoded, path = _arguments.path("bad_pixels", given)
+    _require_file(path, what)
+    return encoded, None
 
 
 def _open(frames, look, settings, settings_file, bad_pixels, lookahead, lookbehind, signed, scale, offset):
-    given = isinstance(bad_pixels, np.ndarray)
-    return _vxkit.Enhancement(
-        frames._files if isinstance(frames, Recording) else frames,
-        look or "",
-        os.fspath(settings_file) if settings_file else "",
+    """The extension's object, and the frames that it works on."""
+    source = frames if hasattr(frames, "__len__") or not hasattr(frames, "__iter__") else list(frames)
+    work = _vxkit.Enhancement(
+        _arguments.frames(source),
+        "" if look is None else _arguments.choice("look", look, list(looks())),
+        _settings_path(settings_file),
         settings,
-        "off" if given else bad_pixels,
-        lookahead,
-        lookbehind,
-        signed,
-        scale,
-        offset,
+        bad_pixels,
+        _arguments.integer("lookahead", lookahead, 0, _LONGEST_REACH),
+        _arguments.integer("lookbehind", lookbehind, 0, _LONGEST_REACH),
+        _arguments.flag("signed", signed),
+        None if scale is None else _arguments.number("scale", scale),
+        None if offset is None else _arguments.number("offset", offset),
     )
+    if work.lost_detail:
+        logging.getLogger("vxkit").warning(
+            "frames: a count of %g is more than their noise, since the values go so far apart: detail is lost; "
+            "scale and offset choose the range that matters", work.lost_detail)
+    return work, source
 
 
 def survey(frames, *, bad_pixels="auto", signed=False, scale=None, offset=None):
@@ -125,7 +201,9 @@ def survey(frames, *, bad_pixels="auto", signed=False, scale=None, offset=None):
     -------
     Survey
     """
-    return Survey(**_open(frames, "", {}, None, bad_pixels, 5, 5, signed, scale, offset).survey())
+    source, _ = _bad_pixels(bad_pixels)
+    work, _ = _open(frames, None, {}, None, source, 5, 5, signed, scale, offset)
+    return Survey(**work.survey())
 
 
 def enhance_frames(
@@ -157,17 +235,24 @@ def enhance_frames(
     >>> enhanced = vxkit.enhance_frames(vxkit.read("night.raw", size="160x120"))
     >>> vxkit.write("night.mkv", enhanced)
     """
+    if survey is not None and not isinstance(survey, Survey):
+        raise ValueError(f"survey: expected what vxkit.survey() found, or None, found {survey!r:.80}")
     if survey is not None and scale is None and offset is None and not signed:
-        scale, offset = survey.scale, survey.offset
-        if np.dtype(frames.dtype).str[1:] in ("u2", "i2"):
-            scale = offset = None if (scale, offset) == (1.0, 0.0) else (scale, offset)
-    work = _open(frames, look, settings, settings_file, bad_pixels, lookahead, lookbehind, signed, scale, offset)
+        is_plain = (survey.scale, survey.offset) == (1.0, 0.0)
+        scale, offset = (None, None) if is_plain and _is_counts(frames) else (survey.scale, survey.offset)
+    bad_source, bad_map = _bad_pixels(bad_pixels)
+    work, source = _open(frames, look, settings, settings_file, bad_source, lookahead, lookbehind, signed, scale, offset)
     found = survey if survey is not None else Survey(**work.survey())
-    if isinstance(bad_pixels, np.ndarray):
-        found = Survey(found.noise, bad_pixels, found.scale, found.offset)
-    elif bad_pixels == "off":
+    if bad_map is not None:
+        found = Survey(found.noise, bad_map, found.scale, found.offset)
+    elif bad_source == b"off":
         found = Survey(found.noise, None, found.scale, found.offset)
-    return Enhanced(work, found)
+    return Enhanced(work, source, found)
+
+
+def _is_counts(frames):
+    types = getattr(frames, "dtype", None) or {np.asarray(frame).dtype for frame in frames}
+    return all(np.dtype(one).str[1:] in ("u2", "i2") for one in (types if isinstance(types, set) else [types]))
 
 
 def enhance(frames, look=None, *, out=None, **options):
@@ -184,14 +269,14 @@ def enhance(frames, look=None, *, out=None, **options):
     look : {"natural", "strong", "flat", "device"}, optional
         How the picture is to look; `looks` describes them. Default: "natural", or with `settings_file` the device's.
     out : numpy.ndarray, optional
-        Takes the result; of the same shape.
+        Takes the result; of the same shape. May be `frames`.
     settings_file : str or os.PathLike, optional
         Settings file of the stream processor, in place of a look.
     bad_pixels : {"auto", "off"}, str or numpy.ndarray, optional
-        "auto" learns them over the frames, "off" leaves them; else a map, as a file's name or an array of uint8 in which
-        they are not 0.
+        "auto" learns them over the frames, "off" leaves them; else a map, as a file's name or an array of uint8 or bool in
+        which they are not 0.
     lookahead, lookbehind : int, optional
-        Frames over which a look smooths its curve.
+        Frames over which a look smooths its curve, 0 to 1000.
     signed : bool, optional
         16-bit counts are two's complement samples.
     scale, offset : float, optional
@@ -212,6 +297,12 @@ def enhance(frames, look=None, *, out=None, **options):
     ------
     ValueError
         The frames differ in shape or type, have less than two columns, or a setting is unknown or out of its range.
+    FileNotFoundError, OSError
+        A settings file or a map of bad pixels is not there.
+
+    Notes
+    -----
+    Values that are no numbers are filled in from their neighbours; the logger "vxkit" warns of them.
 
     See Also
     --------

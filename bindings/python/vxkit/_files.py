@@ -1,14 +1,82 @@
 # SPDX-License-Identifier: Apache-2.0
 """Recordings in files: reading, writing, and the table of formats."""
 
+import itertools
+import operator
 import os
 
 import numpy as np
 
-from . import _vxkit
+from . import _arguments, _vxkit
 
 
-class Recording:
+class FrameSequence:
+    """What acts like an array ``(frames, height, width)`` whose frames are made when they are asked for, by ``_frame``."""
+
+    ndim = 3
+
+    def __len__(self):
+        return self.shape[0]
+
+    def __iter__(self):
+        for number in range(len(self)):
+            yield self._frame(number, None)
+
+    def __getitem__(self, index):
+        """A frame (height, width), or an array of frames for a slice, a list of numbers or a mask."""
+        if isinstance(index, tuple):
+            return self._part(*index)
+        if isinstance(index, slice):
+            return self._stack(range(*index.indices(len(self))))
+        if index is Ellipsis:
+            return self.read_all()
+        if isinstance(index, (list, np.ndarray)) and np.ndim(index) == 1:
+            return self._stack(np.arange(len(self))[index])
+        return self._frame(self._number(index), None)
+
+    def read_all(self):
+        """
+        Read all frames.
+
+        Returns
+        -------
+        numpy.ndarray
+            Of the shape ``(frames, height, width)``.
+        """
+        return self[:]
+
+    def __array__(self, dtype=None, copy=None):
+        if copy is False:
+            raise ValueError("frames are read into new memory; expected copy=None or True")
+        frames = self.read_all()
+        return frames if dtype is None else frames.astype(dtype, copy=False)
+
+    def _part(self, frames=Ellipsis, *rest):
+        if frames is Ellipsis:
+            # Stands for as many axes as the others leave.
+            return self._part(*[slice(None)] * (3 - len(rest)), *rest)
+        found = self[frames]
+        return found[(slice(None), *rest)] if found.ndim == 3 else found[tuple(rest)]
+
+    def _number(self, index):
+        try:
+            number = operator.index(index)
+        except TypeError:
+            number = None
+        if number is None or isinstance(index, bool):
+            raise TypeError(f"frame {index!r:.80}: expected a number, a slice, or a list of numbers")
+        if not -len(self) <= number < len(self):
+            raise IndexError(f"frame {number}: expected 0 to {len(self) - 1}")
+        return number % len(self)
+
+    def _stack(self, numbers):
+        frames = np.empty((len(numbers), *self.shape[1:]), self.dtype)
+        for place, number in enumerate(numbers):
+            self._frame(int(number), frames[place])
+        return frames
+
+
+class Recording(FrameSequence):
     """
     Frames of one size and type, from one file or several; made by `read`.
 
@@ -30,39 +98,25 @@ class Recording:
         Number of frame 0 among all frames of the files.
     """
 
-    def __init__(self, files, paths):
-        self._files = files
+    def __init__(self, arguments, paths):
+        self._arguments = arguments
+        self._files = _vxkit.Recording(*arguments)
         self.paths = tuple(paths)
 
     shape = property(lambda self: self._files.shape)
     dtype = property(lambda self: self._files.dtype)
     first_number = property(lambda self: self._files.first)
-    ndim = 3
-
-    def __len__(self):
-        return self.shape[0]
 
     def __repr__(self):
         frames, height, width = self.shape
         return f"<vxkit.Recording {', '.join(self.paths)}: {frames} frames of {width}x{height}, {self.dtype}>"
 
-    def __getitem__(self, index):
-        """A frame (height, width), or with a slice an array of frames."""
-        if isinstance(index, tuple):
-            frames, *rest = index
-            return self[frames][(slice(None), *rest) if isinstance(frames, slice) else tuple(rest)]
-        if isinstance(index, slice):
-            numbers = range(*index.indices(len(self)))
-            frames = np.empty((len(numbers), *self.shape[1:]), self.dtype)
-            for place, number in enumerate(numbers):
-                self._files.frame(number, frames[place])
-            return frames
-        number = index.__index__()
-        return self._files.frame(number + len(self) if number < 0 else number)
+    def __reduce__(self):
+        # Another process opens the files anew.
+        return Recording, (self._arguments, self.paths)
 
-    def __iter__(self):
-        for number in range(len(self)):
-            yield self._files.frame(number)
+    def _frame(self, number, out):
+        return self._files.frame(number, out)
 
     def read_into(self, index, out):
         """
@@ -79,41 +133,50 @@ class Recording:
         numpy.ndarray
             `out`
         """
-        return self._files.frame(index, out)
+        if not isinstance(out, np.ndarray):
+            raise ValueError(f"out: expected an array, {self.dtype} {self.shape[1:]}, found {type(out).__name__}")
+        return self._frame(self._number(index), out)
 
-    def read_all(self):
-        """
-        Read all frames.
 
-        Returns
-        -------
-        numpy.ndarray
-            Of the shape ``(frames, height, width)``.
-        """
-        return self[:]
-
-    def __array__(self, dtype=None):
-        frames = self.read_all()
-        return frames if dtype is None else frames.astype(dtype, copy=False)
+_LARGEST = 2**63 - 1
 
 
 def _paths(path):
-    if isinstance(path, (str, os.PathLike)):
+    if isinstance(path, (str, bytes, os.PathLike)) or not hasattr(path, "__iter__") or hasattr(path, "read"):
         path = [path]
-    return [os.fspath(one) for one in path]
+    return [_arguments.path("path", one) for one in path]
 
 
 def _size(size):
     """"WIDTHxHEIGHT" of (width, height)"""
-    return size if isinstance(size, str) else "{}x{}".format(*size)
+    if size is None or isinstance(size, str):
+        return size or ""
+    width, height = _arguments.pair("size", size, "(width, height) or a text such as '160x120'")
+    return f"{width}x{height}"
 
 
 def _range(frames):
     """"FIRST:COUNT" of (first, count)"""
     if frames is None or isinstance(frames, str):
         return frames or ""
-    first, count = frames
+    first, count = _arguments.pair("frames", frames, "(first, count) or a text such as '10:5'")
     return f"{first}:{count}"
+
+
+def _layout(dtype, endian):
+    """Names of type and byte order; numpy tells both in one."""
+    if endian is not None:
+        _arguments.choice("endian", endian, ("little", "big"))
+    if dtype is None:
+        return None, endian
+    try:
+        found = np.dtype(dtype)
+    except TypeError:
+        return _arguments.text("dtype", dtype), endian  # the program's names, or told by the extension
+    order = {">": "big", "<": "little"}.get(found.byteorder)
+    if order is not None and endian not in (None, order):
+        raise ValueError(f"endian {endian}: expected {order}, as dtype {found.str} tells, or a dtype without byte order")
+    return found.name, endian or order
 
 
 def read(path, *, size=None, frames=None, dtype=None, endian=None, header=0, frame_header=0, dataset=None):
@@ -163,24 +226,48 @@ def read(path, *, size=None, frames=None, dtype=None, endian=None, header=0, fra
     >>> recording[0].mean()
     """
     paths = _paths(path)
-    files = _vxkit.Recording(
-        paths,
-        "" if size is None else _size(size),
+    name, order = _layout(dtype, endian)
+    order = endian if size is None else order
+    arguments = (
+        [encoded for encoded, _ in paths],
+        _size(size),
         _range(frames),
-        None if dtype is None else np.dtype(dtype).name,
-        endian,
-        header,
-        frame_header,
-        dataset or "",
+        name,
+        order,
+        _arguments.integer("header", header, 0, _LARGEST),
+        _arguments.integer("frame_header", frame_header, 0, _LARGEST),
+        "" if dataset is None else _arguments.text("dataset", dataset),
     )
-    return Recording(files, paths)
+    recording = Recording(arguments, [text for _, text in paths])
+    if name in np.sctypeDict and recording.dtype != name:
+        raise ValueError(f"dtype {name}: {recording.paths[0]} holds {recording.dtype}; expected a dtype for headerless files and CSV alone")
+    return recording
 
 
 def _sequence(frames):
     """Frames with a length, one frame as a sequence of one."""
+    _arguments.frames(frames)
     if isinstance(frames, np.ndarray) and frames.ndim == 2:
         return frames[np.newaxis]
+    if not hasattr(frames, "__iter__") or getattr(frames, "ndim", 3) not in (2, 3):
+        found = f"the shape {frames.shape}" if hasattr(frames, "shape") else type(frames).__name__
+        raise ValueError(f"frames: expected (frames, height, width) or (height, width), found {found}")
     return frames if hasattr(frames, "__len__") else list(frames)
+
+
+def _limits(range):
+    if range is None or isinstance(range, str):
+        return range or ""
+    low, high = _arguments.pair("range", range, "(low, high), 'recording' or 'follow'")
+    return f"{low}:{high}"
+
+
+def _require_other(path, source):
+    """Frames that are still to be read must not be replaced."""
+    if isinstance(source, Recording) and os.path.exists(path):
+        for one in source.paths:
+            if os.path.exists(one) and os.path.samefile(path, one):
+                raise OSError(f"{path}: is an input; expected another output name")
 
 
 def write(path, frames, *, force=False, format=None, fps=9.0, range=None, colour_map=None, endian="little"):
@@ -227,26 +314,32 @@ def write(path, frames, *, force=False, format=None, fps=9.0, range=None, colour
     -----
     Files appear under their names when they are complete. A file that the frames are read from is never overwritten.
     """
+    encoded, path = _arguments.path("path", path)
+    source = getattr(frames, "_source", frames)  # of frames that are made from a recording
     frames = _sequence(frames)
-    if len(frames) == 0:
+    count, walk = len(frames), iter(frames)
+    first = next(walk, None)
+    if count == 0 or first is None:
         raise ValueError("frames: holds no frames; expected at least one")
-    if endian not in ("little", "big"):
-        raise ValueError(f"endian {endian}: expected little or big")
-    limits = range if range is None or isinstance(range, str) else "{}:{}".format(*range)
-    source = frames._files if isinstance(frames, Recording) else None
-    if isinstance(frames, Recording) and os.path.exists(path):
-        for source_path in frames.paths:
-            if os.path.exists(source_path) and os.path.samefile(path, source_path):
-                raise OSError(f"{os.fspath(path)}: is an input; expected another output name")
-    walk = iter(frames)
-    first = next(walk)
-    writer = _vxkit.Writer(
-        os.fspath(path), first, len(frames), force, format or "", fps, limits or "", colour_map or "",
-        endian == "big", source,
+    _require_other(path, source)
+    options = (
+        _arguments.flag("force", force),
+        "" if format is None else _arguments.choice("format", format, [entry["name"] for entry in formats() if entry["writes"]]),
+        _arguments.number("fps", fps, 0.1, 1000),
+        _limits(range),
+        "" if colour_map is None else _arguments.choice("colour_map", colour_map, _vxkit.colour_maps()),
+        _arguments.choice("endian", endian, ("little", "big")) == "big",
     )
-    writer.add(first)
-    for frame in walk:
+    writer = _vxkit.Writer(encoded, first, count, *options, source._files if isinstance(source, Recording) else None)
+    written = 0
+    for frame in itertools.chain([first], walk):
+        written += 1
+        if written > count:
+            break
         writer.add(frame)
+    if written != count:
+        found = f"{written} frames" + " or more" * (written > count)
+        raise ValueError(f"frames: gave {found}; expected {count}, as their length says")
     return writer.finish()
 
 

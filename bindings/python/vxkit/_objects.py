@@ -1,12 +1,16 @@
 # SPDX-License-Identifier: Apache-2.0
 """Engines, chain, blocks and filters as classes that are made from the library's tables of settings."""
 
+import keyword
 from dataclasses import dataclass, field
 from typing import Optional, Tuple
 
 import numpy as np
 
-from . import _vxkit
+from . import _arguments, _vxkit
+from ._files import FrameSequence
+
+_MOST_PIXELS = 2**26
 
 # Class, kind.
 CLASSES = {
@@ -32,7 +36,9 @@ CLASSES = {
 
 
 def _python(name):
-    return name.replace("-", "_")
+    """A setting's name; "global_" of one that is a word of the language."""
+    name = name.replace("-", "_")
+    return name + "_" if keyword.iskeyword(name) else name
 
 
 @dataclass(eq=False)
@@ -71,14 +77,24 @@ class _Settings(_vxkit.Object):
     _table = {}
 
     def __init__(self, width, height, **settings):
-        super().__init__(self._kind, width, height)
+        """Settings that are not named keep their defaults."""
+        sides = [_arguments.integer(*side, 1, _MOST_PIXELS) for side in (("width", width), ("height", height))]
+        super().__init__(self._kind, *sides)
         for name, value in settings.items():
             self._change(name, value)
 
     def _change(self, name, value):
         if name not in self._table:
             raise ValueError(f"{name}: no setting of {type(self).__name__}; expected one of {', '.join(self._table)}")
-        self._set(self._table[name]["name"], value)
+        setting = self._table[name]
+        if setting["type"] not in ("switch", "choice", "text") and isinstance(value, (bool, np.bool_)):
+            raise ValueError(f"{name}: expected {_range(setting)}, found {value!r}")
+        self._set(setting["name"], value, name)
+
+    def __setattr__(self, name, value):
+        if not hasattr(type(self), name):
+            raise AttributeError(f"{name}: no setting of {type(self).__name__}; expected one of {', '.join(self._table)}")
+        super().__setattr__(name, value)
 
     @property
     def settings(self):
@@ -87,6 +103,8 @@ class _Settings(_vxkit.Object):
 
     @settings.setter
     def settings(self, values):
+        if not isinstance(values, dict):
+            raise ValueError(f"settings: expected a dict of them, found {values!r:.80}")
         for name, value in values.items():
             self._change(name, value)
 
@@ -169,8 +187,30 @@ def _property(name, setting):
         value = self._number(key)
         return bool(value) if kind == "switch" else int(value) if kind == "integer" else value
 
-    return property(get, lambda self, value: self._set(key, value), doc=_setting_text(name, setting))
+    return property(get, lambda self, value: self._change(name, value), doc=_setting_text(name, setting))
 
+
+class _Methods:
+    """What some of the classes have; the extension has the descriptions."""
+
+    def process(self, frame, out=None):
+        return self._process(frame, out)
+
+    def learn(self, frames):
+        self._learn(frames.read_all() if isinstance(frames, FrameSequence) else _arguments.frames(frames))
+
+    def learn_statistics(self, mean, deviation):
+        self._learn_statistics(mean, deviation)
+
+    def result(self, name, out=None):
+        return self._result(_arguments.text("name", name), out)
+
+
+for _name, _method in list(vars(_Methods).items()):
+    if callable(_method):
+        # Behind the extension's own line, which tells its types.
+        _method.__doc__ = getattr(_vxkit.Object, "_" + _name).__doc__.partition("\n\n")[2]
+        _method.__qualname__ = _name
 
 _FILTER_TEXT = """Works on a stream, frame by frame, and learns from it. Frames are uint16 counts or int16 samples."""
 _ENGINE_TEXT = """Keeps the latest frames and makes one image of twice the size with each."""
@@ -199,12 +239,12 @@ def _class(name, kind, family, summary):
     members = {"__doc__": text, "__module__": "vxkit", "_kind": kind, "_table": table}
     members.update({entry: _property(entry, setting) for entry, setting in table.items()})
     if family == "filter":
-        members["process"] = _vxkit.Object._process
+        members["process"] = _Methods.process
     if kind == "cluster":
-        members["learn"] = _vxkit.Object._learn
-        members["learn_statistics"] = _vxkit.Object._learn_statistics
+        members["learn"] = _Methods.learn
+        members["learn_statistics"] = _Methods.learn_statistics
     if family == "superres" or kind in ("enhancer", "cluster"):
-        members["result"] = _vxkit.Object._result
+        members["result"] = _Methods.result
     return type(name, (_Engine if family == "superres" else _Settings,), members)
 
 

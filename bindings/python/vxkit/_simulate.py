@@ -6,6 +6,7 @@ from dataclasses import dataclass
 import numpy as np
 
 from . import _vxkit
+from ._files import FrameSequence
 from ._objects import _property, _python, _setting_text, _Settings
 
 
@@ -51,13 +52,13 @@ _Burst, _Recording = _simulator("burst"), _simulator("recording")
 def simulate_burst(scene="facade", *, width=160, height=120, frames=5, seed=1, **settings):
     settings = {"scene": scene, "frames": frames, "seed": seed, **settings}
     simulator = _made(_Burst, "simulate_burst", width, height, settings)
-    images = np.empty((frames, height, width), np.float32)
-    for index in range(frames):
-        simulator._simulated(index, False, images[index])
+    images = np.empty((simulator.frames, simulator.height, simulator.width), np.float32)
+    for index, image in enumerate(images):
+        simulator._simulated(index, False, image)
     return Burst(images, simulator.shifts(), simulator._result("truth"))
 
 
-class SimulatedRecording:
+class SimulatedRecording(FrameSequence):
     """
     A simulated recording whose frames are computed when they are asked for; made by `simulate_recording`.
 
@@ -74,45 +75,22 @@ class SimulatedRecording:
     """
 
     dtype = np.dtype(np.float32)
-    ndim = 3
 
     def __init__(self, simulator):
         self._simulator = simulator
         self.shape = (simulator.frames, simulator.height, simulator.width)
         self.shifts = simulator.shifts()
 
-    def __len__(self):
-        return self.shape[0]
+    def __repr__(self):
+        frames, height, width = self.shape
+        return f"<vxkit.SimulatedRecording {frames} frames of {width}x{height}>"
 
-    def __iter__(self):
-        for index in range(len(self)):
-            yield self[index]
-
-    def __getitem__(self, index):
-        if isinstance(index, slice):
-            return self._stack(range(*index.indices(len(self))), False)
-        return self._simulator._simulated(self._number(index), False, None)
+    def _frame(self, number, out):
+        return self._simulator._simulated(number, False, out)
 
     def ideal(self, index):
         """A frame as an ideal sensor would see it: without noise, pattern and defects."""
         return self._simulator._simulated(self._number(index), True, None)
-
-    def read_all(self):
-        """All frames as one array."""
-        return self[:]
-
-    def _number(self, index):
-        number = index.__index__()
-        number = number + len(self) if number < 0 else number
-        if not 0 <= number < len(self):
-            raise IndexError(f"frame {index}: expected 0 to {len(self) - 1}")
-        return number
-
-    def _stack(self, numbers, ideal):
-        frames = np.empty((len(numbers), *self.shape[1:]), np.float32)
-        for place, number in enumerate(numbers):
-            self._simulator._simulated(number, ideal, frames[place])
-        return frames
 
 
 def simulate_recording(scene="facade", *, width=160, height=120, frames=100, seed=1, **settings):

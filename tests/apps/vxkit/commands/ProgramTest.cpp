@@ -5,8 +5,8 @@
 
 #include "apps/FrameSamples.h"
 #include "apps/ProgramRun.h"
-#include "apps/vxkit/arguments/CameraCheck.h"
 #include "apps/vxkit/arguments/KnownWords.h"
+#include "support/drivers/BurstEngine.h"
 
 using nlohmann::json;
 using testing::EndsWith;
@@ -125,7 +125,7 @@ TEST_F(Program, TakesFromASettingsFileWhatTheLineDoesNotGive)
 
 TEST_F(Program, KnowsTheCamerasThatItLists)
 {
-    std::istringstream models(vxapp::cameraModels());
+    std::istringstream models(vxsupport::cameraModels());
     int count = 0;
     for (std::string digits; models >> digits; ++count)
         EXPECT_THAT(runVxkit({"superres", at("a.png"), "--camera", "k" + digits + " FOV25"}).error,
