@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/Sensor.h"
 
+#include <omp.h>
+
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
@@ -85,23 +87,21 @@ cv::Mat_<float> sample(const cv::Mat_<float>& cells, cv::Size size, const CellWe
     requireInside(across, size.width, cells.cols);
     requireInside(down, size.height, cells.rows);
     cv::Mat_<float> samples(size);
-#pragma omp parallel
-    {
-        std::vector<double> sums(static_cast<std::size_t>(cells.cols));
-#pragma omp for schedule(static)
-        for (int r = 0; r < size.height; ++r) {
-            std::fill(sums.begin(), sums.end(), 0.0);
-            int row = down.first + r * down.stride;
-            for (const double tap : down.taps)
-                addScaled(cells[row++], tap, sums.data(), cells.cols);
-            for (int c = 0; c < size.width; ++c) {
-                const double* from =
-                    sums.data() + across.first + static_cast<std::ptrdiff_t>(c) * across.stride;
-                double sum = 0.0;
-                for (const double tap : across.taps)
-                    sum += tap * *from++;
-                samples(r, c) = static_cast<float>(sum);
-            }
+    const int threads = omp_get_max_threads();
+    cv::Mat_<double> rows(threads, cells.cols);  // ahead of the region, which no exception may leave
+#pragma omp parallel for schedule(static) num_threads(threads)
+    for (int r = 0; r < size.height; ++r) {
+        double* const sums = rows[omp_get_thread_num()];
+        std::fill_n(sums, cells.cols, 0.0);
+        int row = down.first + r * down.stride;
+        for (const double tap : down.taps)
+            addScaled(cells[row++], tap, sums, cells.cols);
+        for (int c = 0; c < size.width; ++c) {
+            const double* from = sums + across.first + static_cast<std::ptrdiff_t>(c) * across.stride;
+            double sum = 0.0;
+            for (const double tap : across.taps)
+                sum += tap * *from++;
+            samples(r, c) = static_cast<float>(sum);
         }
     }
     return samples;

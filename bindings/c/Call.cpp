@@ -8,8 +8,6 @@
 #include <opencv2/core.hpp>
 #include <stdexcept>
 
-#include "support/drivers/SettingError.h"
-
 namespace vxc {
 
 namespace {

@@ -8,6 +8,7 @@
 #include "bindings/c/Log.h"
 #include "bindings/c/Registry.h"
 #include "bindings/c/vxkit.h"
+#include "support/drivers/SettingError.h"
 
 // What every call of the interface goes through: no exception leaves it, its failure is told, its threads are the
 // calling thread's choice, and what classes print goes to the log.
@@ -79,6 +80,24 @@ vxkit_status withObject(const vxkit_object* handle, Work&& work) noexcept
     } catch (...) {
         return tellException(log, nullptr);
     }
+}
+
+/// Runs a call that takes a frame: one that ends in the middle of it leaves the object as after a reset.
+template <typename Work>
+vxkit_status withWork(const vxkit_object* handle, Work&& work) noexcept
+{
+    return withObject(handle, [&](Object& found) {
+        try {
+            work(found);
+        } catch (const Failure&) {  // told ahead of the work, or by an engine that goes on
+            throw;
+        } catch (const vxsupport::SettingError&) {
+            throw;
+        } catch (...) {
+            found.forget();
+            throw;
+        }
+    });
 }
 
 }  // namespace vxc

@@ -35,6 +35,7 @@ protected:
 
 private:
     void open() override;
+    void close() noexcept override { chain_.reset(); }
     void apply(std::size_t index) override;
     double effectiveNumber(std::size_t index) const override;
 
@@ -81,7 +82,6 @@ ChainSettings ChainBase::chosenSettings() const
 void ChainBase::open()
 {
     const ChainSettings settings = chosenSettings();
-    chain_.reset();
     chain_.emplace(vxsupport::openChain(settings, frame()));
     settings_ = settings;
 }
@@ -123,7 +123,6 @@ public:
 
 private:
     cv::Mat_<short> input_, output_;
-    bool hasFrame_ = false;
 };
 
 void WholeChain::process(const vxkit_image& src, const vxkit_image& dst)
@@ -144,7 +143,6 @@ void WholeChain::process(const vxkit_image& src, const vxkit_image& dst)
         chain().processFrame(samples, output_);
         toFrame(output_, out);
     }
-    hasFrame_ = true;
 }
 
 cv::Mat WholeChain::result(const std::string& name) const

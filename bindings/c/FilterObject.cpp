@@ -40,6 +40,7 @@ public:
 
 private:
     void open() override { filter_ = opened(); }
+    void close() noexcept override { filter_.reset(); }
     // Only filters without memory have settings that act at once.
     void apply(std::size_t /*index*/) override { filter_ = opened(); }
     double effectiveNumber(std::size_t index) const override;
@@ -104,7 +105,8 @@ public:
     cv::Mat result(const std::string& name) const override;
 
 private:
-    void open() override
+    void open() override {}  // what filters comes of learning
+    void close() noexcept override
     {
         signed_.reset();
         unsigned_.reset();

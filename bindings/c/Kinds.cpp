@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <array>
 
 #include "bindings/c/ChainObject.h"
@@ -66,15 +67,16 @@ std::span<const Kind> allKinds()
     return kinds;
 }
 
-const Kind& kindNamed(const std::string& name)
+const Kind& kindNamed(std::string_view name)
 {
+    const auto found =
+        std::find_if(kinds.begin(), kinds.end(), [name](const Kind& kind) { return name == kind.name; });
+    if (found != kinds.end())
+        return *found;
     std::string names;
-    for (const Kind& kind : kinds) {
-        if (name == kind.name)
-            return kind;
+    for (const Kind& kind : kinds)
         names += (names.empty() ? "" : ", ") + std::string(kind.name);
-    }
-    throw Failure(VXKIT_UNKNOWN_NAME, "kind \"" + name + "\": expected one of " + names);
+    throw Failure(VXKIT_UNKNOWN_NAME, "kind \"" + std::string(name) + "\": expected one of " + names);
 }
 
 }  // namespace vxc

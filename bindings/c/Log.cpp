@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bindings/c/Log.h"
 
-#include <utility>
-
-#include "core/base/NeverDestroyed.h"
+#include <new>
+#include <type_traits>
 
 namespace vxc {
 
@@ -15,15 +14,12 @@ struct SharedTarget
     LogTarget target;
 };
 
-SharedTarget& sharedTarget()
-{
-    static auto& shared = halvor::vx::neverDestroyed<SharedTarget>();
-    return shared;
-}
+// Ready before the first call and without memory: a call that has none tells so here.
+constinit SharedTarget shared;
+static_assert(std::is_trivially_destructible_v<SharedTarget>);  // a host's last calls come late
 
 LogTarget currentTarget()
 {
-    SharedTarget& shared = sharedTarget();
     const std::lock_guard<std::mutex> lock(shared.mutex);
     return shared.target;
 }
@@ -44,7 +40,6 @@ vxkit_level levelOf(halvor::vx::OutputSink::Kind kind)
 
 void setLogTarget(const LogTarget& target)
 {
-    SharedTarget& shared = sharedTarget();
     const std::lock_guard<std::mutex> lock(shared.mutex);
     shared.target = target;
 }
@@ -65,13 +60,21 @@ void CallLog::write(Kind kind, std::string_view source, std::string_view text)
 {
     if (!wants(kind))
         return;
+    try {
+        keepOrTell(levelOf(kind), source, text);
+    } catch (const std::bad_alloc&) {  // a line less; the work itself may need no more memory
+    }
+}
+
+void CallLog::keepOrTell(vxkit_level level, std::string_view source, std::string_view text)
+{
     if (std::this_thread::get_id() == caller_) {
         tellOthers();
-        tell(levelOf(kind), source, text);
+        tell(level, source, text);
         return;
     }
     const std::lock_guard<std::mutex> lock(mutex_);
-    others_.push_back({levelOf(kind), std::string(source), std::string(text)});
+    others_.push_back({level, std::string(source), std::string(text)});
 }
 
 void CallLog::tellFailure(const char* text) noexcept

@@ -46,6 +46,7 @@ private:
         std::string text;
     };
 
+    void keepOrTell(vxkit_level level, std::string_view source, std::string_view text);
     void tell(vxkit_level level, std::string_view source, std::string_view text) const;
     void tellOthers();
 

@@ -71,15 +71,22 @@ std::string Object::getText(const std::string& name) const
 
 void Object::reset()
 {
+    forget();
+    openFirst();
+}
+
+void Object::forget() noexcept
+{
+    close();
     isOpen_ = false;
     isUsed_ = false;
-    openFirst();
 }
 
 void Object::openFirst()
 {
     if (isOpen_)
         return;
+    close();  // ahead of the new one, so that memory holds but one
     open();
     isOpen_ = true;
 }

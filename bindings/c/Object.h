@@ -5,6 +5,7 @@
 #include <opencv2/core/mat.hpp>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "bindings/c/Settings.h"
 #include "bindings/c/vxkit.h"
@@ -27,7 +28,7 @@ struct Kind
 
 std::span<const Kind> allKinds();
 /// @throws Failure  for an unknown name
-const Kind& kindNamed(const std::string& name);
+const Kind& kindNamed(std::string_view name);
 
 /// What stands behind a handle. All that its kind does not do ends with a Failure; images come checked for their
 /// memory, sizes and types are checked here.
@@ -48,6 +49,8 @@ public:
 
     /// Forgets all but the settings.
     void reset();
+    /// The same, but opens nothing anew before it is needed.
+    void forget() noexcept;
 
     virtual void process(const vxkit_image& src, const vxkit_image& dst);
     virtual void learn(std::span<const vxkit_image> frames);
@@ -78,8 +81,10 @@ protected:
     [[noreturn]] void refuseResult(const std::string& name, const char* known) const;
 
 private:
-    /// Opens anew with the settings as they are.
+    /// Opens anew with the settings as they are, over what is closed.
     virtual void open() = 0;
+    /// Drops what computes, and its results.
+    virtual void close() noexcept = 0;
     /// A setting changed that acts at once.
     virtual void apply(std::size_t /*index*/) {}
     /// The value that stands for one that nobody chose, as other settings have it.

@@ -142,7 +142,8 @@ public:
     cv::Mat result(const std::string& name) const override;
 
 private:
-    void open() override { burst_.reset(); }
+    void open() override {}  // all is simulated when it is asked for
+    void close() noexcept override { burst_.reset(); }
     double effectiveNumber(std::size_t index) const override;
     SimulatorSettings burstSettings() const;
     // All at once, and not before it is asked for: the frames of a burst belong together.
@@ -217,11 +218,8 @@ public:
     }
 
 private:
-    void open() override
-    {
-        stream_.reset();
-        stream_.emplace(streamSettingsOf(settings()));
-    }
+    void open() override { stream_.emplace(streamSettingsOf(settings())); }
+    void close() noexcept override { stream_.reset(); }
 
     std::optional<StreamSimulator> stream_;
 };

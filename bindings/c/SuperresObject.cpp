@@ -51,6 +51,7 @@ public:
 
 private:
     void open() override;
+    void close() noexcept override;
     double effectiveNumber(std::size_t index) const override;
 
     SuperresSettings engineSettings() const;
@@ -119,11 +120,15 @@ double SuperresObject::effectiveNumber(std::size_t index) const
     return values().number(index);
 }
 
-void SuperresObject::open()
+void SuperresObject::close() noexcept
 {
-    engine_.reset();  // ahead of the new one, so that memory holds but one
+    engine_.reset();
     hasImage_ = false;
     last_ = {};
+}
+
+void SuperresObject::open()
+{
     engine_ = vxsupport::openBurstEngine(frame(), engineSettings());
 }
 

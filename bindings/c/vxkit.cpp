@@ -226,7 +226,7 @@ vxkit_status vxkit_get_text(const vxkit_object* object, const char* name, char* 
 
 vxkit_status vxkit_process(vxkit_object* object, const vxkit_image* src, const vxkit_image* dst)
 {
-    return withObject(object, [&](Object& found) {
+    return withWork(object, [&](Object& found) {
         requirePointer(src, "src");
         requirePointer(dst, "dst");
         found.process(*src, *dst);
@@ -253,7 +253,7 @@ vxkit_status vxkit_learn_statistics(vxkit_object* object, const vxkit_image* mea
 
 vxkit_status vxkit_add_frame(vxkit_object* object, const vxkit_image* frame, vxkit_burst_report* report)
 {
-    return withObject(object, [&](Object& found) {
+    return withWork(object, [&](Object& found) {
         requirePointer(frame, "frame");
         vxkit_burst_report unread;
         found.addFrame(*frame, report != nullptr ? *report : unread);

@@ -15,7 +15,8 @@
  *
  * Errors: every call that can fail answers with a vxkit_status. The text to it, with what was found and what was
  * expected, is kept for the handle (vxkit_error()) and for the calling thread (vxkit_last_error()). No exception leaves
- * a call, and a failed call changes nothing that it does not say.
+ * a call, and a failed call changes nothing that it does not say. After VXKIT_OUT_OF_MEMORY every handle may be used on;
+ * where vxkit_process() or vxkit_add_frame() answered with it, or with VXKIT_FAILED, the object is as after vxkit_reset().
  *
  * Handles are numbers in the shape of pointers and are never given out twice: a null, released or foreign one gives
  * VXKIT_BAD_HANDLE and is not followed. Pointers to images, structures and texts can't be checked so: they must
@@ -186,7 +187,7 @@ typedef struct vxkit_setting_info
     int at_once; /**< 1: may change at any time and acts with the next frame; 0: before the first frame */
 } vxkit_setting_info;
 
-/** @return how many settings a kind has; -1 for null and for an unknown kind */
+/** @return how many settings a kind has; -1 for null and for an unknown kind, and for want of memory */
 VXKIT_C_API int vxkit_setting_count(const char* kind);
 
 /**

@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <memory>
+#include <new>
 #include <opencv2/core.hpp>
 #include <optional>
 #include <sstream>
@@ -37,7 +38,7 @@ void applySetting(const std::string& option, const std::string& expected, Value 
     throw SettingError(text.str());
 }
 
-/// What a step of an engine answers; a failure that it raises becomes an answer with its text.
+/// What a step of an engine answers; a failure that it raises becomes an answer with its text, but for want of memory.
 ///
 /// @param step  fills the answer that it is given
 template <typename Step>
@@ -55,6 +56,8 @@ BurstAnswer answerOf(Step step)
     } catch (const halvor::vx::Exception& error) {
         return failed(error.what());
     } catch (const cv::Exception& error) {
+        if (error.code == cv::Error::StsNoMem)
+            throw std::bad_alloc();
         return failed("cv::Exception: " + error.err);
     }
     return answer;

@@ -39,6 +39,7 @@ std::ostream& standardOutput()
         return std::cout;
     thread_local SinkBuffer buffer;
     thread_local std::ostream stream(&buffer);
+    stream.clear();  // a line that found no memory must not silence all that come
     return stream;
 }
 

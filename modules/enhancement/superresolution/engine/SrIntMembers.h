@@ -243,6 +243,10 @@ bool SrInt<Registration, Minimization>::registerWindow()
             return false;
     } catch (const std::bad_alloc&) {
         throw;
+    } catch (const cv::Exception& error) {
+        if (error.code == cv::Error::StsNoMem)
+            throw;
+        return false;
     } catch (...) {
         return false;
     }
