@@ -13,9 +13,11 @@ std::atomic<long> untilFailure{0};  // 0: there is enough
 std::atomic<bool> failsOn{false};
 std::atomic<bool> failed{false};
 
+thread_local bool isOfMatrix = false;
+
 bool failsNow()
 {
-    if (untilFailure == 0 || --untilFailure != 0)
+    if (isOfMatrix || untilFailure == 0 || --untilFailure != 0)
         return false;
     if (failsOn)
         untilFailure = 1;
@@ -50,7 +52,12 @@ public:
     {
         if (data == nullptr && failsNow())
             throw cv::Exception(cv::Error::StsNoMem, "no memory", "allocate", "", 0);
-        return cv::Mat::getStdAllocator()->allocate(dimensions, sizes, type, data, steps, access, usage);
+        // As a whole or not at all: the image library loses the samples where its note on them finds no memory.
+        isOfMatrix = true;
+        cv::UMatData* made =
+            cv::Mat::getStdAllocator()->allocate(dimensions, sizes, type, data, steps, access, usage);
+        isOfMatrix = false;
+        return made;
     }
     bool allocate(cv::UMatData* data, cv::AccessFlag access, cv::UMatUsageFlags usage) const override
     {

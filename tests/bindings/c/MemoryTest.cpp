@@ -204,11 +204,11 @@ TEST_P(MemoryOfKinds, IsShortAtAnyMoment)
     vxkit_kind_info kind{};
     ASSERT_EQ(vxkit_kind(GetParam(), &kind), VXKIT_OK);
     // Those that allocate thousands of times and take long are not stopped at every one.
-    const long fine = kind.family == VXKIT_FILTER ? 1000 : kind.family == VXKIT_SUPERRES ? 50 : 4;
+    const long fine = kind.family == VXKIT_FILTER ? 1000 : kind.family == VXKIT_SUPERRES ? 50 : 2;
     const bool isFpga = std::string_view(kind.name) == "fixed-point-fpga";
     std::size_t heard = 0;
     ASSERT_EQ(vxkit_set_threads(1), VXKIT_OK);
-    ASSERT_EQ(vxkit_set_log(dropLine, &heard, VXKIT_DEBUG), VXKIT_OK);
+    ASSERT_EQ(vxkit_set_log(dropLine, &heard, VXKIT_INFO), VXKIT_OK);
     Life life(kind, isFpga ? cv::Size(160, 120) : cv::Size(48, 40));
     constexpr long never = 1L << 40;
     life.livesThrough(never, Shortage::Kind::once);  // caches

@@ -162,6 +162,45 @@ TEST(EngineHandles, TellTheReferenceEnginesQuality)
     EXPECT_TRUE(sameBits(resultOf<float>(engine, "quality"), quality));
 }
 
+TEST(EngineHandles, CalibrateRawCountsOfTheReferenceEngine)
+{
+    cv::Mat_<short> cold(72, 96), hot(72, 96);
+    cv::randu(cold, 900, 1100);
+    cv::randu(hot, 4900, 5100);
+    const cv::Mat_<float> coldRadiance(72, 96, 10.0F), hotRadiance(72, 96, 50.0F);
+    std::vector<cv::Mat_<short>> frames;
+    for (const cv::Mat_<float>& frame : testBurst().frames)
+        frames.emplace_back(converted(frame, CV_16S, 100.0));
+    cv::Mat_<float> image(smallFrame * 2);
+    {
+        const vxsupport::CapturedOutput dropped;
+        SuperResolution expected(smallFrame.width, smallFrame.height, 5, 2.0F);
+        expected.setReferenceIndex(3);
+        expected.setNucToRad(cold, coldRadiance, hot, hotRadiance);
+        for (const cv::Mat_<short>& frame : frames)
+            expected.processFrame2(frame.ptr<short>(), image.ptr<float>());
+    }
+    const std::array<vxkit_image, 4> scenes{imageOf(cold), imageOf(coldRadiance), imageOf(hot),
+                                            imageOf(hotRadiance)};
+    const Handle engine("reference");
+    const auto calibrate = [&](const vxkit_image* last) {
+        return vxkit_calibrate(engine, &scenes[0], &scenes[1], last, &scenes[3]);
+    };
+    EXPECT_EQ(calibrate(nullptr), VXKIT_NULL_ARGUMENT);
+    EXPECT_EQ(calibrate(&scenes[0]), VXKIT_OUT_OF_RANGE);  // no line in any pixel
+    EXPECT_EQ(calibrate(&scenes[2]), VXKIT_OK) << vxkit_last_error();
+    EXPECT_EQ(vxkit_reset(engine), VXKIT_OK);
+    addFrames(engine, frames);
+    EXPECT_TRUE(sameBits(resultOf<float>(engine, "image"), image));
+    EXPECT_EQ(calibrate(&scenes[2]), VXKIT_FAILED);
+    EXPECT_EQ(vxkit_calibrate(Handle("production"), &scenes[0], &scenes[1], &scenes[2], &scenes[3]),
+              VXKIT_BAD_HANDLE);
+    EXPECT_EQ(vxkit_reset(engine), VXKIT_OK);
+    EXPECT_EQ(vxkit_calibrate(engine, nullptr, nullptr, nullptr, nullptr), VXKIT_OK);
+    addFrames(engine, testBurst().frames);
+    EXPECT_FALSE(sameBits(resultOf<float>(engine, "image"), image));
+}
+
 TEST(EngineHandles, InFixedPointTakeCountsAloneAndGiveTheBitsOfTheirClass)
 {
     const vxsupport::Burst burst = testBurst({160, 120});
@@ -218,6 +257,30 @@ TEST(EngineHandles, RefuseCountsThatWouldAllBeBadPixels)
         EXPECT_THAT(vxkit_error(engine), testing::HasSubstr("5000"));
         counts(71, 95) = 5000;
         EXPECT_EQ(vxkit_add_frame(engine, &frame, nullptr), VXKIT_OK) << kind;
+    }
+}
+
+void countTrace(void* user, vxkit_level level, const char* /*source*/, const char* /*text*/)
+{
+    *static_cast<int*>(user) += level == VXKIT_DEBUG ? 1 : 0;
+}
+
+TEST(EngineHandles, TraceWhereTheLogWantsThatAndGiveTheSameBits)
+{
+    for (const std::string kind : {"production", "phase", "reference", "fixed-point", "local"}) {
+        std::vector<cv::Mat> frames;
+        for (const cv::Mat_<float>& frame : testBurst().frames)
+            frames.push_back(kind == "fixed-point" ? converted(frame, CV_16S, 100.0) : cv::Mat(frame));
+        const Handle silent(kind);
+        int lines = 0;
+        EXPECT_EQ(vxkit_set_log(countTrace, &lines, VXKIT_DEBUG), VXKIT_OK);
+        addFrames(silent, frames);
+        EXPECT_EQ(lines, 0) << kind;
+        const Handle traced(kind);
+        addFrames(traced, frames);
+        EXPECT_GT(lines, 0) << kind;
+        EXPECT_EQ(vxkit_set_log(nullptr, nullptr, VXKIT_ERROR), VXKIT_OK);
+        EXPECT_TRUE(sameBits(resultOf<float>(traced, "image"), resultOf<float>(silent, "image"))) << kind;
     }
 }
 
