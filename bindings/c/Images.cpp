@@ -76,7 +76,7 @@ void requireType(const vxkit_image& image, vxkit_type expected, const char* what
                                             "; expected " + vxkit_type_text(expected));
 }
 
-void convertExactly(const cv::Mat& frame, cv::Mat_<float>& floats)
+void convertExactly(const cv::Mat& frame, cv::Mat_<float>& floats, const char* what)
 {
     frame.convertTo(floats, CV_32F);
     if (frame.depth() != CV_32S && frame.depth() != CV_64F)
@@ -85,8 +85,9 @@ void convertExactly(const cv::Mat& frame, cv::Mat_<float>& floats)
         for (int x = 0; x < frame.cols; ++x) {
             const double value = frame.depth() == CV_64F ? frame.at<double>(y, x) : frame.at<int>(y, x);
             if (static_cast<double>(floats(y, x)) != value && !std::isnan(value))
-                throw Failure(VXKIT_OUT_OF_RANGE, "frame: " + std::to_string(value) + " at row " +
-                                                      std::to_string(y) + ", column " + std::to_string(x) +
+                throw Failure(VXKIT_OUT_OF_RANGE, std::string(what) + ": " + std::to_string(value) +
+                                                      " at row " + std::to_string(y) + ", column " +
+                                                      std::to_string(x) +
                                                       " is no number of single precision; expected f32");
         }
 }
@@ -104,14 +105,15 @@ void requireSomeDegrees(const cv::Mat_<float>& frame)
                   "Celsius, or counts that were turned into such or divided by 16");
 }
 
-void requireSignedCounts(const cv::Mat_<float>& frame)
+void requireSignedCounts(const cv::Mat_<float>& frame, const char* what)
 {
     for (int y = 0; y < frame.rows; ++y)
         for (int x = 0; x < frame.cols; ++x) {
             const float value = frame(y, x);
             if (!(value >= -32768.0F && value <= 32767.0F && value == std::floor(value)))
-                throw Failure(VXKIT_OUT_OF_RANGE, "frame: " + std::to_string(value) + " at row " +
-                                                      std::to_string(y) + ", column " + std::to_string(x) +
+                throw Failure(VXKIT_OUT_OF_RANGE, std::string(what) + ": " + std::to_string(value) +
+                                                      " at row " + std::to_string(y) + ", column " +
+                                                      std::to_string(x) +
                                                       "; expected whole counts of -32768 to 32767");
         }
 }

@@ -19,11 +19,11 @@ void requireType(const vxkit_image& image, vxkit_type expected, const char* what
 
 /// A frame of another type as floats.
 /// @throws Failure  if a value is not one of single precision
-void convertExactly(const cv::Mat& frame, cv::Mat_<float>& floats);
+void convertExactly(const cv::Mat& frame, cv::Mat_<float>& floats, const char* what);
 /// @throws Failure  for a frame in which the engines would find bad pixels alone
 void requireSomeDegrees(const cv::Mat_<float>& frame);
 /// @throws Failure  unless all values are whole and within signed 16 bits
-void requireSignedCounts(const cv::Mat_<float>& frame);
+void requireSignedCounts(const cv::Mat_<float>& frame, const char* what);
 
 /// Samples of a filter from a frame of VXKIT_U16 or VXKIT_I16, and back.
 void toSamples(const cv::Mat& frame, cv::Mat_<short>& samples);

@@ -12,10 +12,15 @@ Object::Object(const Kind& kind, cv::Size frame) : kind_(kind), frame_(frame), v
 std::size_t Object::changeable(const std::string& name) const
 {
     const std::size_t index = indexOf(table(), name);
-    if (isUsed_ && !table()[index].atOnce)
-        throw Failure(VXKIT_FAILED, "setting \"" + name +
-                                        "\": changes before the first frame only; expected a reset first");
+    if (!table()[index].atOnce)
+        requireUnused("setting \"" + name + "\"");
     return index;
+}
+
+void Object::requireUnused(const std::string& what) const
+{
+    if (isUsed_)
+        throw Failure(VXKIT_FAILED, what + ": changes before the first frame only; expected a reset first");
 }
 
 template <typename Value>
@@ -131,6 +136,11 @@ void Object::addFrame(const vxkit_image& /*frame*/, vxkit_burst_report& /*report
 vxkit_frame_report Object::frameReport(int /*index*/) const
 {
     refuseCall("one of super-resolution");
+}
+
+void Object::calibrate(const CalibrationImages& /*images*/)
+{
+    refuseCall("\"reference\"");
 }
 
 cv::Mat Object::result(const std::string& name) const

@@ -14,6 +14,15 @@ namespace vxc {
 
 class Object;
 
+/// Two flat scenes, as a host hands them over.
+struct CalibrationImages
+{
+    const vxkit_image* countsA;
+    const vxkit_image* radianceA;
+    const vxkit_image* countsB;
+    const vxkit_image* radianceB;
+};
+
 /// What can be made.
 struct Kind
 {
@@ -60,6 +69,9 @@ public:
     virtual void addFrame(const vxkit_image& frame, vxkit_burst_report& report);
     virtual vxkit_frame_report frameReport(int index) const;
 
+    /// @param images  all there, or all null for none
+    virtual void calibrate(const CalibrationImages& images);
+
     /// @return a header on the result
     virtual cv::Mat result(const std::string& name) const;
 
@@ -75,6 +87,10 @@ protected:
     void start();
     /// Opens it at the construction, where sizes show whether they can be taken.
     void openFirst();
+    /// Opens it anew ahead of the first use.
+    void openLater() { isOpen_ = false; }
+    /// @throws Failure  behind the first use
+    void requireUnused(const std::string& what) const;
     void presume(const std::string& name, double value) { values_.presume(indexOf(table(), name), value); }
 
     [[noreturn]] void refuseCall(const char* expectedKind) const;

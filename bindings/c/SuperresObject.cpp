@@ -2,12 +2,18 @@
 #include "bindings/c/SuperresObject.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
+#include <opencv2/core.hpp>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 #include "bindings/c/Failure.h"
 #include "bindings/c/Images.h"
+#include "core/diagnostics/OutputSink.h"
 #include "enhancement/superresolution/engine/EngineDefaults.h"
+#include "enhancement/superresolution/engine/PixelValues.h"
 #include "support/drivers/BurstEngine.h"
 
 namespace vxc {
@@ -18,6 +24,7 @@ using vxsupport::BurstAnswer;
 using vxsupport::BurstEngine;
 using vxsupport::BurstMotion;
 using vxsupport::EngineKind;
+using vxsupport::RadianceCalibration;
 using vxsupport::SuperresSettings;
 
 constexpr int smallestSide = 8;
@@ -47,6 +54,7 @@ public:
 
     void addFrame(const vxkit_image& frame, vxkit_burst_report& report) override;
     vxkit_frame_report frameReport(int index) const override;
+    void calibrate(const CalibrationImages& images) override;
     cv::Mat result(const std::string& name) const override;
 
 private:
@@ -56,9 +64,13 @@ private:
 
     SuperresSettings engineSettings() const;
     BurstMotion motion() const;
-    bool takesCounts() const { return kind().input == VXKIT_I16; }
+    bool isFixedPoint() const { return kind().input == VXKIT_I16; }
+    bool takesCounts() const { return isFixedPoint() || radiance_; }
+    cv::Mat_<short> calibrationCounts(const vxkit_image* image, const char* what) const;
+    cv::Mat_<float> calibrationRadiance(const vxkit_image* image, const char* what) const;
     const cv::Mat_<float>& engineFrame(const cv::Mat& frame);
 
+    std::optional<RadianceCalibration> radiance_;
     std::unique_ptr<BurstEngine> engine_;
     cv::Mat_<float> input_;
     cv::Mat_<float> copy_;   // of frames that an engine does not take as they lie
@@ -105,6 +117,10 @@ SuperresSettings SuperresObject::engineSettings() const
         settings.relativeResidue = static_cast<float>(values().number("relative-residue"));
     if (values().isChosen("iterations"))
         settings.iterations = values().integer("iterations");
+    settings.radiance = radiance_;
+    // The channels of the other engines find the sink by themselves.
+    if (settings.engine == EngineKind::reference)
+        settings.trace = halvor::vx::traceDevice();
     settings.quality = isNamed(kind(), "reference") && values().integer("quality") != 0;
     return settings;
 }
@@ -137,11 +153,11 @@ const cv::Mat_<float>& SuperresObject::engineFrame(const cv::Mat& frame)
     if (frame.depth() == CV_32F && frame.isContinuous()) {
         input_ = frame;
     } else {
-        convertExactly(frame, copy_);
+        convertExactly(frame, copy_, "frame");
         input_ = copy_;
     }
     if (takesCounts())
-        requireSignedCounts(input_);
+        requireSignedCounts(input_, "frame");
     else
         requireSomeDegrees(input_);
     return input_;
@@ -159,7 +175,7 @@ void SuperresObject::addFrame(const vxkit_image& image, vxkit_burst_report& repo
                                       : std::numeric_limits<double>::quiet_NaN(),
               .frames = static_cast<int>(answer.frames.size())};
     // An engine in fixed point starts its window anew, over the image that was.
-    if (vxsupport::isFailure(answer.code) && takesCounts())
+    if (vxsupport::isFailure(answer.code) && isFixedPoint())
         hasImage_ = false;
     if (vxsupport::isFailure(answer.code))
         throw Failure(VXKIT_NO_RESULT,
@@ -168,6 +184,46 @@ void SuperresObject::addFrame(const vxkit_image& image, vxkit_burst_report& repo
         return;
     hasImage_ = true;
     last_ = std::move(answer);
+}
+
+cv::Mat_<short> SuperresObject::calibrationCounts(const vxkit_image* image, const char* what) const
+{
+    cv::Mat_<float> values;
+    convertExactly(matrixOf(image, frame(), what), values, what);
+    requireSignedCounts(values, what);
+    cv::Mat_<short> counts;
+    values.convertTo(counts, CV_16S);
+    return counts;
+}
+
+cv::Mat_<float> SuperresObject::calibrationRadiance(const vxkit_image* image, const char* what) const
+{
+    const cv::Mat values = matrixOf(image, frame(), what);
+    requireType(*image, VXKIT_F32, what);
+    constexpr auto limits = halvor::vx::temperatureLimits;
+    if (!cv::checkRange(values, true, nullptr, limits.lowest, std::nextafter(limits.highest, 1e9F)))
+        throw Failure(VXKIT_OUT_OF_RANGE, std::string(what) + ": expected values of -274 to 5000");
+    return values.clone();
+}
+
+void SuperresObject::calibrate(const CalibrationImages& images)
+{
+    if (!isNamed(kind(), "reference"))
+        return Object::calibrate(images);
+    requireUnused("the calibration");
+    std::optional<RadianceCalibration> radiance;
+    if (images.countsA || images.radianceA || images.countsB || images.radianceB) {
+        radiance = {calibrationCounts(images.countsA, "counts_a"),
+                    calibrationRadiance(images.radianceA, "radiance_a"),
+                    calibrationCounts(images.countsB, "counts_b"),
+                    calibrationRadiance(images.radianceB, "radiance_b")};
+        if (vxsupport::shareWithoutLine(*radiance) > vxsupport::largestDefectShare)
+            throw Failure(VXKIT_OUT_OF_RANGE,
+                          "more than a tenth of the pixels have equal counts in both scenes, or a gain or "
+                          "offset of 1000 or more; expected two scenes of different radiance");
+    }
+    radiance_ = std::move(radiance);
+    openLater();
 }
 
 vxkit_frame_report SuperresObject::frameReport(int index) const

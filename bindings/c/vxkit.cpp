@@ -260,6 +260,14 @@ vxkit_status vxkit_add_frame(vxkit_object* object, const vxkit_image* frame, vxk
     });
 }
 
+vxkit_status vxkit_calibrate(vxkit_object* object, const vxkit_image* counts_a, const vxkit_image* radiance_a,
+                             const vxkit_image* counts_b, const vxkit_image* radiance_b)
+{
+    return withObject(object, [&](Object& found) {
+        found.calibrate({counts_a, radiance_a, counts_b, radiance_b});
+    });
+}
+
 vxkit_status vxkit_frame_report_at(const vxkit_object* object, int index, vxkit_frame_report* report)
 {
     return withObject(object, [&](const Object& found) {

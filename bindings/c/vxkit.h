@@ -361,6 +361,22 @@ VXKIT_C_API vxkit_status vxkit_add_frame(vxkit_object* object, const vxkit_image
                                          vxkit_burst_report* report);
 
 /**
+ * "reference": gives each pixel its line from raw counts to radiance, by two flat scenes that fill the view. Frames are
+ * then signed counts, as of the engines in fixed point, and the image is radiance. It holds over a reset; four null
+ * pointers take it back. A pixel with equal counts in both scenes, or with a gain or offset of 1000 or more, takes the
+ * mean line of its neighbours.
+ *
+ * @param counts_a, counts_b      of the object's size: whole counts of -32768 to 32767, VXKIT_I16 or of another type
+ * @param radiance_a, radiance_b  of that size, VXKIT_F32: -274 to 5000
+ * @return VXKIT_OK; VXKIT_OUT_OF_RANGE for other values, and where more than a tenth of the pixels get no line; VXKIT_FAILED
+ *         after the first frame; VXKIT_NULL_ARGUMENT if one is null and not all; VXKIT_WRONG_SHAPE, VXKIT_WRONG_TYPE,
+ *         VXKIT_BAD_HANDLE, VXKIT_BUSY, VXKIT_OUT_OF_MEMORY
+ */
+VXKIT_C_API vxkit_status vxkit_calibrate(vxkit_object* object, const vxkit_image* counts_a,
+                                         const vxkit_image* radiance_a, const vxkit_image* counts_b,
+                                         const vxkit_image* radiance_b);
+
+/**
  * Tells of one frame of the window that the last image was made of.
  *
  * @param index  0 (the oldest) to the report's frames - 1
@@ -442,7 +458,8 @@ typedef void (*vxkit_log)(void* user, vxkit_level level, const char* source, con
 /**
  * Sets the process's callback for the log; at first there is none, and all is quiet. Failures of calls come as
  * VXKIT_ERROR, exceptions inside as VXKIT_WARNING, what classes print as VXKIT_INFO and their traces as VXKIT_DEBUG. Calls
- * that run on other threads may still use the callback from before.
+ * that run on other threads may still use the callback from before. Engines trace, and are slower for it, that were
+ * opened (vxkit_create(), vxkit_reset()) while the callback wanted VXKIT_DEBUG.
  *
  * @param log   null for quiet
  * @param most  the finest level that is wanted

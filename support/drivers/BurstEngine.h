@@ -33,6 +33,15 @@ struct RadianceCalibration
     cv::Mat_<float> radianceB;
 };
 
+/// With more than this share of defects it isn't the pixels that are wrong.
+inline constexpr double largestDefectShare = 0.1;
+/// A pixel whose gain or offset reaches this, as with equal counts in both scenes, takes the mean line of its
+/// neighbours.
+inline constexpr double largestLine = 1000.0;
+
+/// The share of pixels without a line of their own.
+double shareWithoutLine(const RadianceCalibration& calibration);
+
 /// Settings of a super-resolution run. What is left empty keeps the default of the flat interface.
 struct SuperresSettings
 {

@@ -225,6 +225,24 @@ std::unique_ptr<BurstEngine> openClass(cv::Size frameSize, const SuperresSetting
 
 }  // namespace
 
+double shareWithoutLine(const RadianceCalibration& calibration)
+{
+    int failed = 0;
+    for (int y = 0; y < calibration.countsA.rows; ++y)
+        for (int x = 0; x < calibration.countsA.cols; ++x) {
+            const double counts = calibration.countsB(y, x) - calibration.countsA(y, x);
+            const double gain = (static_cast<double>(calibration.radianceB(y, x)) -
+                                 static_cast<double>(calibration.radianceA(y, x))) /
+                                counts;
+            const double offset =
+                static_cast<double>(calibration.radianceA(y, x)) - gain * calibration.countsA(y, x);
+            // Of a pixel with equal counts neither is finite.
+            if (!(std::abs(gain) < largestLine && std::abs(offset) < largestLine))
+                ++failed;
+        }
+    return failed / static_cast<double>(calibration.countsA.total());
+}
+
 std::unique_ptr<BurstEngine> openEngineClass(cv::Size frameSize, const SuperresSettings& settings)
 {
     try {

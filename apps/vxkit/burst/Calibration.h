@@ -6,11 +6,11 @@
 #include <string>
 
 #include "apps/vxkit/output/Output.h"
+#include "support/drivers/BurstEngine.h"
 
 namespace vxapp {
 
-/// With more than this share of defects in a frame it isn't the pixels that are wrong.
-inline constexpr double largestDefectShare = 0.1;
+using vxsupport::largestDefectShare;
 
 /// How the values of a recording become the degrees Celsius that a super-resolution engine expects, and how
 /// its results are read.

@@ -29,9 +29,6 @@ namespace fs = std::filesystem;
 
 constexpr std::array<const char*, 4> keys{"counts-a", "radiance-a", "counts-b", "radiance-b"};
 
-// The engine gives a pixel whose slope or offset reaches this the mean line of its neighbours.
-constexpr double largestLine = 1000.0;
-
 std::string trimmed(const std::string& text)
 {
     const char* const blanks = " \t\r";
@@ -160,29 +157,15 @@ private:
     std::map<std::string, std::string> entries_;
 };
 
-// With that many lines of no use it isn't the pixels that are wrong.
 void requireLines(const RadianceCalibration& calibration, const std::string& path)
 {
-    int failed = 0;
-    for (int y = 0; y < calibration.countsA.rows; ++y)
-        for (int x = 0; x < calibration.countsA.cols; ++x) {
-            const double counts = calibration.countsB(y, x) - calibration.countsA(y, x);
-            const double gain = (static_cast<double>(calibration.radianceB(y, x)) -
-                                 static_cast<double>(calibration.radianceA(y, x))) /
-                                counts;
-            const double offset =
-                static_cast<double>(calibration.radianceA(y, x)) - gain * calibration.countsA(y, x);
-            // Of a pixel with equal counts neither is finite.
-            if (!(std::abs(gain) < largestLine && std::abs(offset) < largestLine))
-                ++failed;
-        }
-    const double share = failed / static_cast<double>(calibration.countsA.total());
+    const double share = vxsupport::shareWithoutLine(calibration);
     if (share <= largestDefectShare)
         return;
     std::ostringstream text;
     text << path << ": " << std::lround(share * 100.0)
-         << " % of the pixels have equal counts in both scenes, or a gain or offset of " << largestLine
-         << " or more; expected two scenes of different radiance";
+         << " % of the pixels have equal counts in both scenes, or a gain or offset of "
+         << vxsupport::largestLine << " or more; expected two scenes of different radiance";
     throw UsageError(text.str());
 }
 

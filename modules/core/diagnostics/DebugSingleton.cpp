@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "core/base/NeverDestroyed.h"
+#include "core/diagnostics/DebugLevels.h"
+#include "core/diagnostics/OutputSink.h"
 
 namespace halvor::vx {
 
@@ -28,6 +30,11 @@ public:
             channel->setOutputLevel(*outputLevel_);
         if (logLevel_)
             channel->setLogLevel(*logLevel_);
+        // The channel of an engine that arises under a sink is the sink's alone, whatever other threads hear.
+        if (auto device = traceDevice()) {
+            channel->setDebugDevice(std::move(device));
+            channel->setOutputLevel(DebugLevel::detail);
+        }
     }
 
     void removeDebugChannel(DebugChannel* channel) override

@@ -31,7 +31,26 @@ private:
     std::string line_;
 };
 
+/// Silent where no sink is in force: the process's streams are no place for what one asked for.
+class SinkDevice : public DebugDeviceBase
+{
+public:
+    void write(std::string_view channel, std::string_view text, int /*level*/) override
+    {
+        if (OutputSink* sink = OutputSink::current())
+            sink->write(OutputSink::Kind::trace, channel, text);
+    }
+};
+
 }  // namespace
+
+std::shared_ptr<DebugDeviceBase> traceDevice()
+{
+    const OutputSink* sink = OutputSink::current();
+    if (sink == nullptr || !sink->wants(OutputSink::Kind::trace))
+        return nullptr;
+    return std::make_shared<SinkDevice>();
+}
 
 std::ostream& standardOutput()
 {

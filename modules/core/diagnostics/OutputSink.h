@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <memory>
 #include <ostream>
 #include <string_view>
+
+#include "core/diagnostics/DebugDeviceBase.h"
 
 namespace halvor::vx {
 
@@ -56,5 +59,9 @@ private:
 
 /// The standard output, or a stream to the sink in force.
 std::ostream& standardOutput();
+
+/// A device that hands the lines of channels to the sink that is in force where they arise, or null unless the one in
+/// force here wants them.
+std::shared_ptr<DebugDeviceBase> traceDevice();
 
 }  // namespace halvor::vx
