@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <span>
 
 namespace vxapp {
 
@@ -103,6 +104,21 @@ bool looksLikeWiderSamples(const cv::Mat_<std::uint16_t>& frame)
             return true;
     }
     return false;
+}
+
+bool looksTurned(const cv::Mat_<std::uint16_t>& frame)
+{
+    constexpr double farMore = 1.8;  // recordings have 2.4 to 60, and 0.02 to 0.4 with the right size
+    if (frame.rows == frame.cols || frame.total() < 256 || !frame.isContinuous())
+        return false;
+    const auto roughness = [&frame](int lag) {
+        const std::span pixels(frame[0], frame.total());
+        double sum = 0.0;
+        for (std::size_t i = static_cast<std::size_t>(lag); i < pixels.size(); ++i)
+            sum += std::abs(pixels[i] - pixels[i - static_cast<std::size_t>(lag)]);
+        return sum / static_cast<double>(pixels.size() - static_cast<std::size_t>(lag));
+    };
+    return roughness(frame.cols) > farMore * roughness(frame.rows);
 }
 
 }  // namespace vxapp

@@ -25,4 +25,8 @@ OrderGuess guessByteOrder(const cv::Mat& frame);
 /// a row than the row itself is from one to the next, and than the others are.
 bool looksLikeWiderSamples(const cv::Mat_<std::uint16_t>& frame);
 
+/// Whether a frame looks as if its width was taken for its height: each pixel is far more like the one that would lie
+/// above it if it were.
+bool looksTurned(const cv::Mat_<std::uint16_t>& frame);
+
 }  // namespace vxapp

@@ -91,7 +91,7 @@ Recording::Recording(const RecordingOptions& options)
     checkFrames();
     if (!options.takesBytes)
         requireMoreThanBytes(nameOf(0), shape_.sample);
-    warnOfLayout();
+    warnOfLayout(!options.size.empty() && !isImageName(names_.front()));
 }
 
 Recording::Recording(std::unique_ptr<FrameFile> frames, const std::string& name)
@@ -165,7 +165,7 @@ void Recording::checkDecoded(int first, int behind)
     }
 }
 
-void Recording::warnOfLayout()
+void Recording::warnOfLayout(bool isHeaderless)
 {
     if (shape_.sample == SampleType::u16 && looksLikeWiderSamples(frame(0)))
         warn(nameOf(0) +
@@ -175,6 +175,9 @@ void Recording::warnOfLayout()
              ": the bytes of the samples look swapped (noise stands in the high byte's place); --endian "
              "little "
              "or big names the order of headerless recordings and of images inside JPEG files");
+    else if (isHeaderless && shape_.sample == SampleType::u16 && looksTurned(frame(0)))
+        warn(nameOf(0) + ": looks as if its rows were " + std::to_string(shape_.size.height) +
+             " pixels long; --size names the width first");
 }
 
 void Recording::requireShape(const FrameShape& shape, const std::string& name)

@@ -90,7 +90,7 @@ private:
     void select(const std::string& frames);
     void checkFrames();
     void checkDecoded(int first, int behind);
-    void warnOfLayout();
+    void warnOfLayout(bool isHeaderless);
     void requireShape(const FrameShape& shape, const std::string& name);
 
     std::shared_ptr<vxfiles::RunFiles> runFiles_;

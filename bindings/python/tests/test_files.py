@@ -155,5 +155,11 @@ def test_warnings_reach_the_log(tmp_path, caplog, capfd):
     (tmp_path / "swapped.raw").write_bytes(frames.astype(">u2").tobytes())
     with caplog.at_level(logging.WARNING, "vxkit"):
         vxkit.read(tmp_path / "swapped.raw", size="64x48")
-    assert "swapped" in caplog.text
+        assert "bytes of the samples look swapped" in caplog.text and "; endian little or big" in caplog.text
+        frames.astype("u2").tofile(tmp_path / "right.raw")
+        caplog.clear()
+        vxkit.read(tmp_path / "right.raw", size=(64, 48))
+        assert not caplog.records
+        vxkit.read(tmp_path / "right.raw", size=(48, 64))
+        assert "rows were 64 pixels long; size names the width first" in caplog.text
     assert capfd.readouterr() == ("", "")

@@ -153,6 +153,6 @@ TEST_F(FixedEngines, RefuseWhatSixteenBitsOrTheFormatDoNotHold)
                     {"fixed --reference 5", "--reference 5"},
                     {"fixed --iterations 0", "--iterations 0"}});
     expectRefusals("superres -o a.tif --engine",
-                   {{"fpga seven.raw --size 120x160", "--engine fpga: frames of 120x160; expected 160x120"},
+                   {{"fpga seven.raw --size 240x80", "--engine fpga: frames of 240x80; expected 160x120"},
                     {"fixed floats.pfm", "floats.pfm, frame 0: holds floats; expected 16-bit counts"}});
 }

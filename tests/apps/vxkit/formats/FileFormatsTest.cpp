@@ -354,6 +354,8 @@ TEST(ByteOrderTest, IsGuessedFromTheRoughnessOfTheSamples)
                                             samples.ptr<std::uint16_t>());
         EXPECT_EQ(looksLikeWiderSamples(parts), depth != CV_16U) << depth;
     }
+    EXPECT_FALSE(looksTurned(smooth));
+    EXPECT_TRUE(looksTurned(cv::Mat(smooth).reshape(1, smooth.cols)));
     cv::Mat degrees;
     smooth.convertTo(degrees, CV_32F, 0.01, -10.0);
     EXPECT_EQ(guessByteOrder(degrees), OrderGuess::asRead);
