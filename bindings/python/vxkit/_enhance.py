@@ -120,7 +120,8 @@ class Enhanced:
     def _tell(self):
         filled = self._work.undefined_values
         if filled:
-            logging.getLogger("vxkit").warning("frames: %d values were no numbers and were filled in from neighbours", filled)
+            logging.getLogger("vxkit").warning(
+                "frames: %d values were no numbers and were filled in from neighbours", filled)
 
 
 def _require_apart(frames, out):
@@ -134,7 +135,8 @@ def _require_apart(frames, out):
         is_own = frame.__array_interface__["data"] == own.__array_interface__["data"] and frame.strides == own.strides
         others = (out[:index], out[index + 1:]) if is_own else (out,)
         if any(np.shares_memory(frame, other) for other in others):
-            raise ValueError(f"out: lies on frame {index} in another place; expected the array of the frames or other memory")
+            raise ValueError(
+                f"out: lies on frame {index} in another place; expected the array of the frames or other memory")
 
 
 def _settings_path(settings_file):
@@ -291,7 +293,8 @@ def enhance(frames, look=None, *, out=None, **options):
     Returns
     -------
     numpy.ndarray
-        In the shape of `frames`: uint16 from 0 to 32766; with ``hist=False`` values of the recording's unit.
+        ``(frames, height, width)``, also of a single frame: uint16 from 0 to 32766; with ``hist=False`` values of the
+        recording's unit.
 
     Raises
     ------

@@ -240,7 +240,8 @@ def read(path, *, size=None, frames=None, dtype=None, endian=None, header=0, fra
     )
     recording = Recording(arguments, [text for _, text in paths])
     if name in np.sctypeDict and recording.dtype != name:
-        raise ValueError(f"dtype {name}: {recording.paths[0]} holds {recording.dtype}; expected a dtype for headerless files and CSV alone")
+        raise ValueError(
+            f"dtype {name}: {recording.paths[0]} holds {recording.dtype}; expected a dtype for headerless files and CSV alone")
     return recording
 
 
@@ -260,6 +261,10 @@ def _limits(range):
         return range or ""
     low, high = _arguments.pair("range", range, "(low, high), 'recording' or 'follow'")
     return f"{low}:{high}"
+
+
+def _writable():
+    return [entry["name"] for entry in formats() if entry["writes"]]
 
 
 def _require_other(path, source):
@@ -324,7 +329,7 @@ def write(path, frames, *, force=False, format=None, fps=9.0, range=None, colour
     _require_other(path, source)
     options = (
         _arguments.flag("force", force),
-        "" if format is None else _arguments.choice("format", format, [entry["name"] for entry in formats() if entry["writes"]]),
+        "" if format is None else _arguments.choice("format", format, _writable()),
         _arguments.number("fps", fps, 0.1, 1000),
         _limits(range),
         "" if colour_map is None else _arguments.choice("colour_map", colour_map, _vxkit.colour_maps()),
