@@ -68,7 +68,7 @@ fs::path SequenceList::nameOf(const fs::path& sequence)
     return sequence.string() + ".sha256";
 }
 
-SequenceList::SequenceList(fs::path sequence, bool force) : path_(nameOf(sequence)), force_(force) {}
+SequenceList::SequenceList(const fs::path& sequence, bool force) : path_(nameOf(sequence)), force_(force) {}
 
 void SequenceList::withdraw()
 {

@@ -18,7 +18,7 @@ public:
     static std::filesystem::path nameOf(const std::filesystem::path& sequence);
 
     /// @param sequence  the name that the numbers were put into
-    SequenceList(std::filesystem::path sequence, bool force);
+    SequenceList(const std::filesystem::path& sequence, bool force);
 
     /// Takes an earlier list away, ahead of files that are put in place one by one.
     void withdraw();
