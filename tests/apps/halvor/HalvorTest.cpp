@@ -339,6 +339,7 @@ TEST_F(Halvor, TellsItsHelpAndVersionBeforeAnythingElse)
     EXPECT_EQ(run({"--version"}), "halvor t1.19\n");
     EXPECT_THAT(run({at("a.raw"), "--help"}), HasSubstr("main: Cannot read"))
         << "a stream, as any other word";
+    EXPECT_THAT(run({at("a.raw"), "-h"}), testing::Not(HasSubstr("[-h]"))) << "nor this behind a stream";
     EXPECT_THAT(hint_, HasSubstr("settings name no usable sensor size"));
 }
 
