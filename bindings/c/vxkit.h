@@ -351,7 +351,7 @@ typedef struct vxkit_frame_report
  *                counts are to be turned into degrees, or to be divided by 16. A frame without any pixel within is
  *                refused. The engines in fixed point take signed counts, VXKIT_I16. Each takes the other types too if
  *                all values are whole numbers or fit exactly.
- * @param report  is filled; may be null
+ * @param report  is filled with VXKIT_OK and VXKIT_NO_RESULT; may be null
  * @return VXKIT_OK with an image, a warning, or while the window fills; VXKIT_NO_RESULT if the engine failed on the frame,
  *         with the report filled; VXKIT_OUT_OF_RANGE for values that the engine's type does not hold and for settings
  *         that don't go together; VXKIT_WRONG_SHAPE, VXKIT_WRONG_TYPE, VXKIT_BAD_HANDLE, VXKIT_NULL_ARGUMENT, VXKIT_BUSY,
