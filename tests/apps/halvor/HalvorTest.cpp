@@ -259,6 +259,9 @@ TEST_F(Halvor, TellsAFrameThatCouldNotBeWrittenWhole)
     const std::string text = runWith(sensorText, "scene.raw");
     EXPECT_THAT(text, HasSubstr("write: truncated frame 1\n1 processed\n\n"));
     EXPECT_EQ(status_, 1);
+    writeText(folder_ / "next.raw", recording({1, 1, 2, 2}));
+    run({"-s", at("halvor.ini"), at("scene.raw"), at("next.raw")});
+    EXPECT_EQ(status_, 1) << "whatever follows";
 }
 
 TEST_F(Halvor, KeepsAnEarlierResultUntilTheNewOneIsWhole)
