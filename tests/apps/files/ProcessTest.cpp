@@ -25,6 +25,7 @@ protected:
     // Is interrupted with one file in place and another half done.
     [[noreturn]] void dieBy(int number) const
     {
+        std::signal(number, SIG_DFL);  // a job in the background may have been started without
         const SignalWatch watch("test");
         writeFile(folder_ / "whole", "whole", false);
         OutputFile half(folder_ / "half", false);
