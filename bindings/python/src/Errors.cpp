@@ -6,6 +6,7 @@
 #include <opencv2/core.hpp>
 #include <regex>
 #include <string_view>
+#include <utility>
 
 #include "core/base/Exception.h"
 #include "support/drivers/SettingError.h"
@@ -135,7 +136,7 @@ void addErrors(py::module_& module)
     py::register_exception_translator([](std::exception_ptr thrown) {
         try {
             if (thrown)
-                std::rethrow_exception(thrown);
+                std::rethrow_exception(std::move(thrown));
         } catch (const vxapp::UsageError& failure) {
             raise(kindOf(failure.what(), PyExc_ValueError), failure.what());
         } catch (const vxapp::EngineError& failure) {

@@ -15,7 +15,6 @@ namespace vxpy {
 
 namespace {
 
-using vxapp::Recording;
 using vxapp::RecordingOptions;
 using vxapp::SampleType;
 

@@ -15,8 +15,6 @@ namespace vxpy {
 
 namespace {
 
-using vxapp::SampleType;
-
 /// The output of a known number of frames like the first.
 class Writer
 {
