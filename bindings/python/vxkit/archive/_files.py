@@ -3,6 +3,7 @@
 
 import hashlib
 import json
+import math
 import os
 import secrets
 import socket
@@ -14,6 +15,9 @@ import xxhash
 # Tells whether content changed or was damaged, at the speed of memory: a cryptographic hash of input and result would cost
 # more than a twentieth of the computing. XXH3 with 128 bits (Collet); `xxh128sum` gives the same.
 Hash = xxhash.xxh3_128
+
+# Read and written at a time: stays in a processor's cache between two uses, and makes calls few.
+BLOCK = 256 << 10
 
 
 class RecordingError(Exception):
@@ -29,7 +33,7 @@ def identity(path):
 def checksum(path):
     """Hash of a file's content as hexadecimal text."""
     digest = Hash()
-    block = memoryview(bytearray(1 << 20))
+    block = memoryview(bytearray(BLOCK))
     with open(path, "rb", buffering=0) as file:
         while count := file.readinto(block):
             digest.update(block[:count])
@@ -97,6 +101,9 @@ class NpyWriter:
         self._shape = tuple(shape)
         self._dtype = np.dtype(dtype)
         self._left = self._shape[0]
+        size = math.prod(self._shape[1:]) * self._dtype.itemsize
+        self._block = np.empty((max(1, BLOCK // max(1, size)), *self._shape[1:]), self._dtype)
+        self._held = 0
         np.lib.format.write_array_header_1_0(
             self, {"descr": self._dtype.str, "fortran_order": False, "shape": self._shape}
         )
@@ -111,7 +118,11 @@ class NpyWriter:
                 f"frame of {frame.shape} {frame.dtype}; expected {self._left} more of {self._shape[1:]} {self._dtype}"
             )
         self._left -= 1
-        self.write(memoryview(np.ascontiguousarray(frame)).cast("B"))
+        self._block[self._held] = frame
+        self._held += 1
+        if self._held == len(self._block) or self._left == 0:
+            self.write(self._block[: self._held].data.cast("B"))
+            self._held = 0
 
     def finish(self):
         """Brings the file to the disk; returns its checksum."""
